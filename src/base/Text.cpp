@@ -1,0 +1,255 @@
+#include "base/Text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <clocale>
+#include <cmath>
+#include <cwctype>
+#include <system_error>
+
+namespace qz {
+
+namespace {
+
+constexpr char32_t kNotACharacter = 0xFFFFFFFF;
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD"; // U+FFFD
+
+struct CodePoint {
+    char32_t value;     // kNotACharacter when the bytes are not well-formed UTF-8
+    std::size_t length; // bytes used, at least 1
+};
+
+bool is_continuation(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+/// Reads the code point that begins at `at`. Follows the table of well-formed sequences of the Unicode
+/// Standard (chapter 3, table 3-7): no overlong forms, no surrogates, nothing above U+10FFFF.
+CodePoint code_point_at(std::string_view text, std::size_t at)
+{
+    const auto lead = static_cast<unsigned char>(text[at]);
+    if (lead < 0x80) {
+        return {lead, 1};
+    }
+    const std::size_t length = lead >= 0xC2 && lead < 0xE0 ? 2
+        : lead >= 0xE0 && lead < 0xF0                      ? 3
+        : lead >= 0xF0 && lead < 0xF5                      ? 4
+                                                           : 0;
+    if (length == 0 || at + length > text.size()) {
+        return {kNotACharacter, 1};
+    }
+    auto value = static_cast<char32_t>(lead & (0x7FU >> length));
+    for (std::size_t i = 1; i < length; ++i) {
+        if (!is_continuation(text[at + i])) {
+            return {kNotACharacter, 1};
+        }
+        value = (value << 6U) | (static_cast<unsigned char>(text[at + i]) & 0x3FU);
+    }
+    const bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
+    const bool surrogate = value >= 0xD800 && value <= 0xDFFF;
+    if (overlong || surrogate || value > 0x10FFFF) {
+        return {kNotACharacter, 1};
+    }
+    return {value, length};
+}
+
+void append_code_point(std::string& text, char32_t value)
+{
+    const auto byte = [&](char32_t bits) {
+        text.push_back(static_cast<char>(static_cast<unsigned char>(bits)));
+    };
+    if (value < 0x80) {
+        byte(value);
+    } else if (value < 0x800) {
+        byte(0xC0 | (value >> 6U));
+        byte(0x80 | (value & 0x3FU));
+    } else if (value < 0x10000) {
+        byte(0xE0 | (value >> 12U));
+        byte(0x80 | ((value >> 6U) & 0x3FU));
+        byte(0x80 | (value & 0x3FU));
+    } else {
+        byte(0xF0 | (value >> 18U));
+        byte(0x80 | ((value >> 12U) & 0x3FU));
+        byte(0x80 | ((value >> 6U) & 0x3FU));
+        byte(0x80 | (value & 0x3FU));
+    }
+}
+
+/// Lower case of a letter outside ASCII, independent of the process's own locale.
+char32_t lower_letter(char32_t letter)
+{
+#ifdef _WIN32
+    return letter > 0xFFFF ? letter : static_cast<char32_t>(std::towlower(static_cast<wint_t>(letter)));
+#else
+    static const locale_t kUnicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    return kUnicode == nullptr ? letter
+                               : static_cast<char32_t>(towlower_l(static_cast<wint_t>(letter), kUnicode));
+#endif
+}
+
+bool is_ascii(std::string_view text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+char lower_ascii(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+} // namespace
+
+std::string_view trim(std::string_view text)
+{
+    const auto first = text.find_first_not_of(' ');
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+std::string lower(std::string_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    if (is_ascii(text)) {
+        std::transform(text.begin(), text.end(), std::back_inserter(result), lower_ascii);
+        return result;
+    }
+    for (std::size_t at = 0; at < text.size();) {
+        const auto [value, length] = code_point_at(text, at);
+        if (value == kNotACharacter) {
+            result.push_back(text[at]);
+        } else if (value < 0x80) {
+            result.push_back(lower_ascii(text[at]));
+        } else {
+            append_code_point(result, lower_letter(value));
+        }
+        at += length;
+    }
+    return result;
+}
+
+bool equal_ignoring_case(std::string_view left, std::string_view right)
+{
+    if (is_ascii(left) && is_ascii(right)) {
+        return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+            [](char a, char b) { return lower_ascii(a) == lower_ascii(b); });
+    }
+    return lower(left) == lower(right);
+}
+
+std::size_t character_count(std::string_view text)
+{
+    std::size_t count = 0;
+    for (std::size_t at = 0; at < text.size(); at += code_point_at(text, at).length) {
+        ++count;
+    }
+    return count;
+}
+
+std::string_view first_characters(std::string_view text, std::size_t count)
+{
+    if (text.size() <= count) {
+        return text; // a character has at least one byte
+    }
+    std::size_t at = 0;
+    while (count > 0 && at < text.size()) {
+        at += code_point_at(text, at).length;
+        --count;
+    }
+    return text.substr(0, at);
+}
+
+std::string valid_utf8(std::string_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const auto [value, length] = code_point_at(text, at);
+        result.append(value == kNotACharacter ? kReplacement : text.substr(at, length));
+        at += length;
+    }
+    return result;
+}
+
+std::string replace_all(std::string_view text, std::string_view what, std::string_view with)
+{
+    std::string result;
+    result.reserve(text.size());
+    std::size_t from = 0;
+    for (auto at = text.find(what); at != std::string_view::npos; at = text.find(what, from)) {
+        result.append(text.substr(from, at - from)).append(with);
+        from = at + what.size();
+    }
+    return result.append(text.substr(from));
+}
+
+std::string single_line(std::string_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    std::copy_if(text.begin(), text.end(), std::back_inserter(result),
+        [](char c) { return c != '\r' && c != '\n' && c != '\0'; });
+    return result;
+}
+
+std::string printable(std::string_view text)
+{
+    static constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string result;
+    result.reserve(text.size());
+    const auto escape = [&](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        result.append("\\x").push_back(kDigits[byte >> 4U]);
+        result.push_back(kDigits[byte & 0x0FU]);
+    };
+    for (std::size_t at = 0; at < text.size();) {
+        const auto [value, length] = code_point_at(text, at);
+        if (value == '\n' || value == '\r' || value == '\t') {
+            result.append(value == '\n' ? "\\n" : value == '\r' ? "\\r" : "\\t");
+        } else if (value < 0x20 || (value >= 0x7F && value < 0xA0) || value == kNotACharacter) {
+            std::for_each_n(text.begin() + static_cast<std::ptrdiff_t>(at), length, escape);
+        } else {
+            result.append(text.substr(at, length));
+        }
+        at += length;
+    }
+    return result;
+}
+
+double leading_number(std::string_view text)
+{
+    const auto first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) {
+        return 0;
+    }
+    text.remove_prefix(first);
+    if (text.front() == '+') {
+        text.remove_prefix(1);
+    }
+    const auto digit = text.substr(0, 1) == "-" ? text.substr(1) : text;
+    const bool number =
+        !digit.empty() && (digit.front() == '.' || (digit.front() >= '0' && digit.front() <= '9'));
+    double value = 0;
+    if (number
+        && std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc::invalid_argument) {
+        return 0;
+    }
+    return value;
+}
+
+std::string decimal(double number)
+{
+    if (!std::isfinite(number)) {
+        return "0";
+    }
+    // The longest plain decimal of a double has 309 digits before the point.
+    char buffer[400];
+    const auto end = std::to_chars(
+        std::begin(buffer), std::end(buffer), number == 0 ? 0 : number, std::chars_format::fixed);
+    return {std::begin(buffer), end.ptr};
+}
+
+} // namespace qz

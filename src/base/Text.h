@@ -1,0 +1,46 @@
+// Operations on UTF-8 text that several rooms need. A "character" is a Unicode code point.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace qz {
+
+/// Text without the blanks (U+0020 only) at both its ends.
+std::string_view trim(std::string_view text);
+
+/// Lower-case form, letter by letter, of every alphabet that the C.UTF-8 locale knows.
+/// Bytes that are not UTF-8 stay as they are.
+std::string lower(std::string_view text);
+
+/// True when the lower-case forms are equal.
+bool equal_ignoring_case(std::string_view left, std::string_view right);
+
+/// Number of characters; a byte that is not UTF-8 counts as one.
+std::size_t character_count(std::string_view text);
+
+/// The first `count` characters, or the whole text when it is shorter.
+std::string_view first_characters(std::string_view text, std::size_t count);
+
+/// Text in which every byte that is not part of well-formed UTF-8 is replaced by U+FFFD.
+std::string valid_utf8(std::string_view text);
+
+/// Every occurrence of `what` (not empty) replaced by `with`.
+std::string replace_all(std::string_view text, std::string_view what, std::string_view with);
+
+/// Text without CR, LF and NUL: what may stand in one line of a file or in a header.
+std::string single_line(std::string_view text);
+
+/// Text for a terminal or a log line of the host: control characters (C0, C1, DEL) and bytes that are not
+/// UTF-8 are shown as \n, \r, \t or \xNN, so that nothing received can steer the terminal or forge a line.
+std::string printable(std::string_view text);
+
+/// The number at the start of a text: blanks, sign, digits, fraction, exponent. 0 when the text does not
+/// begin with a number; what follows the number is ignored.
+double leading_number(std::string_view text);
+
+/// A number in plain decimal, without exponent or trailing zeros: 15, -3, 0.5, 9007199254740991.
+std::string decimal(double number);
+
+} // namespace qz

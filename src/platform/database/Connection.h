@@ -1,0 +1,75 @@
+// A database connection in the manner of ADO. Providers implement it; the store speaks to it.
+#pragma once
+
+#include "platform/database/Statement.h"
+#include "platform/database/Value.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qz::platform {
+
+enum class ConnectionState { Closed = 0, Open = 1 };
+
+/// Everything that a query gave: fetched whole, on the client's side.
+struct ResultSet {
+    std::vector<std::string> columns;
+    std::vector<std::vector<Value>> rows;
+    /// The table whose rows are shown and can be edited, none when the statement's rows cannot.
+    const Table* table = nullptr;
+    /// Key of each row, in row order; empty when the rows cannot be edited.
+    std::vector<std::int64_t> keys;
+};
+
+/// Column names and values for one row.
+struct RowChange {
+    std::vector<std::string> columns;
+    std::vector<Value> values;
+};
+
+/// All statements between two calls of end_turn share one transaction. A failing statement fails alone.
+/// Every operation throws EngineError with a number of DatabaseError.
+class Connection {
+public:
+    Connection() = default;
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    virtual ~Connection() = default; // closes; what was not committed by then is lost
+
+    /// @param connection_string  as the engine builds it; a provider that needs none ignores it.
+    virtual void Open(const std::string& connection_string) = 0;
+    /// Commits what is pending and closes. Closing a closed connection is an error (3704).
+    virtual void Close() = 0;
+    virtual ConnectionState State() const = 0;
+
+    /// Runs a statement without a result. A text whose shape is not in the catalogue is refused as a syntax
+    /// error.
+    virtual void Execute(const std::string& sql) = 0;
+    /// Runs a query and fetches all its rows. The same rule for shapes.
+    virtual ResultSet query(const std::string& sql) = 0;
+    /// What a query would return without its rows: for a recordset that is opened only to add to it.
+    virtual ResultSet describe(const std::string& sql) = 0;
+
+    // Edits of a recordset's rows. Table and column names come from the catalogue and the schema, never from
+    // outside.
+    /// @return the key that the database gave the new row.
+    virtual std::int64_t insert_row(const Table& table, const RowChange& row) = 0;
+    /// @throws EngineError RowGone when there is no row with that key any more.
+    virtual void update_row(const Table& table, std::int64_t key, const RowChange& row) = 0;
+    virtual void delete_row(const Table& table, std::int64_t key) = 0;
+
+    /// Commits the transaction of this turn, if one was begun. On a failure the turn's changes are lost.
+    virtual void end_turn() = 0;
+
+    /// A number that stays the same as long as nobody, in this process or another, has changed the table.
+    /// Costs microseconds and reads no row. It may also change without a change of this table.
+    virtual std::uint64_t change_mark(const Table& table) = 0;
+
+    /// What is connected, for people: "SQLite 3.40.1, /var/lib/velto/VELTO.db".
+    virtual std::string description() const = 0;
+};
+
+} // namespace qz::platform

@@ -1,0 +1,29 @@
+// How the engine's SQL texts are written down, and how a finished text is found again by its shape.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+namespace qz::platform {
+
+/// A table and its counter key, which the database assigns.
+struct Table {
+    std::string_view name;
+    std::string_view key;
+};
+
+/// One SQL text of the engine with its holes: '{}' takes a text as it stands, a bare {} takes a number or a
+/// whole literal. The holes are the only places where a value can stand.
+struct Statement {
+    std::string_view text;
+    /// The table that the statement changes, or whose rows a recordset on it may edit; none for joins and
+    /// counts.
+    const Table* table = nullptr;
+};
+
+/// Joins a text as the system always did: the values stand between the pieces exactly as given.
+/// There must be as many values as holes.
+std::string fill(const Statement& statement, std::initializer_list<std::string_view> values);
+
+} // namespace qz::platform
