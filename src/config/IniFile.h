@@ -1,0 +1,55 @@
+// The server's settings file as the engine sees it: read anew at every access, replaced whole at every
+// change, shared with other processes and with people who edit it by hand.
+#pragma once
+
+#include "config/IniDocument.h"
+#include "platform/AtomicFile.h"
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qz::config {
+
+/// The rules of names and values are those of IniDocument. No operation fails for the sake of the file: what
+/// cannot be read reads as empty, what cannot be written gives false and leaves the file as it was.
+/// To be used by one thread.
+class IniFile {
+public:
+    explicit IniFile(std::filesystem::path path) : file_(std::move(path)) { }
+
+    const std::filesystem::path& path() const { return file_.path(); }
+
+    std::string ReadIniValue(std::string_view section, std::string_view key) const;
+    bool WriteIniValue(std::string_view section, std::string_view key, std::string_view value);
+    /// Removes the entry, or the whole section when the key is empty. The section may stand in brackets.
+    bool DeleteIniEntry(std::string_view section, std::string_view key);
+
+    /// Makes many changes as one replacement of the file, under a lock that keeps other writers out. When the
+    /// changes come to nothing the file is left alone.
+    /// @param change  may read through its argument and this object, but not start another edit.
+    bool edit(const std::function<void(IniDocument&)>& change);
+
+    /// All entries, in the order of the file.
+    std::vector<IniEntry> entries() const;
+    /// @throws EngineError saying why, when there is a file that cannot be read.
+    void require_readable() const;
+
+private:
+    /// The file as it was read last.
+    struct Kept {
+        platform::FileContent content;
+        IniDocument document;
+    };
+
+    const IniDocument* current() const;
+    void refresh() const;
+
+    platform::AtomicFile file_;
+    mutable std::optional<Kept> kept_;
+};
+
+} // namespace qz::config

@@ -1,0 +1,35 @@
+// The file that holds the server's own key. It is made once, on first use, and never overwritten: whoever
+// loses it loses every encoded setting and password.
+#pragma once
+
+#include "helpers/SettingsCipher.h"
+#include "platform/AtomicFile.h"
+
+#include <filesystem>
+#include <optional>
+
+namespace qz::config {
+
+/// One line: the 32 bytes of the key as base64url. Errors name the file.
+class KeyFile final : public helpers::KeySource {
+public:
+    /// @param crypto  must outlive the object.
+    KeyFile(std::filesystem::path path, helpers::Crypto& crypto) : file_(std::move(path)), crypto_(crypto) { }
+
+    const helpers::Crypto::Key& key() override;
+    const helpers::Crypto::Key& existing_key() override;
+
+    const std::filesystem::path& path() const { return file_.path(); }
+    /// Others than the file's owner may read it, so the secrets that it protects are theirs as well.
+    bool is_readable_by_others() const;
+
+private:
+    bool read();
+    void make();
+
+    platform::AtomicFile file_;
+    helpers::Crypto& crypto_;
+    std::optional<helpers::Crypto::Key> key_; // kept for good once it was read
+};
+
+} // namespace qz::config
