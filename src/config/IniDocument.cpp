@@ -9,7 +9,6 @@ namespace qz::config {
 
 namespace {
 
-constexpr std::size_t kValueLimit = 253; // characters
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t\r\n";
 

@@ -23,6 +23,8 @@ struct IniEntry {
 /// be keys.
 class IniDocument {
 public:
+    static constexpr std::size_t kValueLimit = 253; // characters of a value as it is read
+
     IniDocument() = default;
     explicit IniDocument(std::string_view bytes);
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <random>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -143,6 +144,49 @@ TEST_F(IniFileTest, RemovesEveryEntryOfTheName)
                   }),
         "[A]\na=1\n\n[B]\nb=3\n")
         << "blank lines do not pile up";
+}
+
+TEST_F(IniFileTest, AnyTextIsKeptAndAnyEditReadsBackAlike)
+{
+    const std::string pieces[] = {"[a]", "[b", "]", "[", ";", "=", "k", "K", "l", " ", "\t", "\r\n", "\n",
+        "\n", "\n", "\"", "'", "%3D", "%", "\xEF\xBB\xBF", "\0"s, "\xFF"};
+    const std::string names[] = {"a", "b", "k", "l", "=", "[a]", ";k", "%3D", "a]\nk"};
+    std::minstd_rand random(20260302); // NOLINT(cert-msc51-cpp): the same texts in every run
+    const auto any_of = [&](const auto& list) {
+        return list[random() % std::size(list)];
+    };
+    for (int round = 0; round < 3000; ++round) {
+        std::string file;
+        for (auto left = random() % 30; left > 0; --left) {
+            file += any_of(pieces);
+        }
+        IniDocument document(file);
+        ASSERT_EQ(document.bytes(), file);
+        for (auto left = random() % 6; left > 0; --left) {
+            const auto section = any_of(names);
+            const auto key = any_of(names);
+            switch (random() % 4) {
+            case 0:
+                document.remove(section, key);
+                EXPECT_EQ(document.read(section, key), "");
+                break;
+            case 1:
+                document.remove_section(section);
+                EXPECT_EQ(document.read(section, key), "");
+                break;
+            default:
+                document.write(section, key, "v" + std::to_string(left));
+                EXPECT_EQ(document.read(section, key), "v" + std::to_string(left));
+            }
+        }
+        const IniDocument again(document.bytes());
+        for (const auto& section : names) {
+            for (const auto& key : names) {
+                ASSERT_EQ(again.read(section, key), document.read(section, key)) << file;
+            }
+        }
+        ASSERT_EQ(again.entries().size(), document.entries().size()) << file;
+    }
 }
 
 TEST_F(IniFileTest, ForeignTextForgesNothing)

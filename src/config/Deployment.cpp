@@ -1,0 +1,159 @@
+#include "config/Deployment.h"
+
+#include "base/Text.h"
+#include "config/SettingTable.h"
+#include "helpers/ProtocolKeywords.h"
+
+namespace qz::config {
+
+namespace {
+
+constexpr std::string_view kTransport = "Transport";
+constexpr std::uint16_t kMailPort = 25;
+constexpr std::string_view kAllAddresses = "all";
+constexpr std::string_view kOwnMachine = "127.0.0.1";
+
+} // namespace
+
+std::string Deployment::text(std::string_view section, std::string_view key) const
+{
+    return ini_.ReadIniValue(section, key);
+}
+
+/// A malformed address is handed on: listening on it fails and says so, which is safer than to listen on all.
+std::string Deployment::address(std::string_view key) const
+{
+    std::string value = text(kTransport, key);
+    return equal_ignoring_case(value, kAllAddresses) ? std::string() : value;
+}
+
+/// Nothing for 0, which switches a number off.
+template <typename Integer>
+std::optional<Integer> Deployment::number(std::string_view section, std::string_view key) const
+{
+    const SettingRow* const row = find_setting(section, key);
+    const auto value = row == nullptr ? std::nullopt : integer_value(*row, text(section, key));
+    return value.value_or(0) == 0 ? std::nullopt : std::optional(static_cast<Integer>(*value));
+}
+
+/// Case does not count: a safeguard must not be off because somebody wrote "true".
+bool Deployment::safeguard(std::string_view key) const
+{
+    return equal_ignoring_case(text("Safeguards", key), helpers::protocol_keywords().TrueKeyword);
+}
+
+platform::Provider Deployment::provider() const
+{
+    return equal_ignoring_case(text("Storage", "Provider"), "odbc") ? platform::Provider::Odbc
+                                                                    : platform::Provider::Embedded;
+}
+
+platform::Durability Deployment::durability() const
+{
+    return equal_ignoring_case(text("Storage", "Durability"), "power") ? platform::Durability::Power
+                                                                       : platform::Durability::Process;
+}
+
+std::string Deployment::listen_address() const
+{
+    return address("ListenAddress");
+}
+
+std::string Deployment::local_address() const
+{
+    return address("LocalAddress");
+}
+
+std::optional<std::uint16_t> Deployment::tls_port() const
+{
+    return number<std::uint16_t>(kTransport, "TLSPort");
+}
+
+std::string Deployment::tls_certificate() const
+{
+    return text(kTransport, "TLSCertificate");
+}
+
+std::string Deployment::tls_key() const
+{
+    return text(kTransport, "TLSKey");
+}
+
+std::optional<std::uint16_t> Deployment::web_port() const
+{
+    return number<std::uint16_t>(kTransport, "WebPort");
+}
+
+std::string Deployment::web_address() const
+{
+    // Without a word about it the console is for this machine alone.
+    return text(kTransport, "WebAddress").empty() ? std::string(kOwnMachine) : address("WebAddress");
+}
+
+std::optional<std::int16_t> Deployment::max_connections() const
+{
+    return number<std::int16_t>(kTransport, "MaxConnections");
+}
+
+std::optional<std::int16_t> Deployment::max_connections_per_address() const
+{
+    return number<std::int16_t>(kTransport, "MaxConnectionsPerAddress");
+}
+
+std::optional<std::chrono::seconds> Deployment::logon_time() const
+{
+    const auto seconds = number<std::int32_t>(kTransport, "LogonSeconds");
+    return seconds ? std::optional(std::chrono::seconds(*seconds)) : std::nullopt;
+}
+
+std::uint16_t Deployment::mail_port() const
+{
+    return number<std::uint16_t>("Mail", "Port").value_or(kMailPort);
+}
+
+bool Deployment::verify_sender() const
+{
+    return safeguard("VerifySender");
+}
+
+bool Deployment::keep_until_confirmed() const
+{
+    return safeguard("KeepUntilConfirmed");
+}
+
+bool Deployment::durable_queue() const
+{
+    return safeguard("DurableQueue");
+}
+
+bool Deployment::logon_throttle() const
+{
+    return safeguard("LogonThrottle");
+}
+
+bool Deployment::daily_jobs_once_per_day() const
+{
+    return safeguard("DailyJobsOncePerDay");
+}
+
+bool Deployment::hide_passwords() const
+{
+    return safeguard("HidePasswords");
+}
+
+bool Deployment::verify_receipt() const
+{
+    return safeguard("VerifyReceipt");
+}
+
+bool Deployment::inactivity_by_last_logon() const
+{
+    return safeguard("InactivityByLastLogon");
+}
+
+std::int32_t Deployment::room_slots() const
+{
+    return number<std::int32_t>("Safeguards", "RoomSlots").value_or(0);
+}
+
+} // namespace qz::config

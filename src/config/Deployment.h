@@ -1,0 +1,60 @@
+// The settings of a deployment beyond the engine's own: storage, transport, mail port, safeguards. A missing
+// or malformed entry leaves the engine as it is without the setting.
+#pragma once
+
+#include "config/IniFile.h"
+#include "platform/Machine.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qz::config {
+
+/// Each is read from the file when it is asked for.
+class Deployment {
+public:
+    /// @param ini  must outlive the object.
+    explicit Deployment(const IniFile& ini) : ini_(ini) { }
+
+    platform::Provider provider() const;
+    platform::Durability durability() const;
+
+    std::string listen_address() const; // empty for all
+    std::string local_address() const;  // empty for the one that the machine finds
+    std::optional<std::uint16_t> tls_port() const;
+    std::string tls_certificate() const;
+    std::string tls_key() const;
+    std::optional<std::uint16_t> web_port() const;
+    std::string web_address() const; // empty for all
+    std::optional<std::int16_t> max_connections() const;
+    std::optional<std::int16_t> max_connections_per_address() const;
+    /// Time within which a new connection must log on.
+    std::optional<std::chrono::seconds> logon_time() const;
+
+    std::uint16_t mail_port() const;
+
+    bool verify_sender() const;
+    bool keep_until_confirmed() const;
+    bool durable_queue() const;
+    bool logon_throttle() const;
+    bool daily_jobs_once_per_day() const;
+    bool hide_passwords() const;
+    bool verify_receipt() const;
+    bool inactivity_by_last_logon() const;
+    /// Least number of membership slots made at the start; 0 when the engine's own number holds.
+    std::int32_t room_slots() const;
+
+private:
+    std::string text(std::string_view section, std::string_view key) const;
+    std::string address(std::string_view key) const;
+    template <typename Integer>
+    std::optional<Integer> number(std::string_view section, std::string_view key) const;
+    bool safeguard(std::string_view key) const;
+
+    const IniFile& ini_;
+};
+
+} // namespace qz::config

@@ -1,0 +1,57 @@
+// Every setting that the server knows, for the people who set it: where it stands, what it may be, what it is
+// when it is missing.
+#pragma once
+
+#include "config/IniFile.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qz::config {
+
+enum class SettingType {
+    Text,
+    Address, // IPv4 or IPv6 address, or "all"
+    Integer,
+    Boolean, // True or False, written exactly so
+    Choice,
+};
+
+struct SettingRow {
+    std::string_view section{};
+    std::string_view key{};
+    SettingType type = SettingType::Text;
+    std::string_view missing{};     // what holds when there is no entry, in words
+    std::string_view init{};        // written into a new settings file; empty for nothing
+    std::string_view description{}; // one line for people
+    std::int32_t minimum = 0;       // of an integer
+    std::int32_t maximum = 0;
+    std::string_view choices{}; // of a choice, parted by blanks
+    bool encoded = false;       // stands in the file encoded by SettingsCipher
+    bool secret = false;        // never to be shown
+};
+
+/// All rows, those of one section together.
+std::span<const SettingRow> setting_table();
+
+/// Case does not count. Nothing when there is no such setting.
+const SettingRow* find_setting(std::string_view section, std::string_view key);
+/// @param name  section and key as one text: "Mail/Port".
+const SettingRow* find_setting(std::string_view name);
+
+/// Checks a value as it stands, or is to stand, in the file. The empty value is that of a missing entry.
+/// @return what is wrong and what is allowed, for people; nothing when the value is good. A secret is never
+/// part of the message.
+std::optional<std::string> complaint_about(const SettingRow& row, std::string_view value);
+
+/// The whole number that a value is, from its first character to its last, when it lies in the row's range.
+std::optional<std::int32_t> integer_value(const SettingRow& row, std::string_view value);
+
+/// The entries of the file that no row knows, besides those that the engine itself keeps there by user names.
+std::vector<IniEntry> unknown_entries(const IniFile& ini);
+
+} // namespace qz::config
