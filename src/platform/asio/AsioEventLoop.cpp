@@ -46,9 +46,9 @@ void AsioLoopCore::stop()
 
 void AsioLoopCore::run_ready_events()
 {
-    const auto turn_ends = SteadyClock::now() + kTurnTime;
-    for (int events = 1; events < kTurnEvents && SteadyClock::now() < turn_ends; ++events) {
-        if (stop_asked_ || context_.poll_one() == 0) {
+    for (int events = 1; events < kTurnEvents; ++events) {
+        const bool turn_is_over = turn_running_ && SteadyClock::now() - turn_began_ > kTurnTime;
+        if (stop_asked_ || turn_is_over || context_.poll_one() == 0) {
             return;
         }
     }
@@ -66,6 +66,22 @@ void AsioLoopCore::yield_to_pending_events()
     if (events_running_ == 0) {
         end_turn(); // nobody around it would
     }
+}
+
+void AsioLoopCore::event_begins()
+{
+    event_began_ = SteadyClock::now();
+    ++events_running_;
+    if (!turn_running_) {
+        turn_running_ = true;
+        turn_began_ = event_began_;
+    }
+}
+
+void AsioLoopCore::event_ends()
+{
+    --events_running_;
+    event_began_ = SteadyClock::now(); // an event around this one has just yielded
 }
 
 void AsioLoopCore::ensure_turn_end()
@@ -91,6 +107,7 @@ std::optional<ConnectionRequest> AsioLoopCore::take_request(std::int32_t number)
 void AsioLoopCore::end_turn()
 {
     const Flag flag(ending_turn_);
+    turn_running_ = false;
     tell(TurnPhase::Commit);
     tell(TurnPhase::Output);
     std::erase_if(listeners_, [](const Listener& each) { return each.listener == nullptr; });

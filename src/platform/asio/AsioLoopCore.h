@@ -67,16 +67,8 @@ public:
 private:
     class EventScope {
     public:
-        explicit EventScope(AsioLoopCore& core) : core_(core)
-        {
-            ++core_.events_running_;
-            core_.event_began_ = SteadyClock::now();
-        }
-        ~EventScope()
-        {
-            --core_.events_running_;
-            core_.event_began_ = SteadyClock::now(); // an event around this one has just yielded
-        }
+        explicit EventScope(AsioLoopCore& core) : core_(core) { core_.event_begins(); }
+        ~EventScope() { core_.event_ends(); }
         EventScope(const EventScope&) = delete;
         EventScope& operator=(const EventScope&) = delete;
 
@@ -89,6 +81,8 @@ private:
         TurnPhase phase;
     };
 
+    void event_begins();
+    void event_ends();
     void run_ready_events();
     void end_turn();
     void tell(TurnPhase phase);
@@ -99,9 +93,11 @@ private:
     std::unordered_map<std::int32_t, ConnectionRequest> requests_;
     std::int32_t last_request_ = 0;
     std::vector<Listener> listeners_;
-    int events_running_ = 0; // 2 while an event that yielded runs another
+    int events_running_ = 0;    // 2 while an event that yielded runs another
+    bool turn_running_ = false; // from its first event on
     bool yielding_ = false;
     bool ending_turn_ = false;
+    SteadyClock::time_point turn_began_;
     SteadyClock::time_point event_began_ = SteadyClock::now();
 };
 
