@@ -30,30 +30,39 @@ public:
 
     /// Field of the current row; names ignore case.
     const Value& Fields(std::string_view name);
-    /// Sets a field of the current or the new row; it reaches the database with Update.
+    /// Sets a field of the current or the new row; it reaches the database with Update, or with the next
+    /// move.
     void SetField(std::string_view name, Value value);
     /// Starts a new row, which Update inserts.
     void AddNew();
+    /// Does nothing when nothing was set. What the database refuses is given up.
     void Update();
     /// Deletes the current row at once; the cursor stays on it until the next move.
     void Delete();
 
 private:
     enum class Editing { None, Current, New };
+    void require_open() const;
+    void require_connection() const;
     void fetch();
-    std::size_t column(std::string_view name);
-    std::vector<Value>& current_row();
+    std::size_t column(std::string_view name) const;
+    const std::vector<Value>& current_row();
     const Table& editable_table() const;
+    void leave_row();
+    void drop_deleted_row();
+    void show_added(std::vector<Value> row, std::int64_t key);
+    void abandon_edit();
 
     Connection& connection_;
     std::string sql_;
     bool open_ = false;
     bool fetched_ = false;
+    bool described_ = false;
     ResultSet result_;
     std::size_t row_ = 0;
     bool row_deleted_ = false;
     Editing editing_ = Editing::None;
-    std::vector<Value> new_row_;
+    std::vector<Value> edited_row_; // the new row, or the current one as it will be
     RowChange change_;
 };
 

@@ -20,6 +20,9 @@ struct Statement {
     /// The table that the statement changes, or whose rows a recordset on it may edit; none for joins and
     /// counts.
     const Table* table = nullptr;
+    /// Another text with the same holes in the same order and the same result, which databases run at a cost
+    /// that does not explode with the rows. Empty when the text itself is good enough.
+    std::string_view run_as = {};
 };
 
 /// Joins a text as the system always did: the values stand between the pieces exactly as given.
