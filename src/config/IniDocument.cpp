@@ -244,11 +244,11 @@ std::string IniDocument::read(std::string_view section, std::string_view key) co
     return std::string(value.substr(0, value.find('\0')));
 }
 
-void IniDocument::write(std::string_view section, std::string_view key, std::string_view value)
+bool IniDocument::write(std::string_view section, std::string_view key, std::string_view value)
 {
     const std::string name = escaped_key(key);
     if (name.empty() || escaped_section(section).empty()) {
-        return;
+        return false;
     }
     Section* found = find_section(section);
     Section& in = found != nullptr ? *found : add_section(section);
@@ -257,12 +257,13 @@ void IniDocument::write(std::string_view section, std::string_view key, std::str
     if (known != in.first.end()) {
         Line& line = in.lines[known->second];
         line.text = with_value(line.text, line.value, line_value);
-        return;
+        return true;
     }
     if (in.lines.back().text.back() != '\n') {
         in.lines.back().text += line_end_;
     }
     append(in, {.text = name + "=" + line_value + line_end_, .value = name.size() + 1});
+    return true;
 }
 
 void IniDocument::remove(std::string_view section, std::string_view key)
@@ -303,7 +304,8 @@ std::vector<IniEntry> IniDocument::entries() const
 {
     std::vector<IniEntry> result;
     for (const Section& section : sections_) {
-        const bool wins = find_section(section.name) == &section;
+        const auto named = first_.find(lower(section.name));
+        const bool wins = named != first_.end() && &sections_[named->second] == &section;
         for (const Line& line : section.lines) {
             if (line.value == 0 || line.removed) {
                 continue;

@@ -10,7 +10,7 @@
 
 namespace qz::config {
 
-/// One entry as it stands in the file.
+/// One entry as it stands in the file, names given by users in their escaped form.
 struct IniEntry {
     std::string section;
     std::string key;
@@ -32,8 +32,9 @@ public:
     /// NUL; empty when there is no such entry.
     std::string read(std::string_view section, std::string_view key) const;
     /// Changes the entry or adds it at the end of its section, or a section at the end of the file. The value
-    /// loses CR, LF and NUL. Without a section or key nothing happens.
-    void write(std::string_view section, std::string_view key, std::string_view value);
+    /// loses CR, LF and NUL.
+    /// @return false, with nothing changed, when the section or the key is empty.
+    bool write(std::string_view section, std::string_view key, std::string_view value);
     /// Removes every entry of that name from the section.
     void remove(std::string_view section, std::string_view key);
     /// Removes every section of that name with all that stands in it.

@@ -50,7 +50,8 @@ std::string IniFile::ReadIniValue(std::string_view section, std::string_view key
 
 bool IniFile::WriteIniValue(std::string_view section, std::string_view key, std::string_view value)
 {
-    return edit([&](IniDocument& document) { document.write(section, key, value); });
+    bool named = false;
+    return edit([&](IniDocument& document) { named = document.write(section, key, value); }) && named;
 }
 
 bool IniFile::DeleteIniEntry(std::string_view section, std::string_view key)

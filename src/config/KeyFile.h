@@ -11,10 +11,14 @@
 namespace qz::config {
 
 /// One line: the 32 bytes of the key as base64url. Errors name the file.
-class KeyFile final : public helpers::KeySource {
+class KeyFile : public helpers::KeySource {
 public:
     /// @param crypto  must outlive the object.
     KeyFile(std::filesystem::path path, helpers::Crypto& crypto) : file_(std::move(path)), crypto_(crypto) { }
+
+    KeyFile(const KeyFile&) = delete;
+    KeyFile& operator=(const KeyFile&) = delete;
+    virtual ~KeyFile() = default;
 
     const helpers::Crypto::Key& key() override;
     const helpers::Crypto::Key& existing_key() override;

@@ -23,6 +23,7 @@ constexpr std::chrono::milliseconds kSettlingTime{50}; // file times advance at 
 constexpr std::chrono::seconds kLockPatience{5};
 constexpr std::chrono::microseconds kLockPause{500};
 constexpr int kMostLinks = 40;
+constexpr std::size_t kMoreBytes = 65536;
 
 [[noreturn]] void fail(const fs::path& path, int error)
 {
@@ -120,7 +121,7 @@ std::string read_all(const Descriptor& file, const fs::path& path, std::uint64_t
             fail(path, EFBIG);
         }
         if (used == bytes.size()) {
-            bytes.resize(used + 64 * 1024);
+            bytes.resize(used + kMoreBytes);
         }
     }
 }

@@ -18,6 +18,16 @@ using qz::config::IniFile;
 
 namespace {
 
+std::vector<std::string> texts(const std::vector<qz::config::IniEntry>& entries)
+{
+    std::vector<std::string> result;
+    for (const auto& entry : entries) {
+        result.push_back(
+            entry.section + "/" + entry.key + "=" + entry.value + (entry.effective ? "" : " (shadowed)"));
+    }
+    return result;
+}
+
 class IniFileTest : public testing::Test {
 protected:
     std::string after(const std::string& before, const std::function<void(IniDocument&)>& change)
@@ -47,6 +57,7 @@ TEST_F(IniFileTest, ReadsValuesByTheRules)
         {"no line end", "[General SetUp]\nKey=v", "v"},
         {"byte order mark", "\xEF\xBB\xBF[General SetUp]\nKey=v\n", "v"},
         {"first section wins", "[General SetUp]\n[Other]\nKey=x\n[general setup]\nKey=y\n", ""},
+        {"no key", "[General SetUp]\n=x\nKey=v\n", "v"},
         {"first key wins", "[General SetUp]\nKey=1\nkey=2\n", "1"},
         {"double quotes", "[General SetUp]\nKey=\" v \"\n", " v "},
         {"single quotes", "[General SetUp]\nKey='v'\n", "v"},
@@ -185,22 +196,22 @@ TEST_F(IniFileTest, AnyTextIsKeptAndAnyEditReadsBackAlike)
                 ASSERT_EQ(again.read(section, key), document.read(section, key)) << file;
             }
         }
-        ASSERT_EQ(again.entries().size(), document.entries().size()) << file;
+        ASSERT_EQ(texts(again.entries()), texts(document.entries())) << file;
     }
 }
 
 TEST_F(IniFileTest, ForeignTextForgesNothing)
 {
     const std::string keys[] = {"a=b", "[a]", "[Policy]\nAllowAOLIM", ";a", "a%3Db", "%5Ba]", "a%", "a%3",
-        "é=É", "\xFF\xFE", "x\ny=z", "a;b[c]", "%253D", std::string(10'000'000, 'k')};
+        "é=É", "\xFF\xFE", "x\ny=z", "a;b[c]", "%253D", std::string().append(10'000'000, 'k')};
     ASSERT_TRUE(ini_.WriteIniValue("Policy", "AllowAOLIM", "False"));
     ASSERT_TRUE(ini_.edit([&](IniDocument& document) {
         for (const auto& key : keys) {
             document.write("UsersStatus", key, "status of " + key.substr(0, 10) + "\r\n[Policy]\0\nx=y"s);
         }
         document.write("a]\n[Policy", "AllowAOLIM", "True");
-        document.write("", "key", "none");
-        document.write("Policy", " \n", "none");
+        EXPECT_FALSE(document.write("", "key", "none"));
+        EXPECT_FALSE(document.write("Policy", " \n", "none"));
     }));
     for (const auto& key : keys) {
         EXPECT_EQ(ini_.ReadIniValue("usersstatus", key),
@@ -210,8 +221,16 @@ TEST_F(IniFileTest, ForeignTextForgesNothing)
     EXPECT_EQ(ini_.ReadIniValue("Policy", "AllowAOLIM"), "False");
     EXPECT_EQ(ini_.ReadIniValue("a][Policy", "AllowAOLIM"), "True");
     EXPECT_EQ(ini_.entries().size(), std::size(keys) + 2) << "no two keys met, no entry was added";
-    ASSERT_TRUE(ini_.WriteIniValue("Test", "iniTest", std::string(10'000'000, 'v')));
+    ASSERT_TRUE(ini_.WriteIniValue("Test", "iniTest", std::string().append(10'000'000, 'v')));
     EXPECT_EQ(ini_.ReadIniValue("Test", "iniTest"), std::string(253, 'v'));
+}
+
+TEST_F(IniFileTest, ListsEntriesAndWhichOfThemCount)
+{
+    const IniDocument document("x=0\n[a]\nk=\"1\"\nK= 2\n[50%25]\nk=3\n[A]\nl=4\n;m=5\nn\n");
+    EXPECT_EQ(texts(document.entries()),
+        (std::vector<std::string>{
+            "/x=0 (shadowed)", "a/k=1", "a/K=2 (shadowed)", "50%25/k=3", "A/l=4 (shadowed)"}));
 }
 
 TEST_F(IniFileTest, StripsBracketsOnlyWhereTheyAre)

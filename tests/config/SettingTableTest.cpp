@@ -38,9 +38,9 @@ TEST(SettingTable, SaysWhatIsWrongAndWhatIsAllowed)
     } cases[] = {
         {"General SetUp/ListeningPort", "", nullptr},
         {"General SetUp/ListeningPort", "65535", nullptr},
-        {"General SetUp/ListeningPort", "65536", "from 1 to 65535, not \"65536\""},
+        {"General SetUp/ListeningPort", "65536", R"(from 1 to 65535, not "65536")"},
         {"General SetUp/ListeningPort", "0", "from 1 to 65535"},
-        {"General SetUp/ListeningPort", "20x\x1b[2J", "not \"20x\\x1b[2J\""},
+        {"General SetUp/ListeningPort", "20x\x1b[2J", R"(not "20x\x1b[2J")"},
         {"General SetUp/ListeningPort", "99999999999999999999", "from 1 to 65535"},
         {"General SetUp/Client relative delay", "-32768", nullptr},
         {"Policy/AllowAOLIM", "False", nullptr},

@@ -16,9 +16,10 @@ using qz::helpers::SettingsCipher;
 
 namespace {
 
-class FixedKey final : public qz::helpers::KeySource {
+class FixedKey : public qz::helpers::KeySource {
 public:
     explicit FixedKey(unsigned char byte) { key_.fill(byte); }
+    virtual ~FixedKey() = default;
     const Crypto::Key& key() override { return key_; }
     const Crypto::Key& existing_key() override { return key_; }
 
@@ -42,7 +43,7 @@ TEST_F(SettingsCipherTest, EverythingComesBack)
         all_bytes.push_back(static_cast<char>(i));
     }
     const std::string texts[] = {
-        "", "a", "pass wörd", "{v1}nested", all_bytes, std::string(10'000'000, '\xFE')};
+        "", "a", "pass wörd", "{v1}nested", all_bytes, std::string().append(10'000'000, '\xFE')};
     for (const auto& text : texts) {
         const std::string encoded = cipher_.Encode(text);
         EXPECT_EQ(encoded.size(), SettingsCipher::encoded_size(text.size()));

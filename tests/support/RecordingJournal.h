@@ -10,8 +10,10 @@
 
 namespace qz::test {
 
-class RecordingJournal final : public Journal {
+class RecordingJournal : public Journal {
 public:
+    virtual ~RecordingJournal() = default;
+
     struct Line {
         std::string message;
         std::string user_name; // empty for a line of the server itself
