@@ -1,0 +1,290 @@
+#include "platform/sqlite/SqliteDatabase.h"
+
+#include "platform/database/Shape.h"
+
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <string_view>
+
+#include <sqlite3.h>
+
+namespace qz::platform {
+
+namespace {
+
+constexpr std::string_view kMemory = ":memory:";
+
+std::string utf8(const std::filesystem::path& path)
+{
+    const auto text = path.u8string();
+    return {text.begin(), text.end()};
+}
+
+EngineError unusable(const std::string& name, std::string_view why)
+{
+    return database_error(DatabaseError::Unspecified, "The database file " + name + " " + std::string(why));
+}
+
+bool begins_like_a_database(const std::filesystem::path& file, const std::string& name)
+{
+    constexpr std::string_view kMagic{"SQLite format 3\0", 16};
+    std::array<char, kMagic.size()> head{};
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        throw unusable(name, "cannot be read; give this user access to it");
+    }
+    stream.read(head.data(), head.size());
+    return std::string_view(head.data(), static_cast<std::size_t>(stream.gcount())) == kMagic;
+}
+
+/// Whoever may read the file reads every account, so it is not left to the umask.
+void create(const std::filesystem::path& file, const std::string& name)
+{
+    using std::filesystem::perms;
+    if (!std::ofstream(file, std::ios::binary | std::ios::app)) {
+        throw unusable(
+            name, "cannot be created; check that its folder exists and that this user may write in it");
+    }
+    std::filesystem::permissions(file, perms::owner_read | perms::owner_write | perms::group_read);
+}
+
+/// Makes the file if there is none, and refuses what is no database before the library touches it.
+void prepare_file(const std::filesystem::path& file, const std::string& name)
+{
+    std::error_code error; // a path that cannot be looked at cannot be created either, which reports it
+    const auto status = std::filesystem::status(file, error);
+    if (!std::filesystem::exists(status)) {
+        create(file, name);
+    } else if (std::filesystem::is_directory(status)) {
+        throw unusable(name, "is a folder; it was left untouched");
+    } else if (!std::filesystem::is_regular_file(status)) {
+        throw unusable(name, "is not a plain file; it was left untouched");
+    } else if (std::filesystem::file_size(file) > 0 && !begins_like_a_database(file, name)) {
+        throw unusable(name, "is not a database; it was left untouched. Move it away or name another file");
+    }
+}
+
+/// What is wrong, and what somebody can do about it.
+std::string_view advice(int primary_code)
+{
+    switch (primary_code) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return "is locked by another program; end that program or its transaction";
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return "is damaged; stop the server and restore the file from a backup";
+    case SQLITE_CANTOPEN:
+        return "cannot be opened; check that its folder exists and that this user may write in it";
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+        return "is read-only; give this user write access to it and to its folder";
+    case SQLITE_FULL:
+        return "cannot grow; free some space on its disk";
+    case SQLITE_IOERR:
+        return "could not be read or written; check its disk and the free space on it";
+    default:
+        return "reports a failure";
+    }
+}
+
+} // namespace
+
+SqliteDatabase::SqliteDatabase(const std::filesystem::path& file)
+{
+    if (file == kMemory) {
+        name_ = kMemory;
+    } else if (file.empty()) {
+        throw database_error(DatabaseError::Unspecified, "No database file is named");
+    } else {
+        // An absolute path is never taken for one of the library's special names.
+        const auto absolute = std::filesystem::absolute(file);
+        name_ = utf8(absolute);
+        prepare_file(absolute, name_);
+    }
+    sqlite3* handle = nullptr;
+    const int code =
+        sqlite3_open_v2(name_.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    handle_.reset(handle); // also after a failure
+    if (code != SQLITE_OK) {
+        throw error(code);
+    }
+    if (sqlite3_db_readonly(handle, "main") == 1) {
+        throw error(SQLITE_READONLY);
+    }
+    sqlite3_extended_result_codes(handle, 1);
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    // "x" is a name and never a text: a missing column must not turn into its own name as a value.
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+}
+
+void SqliteDatabase::Closer::operator()(sqlite3* handle) const
+{
+    sqlite3_close_v2(handle);
+}
+
+void SqliteDatabase::run(const std::string& sql)
+{
+    const int code = sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK) {
+        throw error(code);
+    }
+}
+
+Value SqliteDatabase::read(const std::string& sql)
+{
+    SqliteStatement statement(*this, sql);
+    const int code = statement.step();
+    if (code != SQLITE_ROW) {
+        throw error(code);
+    }
+    return statement.column(0);
+}
+
+bool SqliteDatabase::in_transaction() const
+{
+    return sqlite3_get_autocommit(handle()) == 0;
+}
+
+void SqliteDatabase::wait_for_locks(std::chrono::milliseconds time)
+{
+    sqlite3_busy_timeout(handle(), static_cast<int>(time.count()));
+}
+
+std::int64_t SqliteDatabase::changed_rows() const
+{
+    return sqlite3_changes64(handle());
+}
+
+std::int64_t SqliteDatabase::last_key() const
+{
+    return sqlite3_last_insert_rowid(handle());
+}
+
+EngineError SqliteDatabase::error(int code) const
+{
+    const std::string message =
+        sqlite3_errcode(handle()) == SQLITE_OK ? sqlite3_errstr(code) : sqlite3_errmsg(handle());
+    const int primary = code & 0xFF;
+    if (primary == SQLITE_CONSTRAINT) {
+        return database_error(DatabaseError::Constraint, message);
+    }
+    if (message.starts_with("no such table")) {
+        return database_error(DatabaseError::MissingTable, message);
+    }
+    if (primary == SQLITE_ERROR || primary == SQLITE_MISMATCH) {
+        return database_error(DatabaseError::Syntax, message);
+    }
+    return unusable(name_, std::string(advice(primary)) + " (" + message + ")");
+}
+
+SqliteStatement::SqliteStatement(SqliteDatabase& database, const std::string& sql) : database_(database)
+{
+    sqlite3_stmt* statement = nullptr;
+    check(sqlite3_prepare_v3(database.handle(), sql.c_str(), static_cast<int>(sql.size()),
+        SQLITE_PREPARE_PERSISTENT, &statement, nullptr));
+    statement_.reset(statement);
+}
+
+void SqliteStatement::Finalizer::operator()(sqlite3_stmt* statement) const
+{
+    sqlite3_finalize(statement);
+}
+
+void SqliteStatement::bind(int parameter, const Value& value)
+{
+    const auto& held = value.held();
+    if (const auto* text = std::get_if<std::string>(&held)) {
+        bind(parameter, std::string_view(*text));
+    } else if (const auto* whole = std::get_if<std::int64_t>(&held)) {
+        check(sqlite3_bind_int64(statement_.get(), parameter, *whole));
+    } else if (const auto* real = std::get_if<double>(&held)) {
+        check(sqlite3_bind_double(statement_.get(), parameter, *real));
+    } else if (const auto* date = std::get_if<DateTime>(&held)) {
+        bind_copy(parameter, date->text());
+    } else {
+        check(sqlite3_bind_null(statement_.get(), parameter));
+    }
+}
+
+void SqliteStatement::bind(int parameter, const Token& literal)
+{
+    if (literal.kind == TokenKind::Number) {
+        bind(parameter, value_of(literal));
+    } else if (literal.doubled_quotes) {
+        bind_copy(parameter, unquoted(literal));
+    } else {
+        bind(parameter, literal.text);
+    }
+}
+
+void SqliteStatement::bind(int parameter, std::string_view text)
+{
+    check(sqlite3_bind_text64(
+        statement_.get(), parameter, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
+}
+
+void SqliteStatement::bind_copy(int parameter, const std::string& text)
+{
+    check(sqlite3_bind_text64(
+        statement_.get(), parameter, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
+}
+
+int SqliteStatement::step()
+{
+    return sqlite3_step(statement_.get());
+}
+
+void SqliteStatement::reset()
+{
+    sqlite3_reset(statement_.get());
+    sqlite3_clear_bindings(statement_.get());
+}
+
+bool SqliteStatement::read_only() const
+{
+    return sqlite3_stmt_readonly(statement_.get()) != 0;
+}
+
+std::vector<std::string> SqliteStatement::columns() const
+{
+    std::vector<std::string> names;
+    const int count = sqlite3_column_count(statement_.get());
+    names.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        const char* name = sqlite3_column_name(statement_.get(), i);
+        names.emplace_back(name == nullptr ? "" : name);
+    }
+    return names;
+}
+
+Value SqliteStatement::column(std::size_t position) const
+{
+    auto* statement = statement_.get();
+    const int i = static_cast<int>(position);
+    switch (sqlite3_column_type(statement, i)) {
+    case SQLITE_NULL:
+        return {};
+    case SQLITE_INTEGER:
+        return {static_cast<std::int64_t>(sqlite3_column_int64(statement, i))};
+    case SQLITE_FLOAT:
+        return {sqlite3_column_double(statement, i)};
+    default: {
+        const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement, i));
+        const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, i));
+        return bytes == nullptr ? Value{std::string{}} : Value{std::string(bytes, size)};
+    }
+    }
+}
+
+void SqliteStatement::check(int code) const
+{
+    if (code != SQLITE_OK) {
+        throw database_.error(code);
+    }
+}
+
+} // namespace qz::platform

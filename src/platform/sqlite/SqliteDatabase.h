@@ -1,0 +1,86 @@
+// The C library of the embedded database behind two owners: an open file and a prepared statement.
+#pragma once
+
+#include "base/EngineError.h"
+#include "platform/database/Tokenizer.h"
+#include "platform/database/Value.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace qz::platform {
+
+/// An open database file. Closing gives up what is not committed.
+class SqliteDatabase {
+public:
+    /// Opens the file for reading and writing, and makes it (mode 0640) when there is none.
+    /// @param file  ":memory:" is a database that lives as long as this object.
+    /// @throws EngineError when it cannot be used; what stands there is left as it is.
+    explicit SqliteDatabase(const std::filesystem::path& file);
+
+    sqlite3* handle() const { return handle_.get(); }
+    /// The file's full path, or ":memory:".
+    const std::string& name() const { return name_; }
+
+    /// Runs one or more statements without values.
+    void run(const std::string& sql);
+    /// The first column of the first row of a statement without values.
+    Value read(const std::string& sql);
+    bool in_transaction() const;
+    /// How long a statement waits for another program's lock.
+    void wait_for_locks(std::chrono::milliseconds time);
+    /// Number of rows that the last INSERT, UPDATE or DELETE changed.
+    std::int64_t changed_rows() const;
+    std::int64_t last_key() const;
+
+    /// The failure of the last call, which returned `code`, for people: what is wrong with which file, and
+    /// what to do.
+    EngineError error(int code) const;
+
+private:
+    struct Closer {
+        void operator()(sqlite3* handle) const;
+    };
+    std::string name_;
+    std::unique_ptr<sqlite3, Closer> handle_;
+};
+
+/// A statement that is prepared once and run many times. Must not outlive its database.
+class SqliteStatement {
+public:
+    SqliteStatement(SqliteDatabase& database, const std::string& sql);
+
+    /// Parameters count from 1. What is bound must stay alive until the run is over.
+    void bind(int parameter, const Value& value);
+    void bind(int parameter, const Token& literal);
+    void bind(int parameter, std::string_view text);
+    /// @return SQLITE_ROW, SQLITE_DONE or the code of a failure.
+    int step();
+    /// Ends a run: locks and values are let go.
+    void reset();
+
+    bool read_only() const;
+    std::vector<std::string> columns() const;
+    Value column(std::size_t position) const;
+
+private:
+    void bind_copy(int parameter, const std::string& text);
+    void check(int code) const;
+
+    struct Finalizer {
+        void operator()(sqlite3_stmt* statement) const;
+    };
+    SqliteDatabase& database_;
+    std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
+};
+
+} // namespace qz::platform

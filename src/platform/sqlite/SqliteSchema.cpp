@@ -1,0 +1,140 @@
+#include "platform/sqlite/SqliteSchema.h"
+
+#include "base/EngineError.h"
+#include "platform/sqlite/SqliteDatabase.h"
+
+#include <array>
+#include <string>
+
+namespace qz::platform {
+
+namespace {
+
+// Other programs read and write these tables with plain tools, so nothing in them needs a function or
+// collation of ours, and every column but the keys may hold null. Dates are texts 'yyyy-mm-dd hh:mm:ss' of
+// local time. "If not exists": a file restored from a dump has the tables, but has lost its version.
+constexpr const char* kFirstTables = R"sql(
+CREATE TABLE IF NOT EXISTS users (
+    IDUserName INTEGER PRIMARY KEY AUTOINCREMENT,
+    UserName TEXT COLLATE NOCASE,
+    Password TEXT COLLATE NOCASE,
+    IMClientInUse TEXT COLLATE NOCASE,
+    FirstName TEXT COLLATE NOCASE,
+    LastName TEXT COLLATE NOCASE,
+    Email TEXT COLLATE NOCASE,
+    AccountActive INTEGER DEFAULT 1,
+    CreationTime TEXT DEFAULT (datetime('now','localtime')),
+    Phone TEXT COLLATE NOCASE,
+    Fax TEXT COLLATE NOCASE,
+    HomePage TEXT COLLATE NOCASE,
+    Country TEXT COLLATE NOCASE
+);
+CREATE UNIQUE INDEX IF NOT EXISTS users_UserName ON users (UserName);
+
+CREATE TABLE IF NOT EXISTS buddies (
+    IDBuddies INTEGER PRIMARY KEY AUTOINCREMENT,
+    UserName TEXT COLLATE NOCASE,
+    Buddy TEXT COLLATE NOCASE,
+    [key] TEXT COLLATE NOCASE,
+    Comment TEXT COLLATE NOCASE,
+    [Group] TEXT COLLATE NOCASE,
+    CreationTime TEXT DEFAULT (datetime('now','localtime'))
+);
+CREATE INDEX IF NOT EXISTS buddies_UserName_Buddy ON buddies (UserName, Buddy);
+CREATE INDEX IF NOT EXISTS buddies_Buddy ON buddies (Buddy);
+
+CREATE TABLE IF NOT EXISTS rooms (
+    IDRoom INTEGER PRIMARY KEY AUTOINCREMENT,
+    RoomName TEXT COLLATE NOCASE,
+    CreationTime TEXT DEFAULT (datetime('now','localtime')),
+    [key] TEXT COLLATE NOCASE,
+    UserName_Owner TEXT COLLATE NOCASE
+);
+CREATE INDEX IF NOT EXISTS rooms_RoomName ON rooms (RoomName);
+
+CREATE TABLE IF NOT EXISTS messages (
+    IDMessage INTEGER PRIMARY KEY AUTOINCREMENT,
+    UserName_From TEXT COLLATE NOCASE,
+    UserName_To TEXT COLLATE NOCASE,
+    MsgID REAL,
+    ReceiptRequested INTEGER DEFAULT 0,
+    Sent INTEGER DEFAULT 0,
+    SentTime TEXT,
+    ReceivedTime TEXT,
+    ExpirationTime TEXT,
+    Delivered INTEGER DEFAULT 0,
+    DeliveredTime TEXT,
+    [Ignore] INTEGER DEFAULT 0
+);
+CREATE INDEX IF NOT EXISTS messages_MsgID ON messages (MsgID);
+CREATE INDEX IF NOT EXISTS messages_From_To_MsgID ON messages (UserName_From, UserName_To, MsgID);
+
+CREATE TABLE IF NOT EXISTS log (
+    IDLog INTEGER PRIMARY KEY AUTOINCREMENT,
+    ActionTime TEXT DEFAULT (datetime('now','localtime')),
+    UserName TEXT COLLATE NOCASE,
+    RemoteIP TEXT COLLATE NOCASE,
+    Action TEXT COLLATE NOCASE
+);
+-- The time stands in the index too, so that a user's first and last activity are read off it.
+CREATE INDEX IF NOT EXISTS log_UserName_ActionTime ON log (UserName, ActionTime);
+
+CREATE TABLE IF NOT EXISTS command (
+    IDCommand INTEGER PRIMARY KEY AUTOINCREMENT,
+    action TEXT COLLATE NOCASE,
+    Parameters TEXT COLLATE NOCASE
+);
+
+CREATE TABLE IF NOT EXISTS autoreply (
+    IDAutoReply INTEGER PRIMARY KEY AUTOINCREMENT,
+    UserName TEXT COLLATE NOCASE,
+    Message TEXT COLLATE NOCASE,
+    Enabled INTEGER DEFAULT 0
+);
+CREATE INDEX IF NOT EXISTS autoreply_UserName ON autoreply (UserName);
+)sql";
+
+/// The migration at position n leads from version n to version n + 1. What was released is never changed; new
+/// tables and columns are a new entry.
+constexpr std::array kMigrations{kFirstTables};
+
+int version_of(SqliteDatabase& database)
+{
+    return database.read("PRAGMA user_version").integer();
+}
+
+} // namespace
+
+int current_schema_version()
+{
+    return static_cast<int>(kMigrations.size());
+}
+
+int check_schema_version(SqliteDatabase& database)
+{
+    const int version = version_of(database);
+    if (version < 0 || version > current_schema_version()) {
+        throw database_error(DatabaseError::Unspecified,
+            "The database file " + database.name() + " has schema version " + std::to_string(version)
+                + ", but this program knows versions up to " + std::to_string(current_schema_version())
+                + "; it was left untouched. Use the program version that wrote it, or a newer one");
+    }
+    return version;
+}
+
+void upgrade_schema(SqliteDatabase& database)
+{
+    if (version_of(database) == current_schema_version()) {
+        return;
+    }
+    database.run("BEGIN IMMEDIATE");
+    // Asked again: another program may have upgraded the file while this one waited for the lock. A failure
+    // closes the database, which rolls everything back.
+    for (int version = check_schema_version(database); version < current_schema_version(); ++version) {
+        database.run(kMigrations[static_cast<std::size_t>(version)]);
+        database.run("PRAGMA user_version = " + std::to_string(version + 1));
+    }
+    database.run("COMMIT");
+}
+
+} // namespace qz::platform

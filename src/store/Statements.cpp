@@ -1,0 +1,22 @@
+#include "store/Statements.h"
+
+#include <array>
+
+namespace qz::store {
+
+std::span<const platform::Statement> all_statements()
+{
+    using namespace statements;
+    static constexpr std::array kAll{kSelectUsers, kSelectUser, kSelectUserForDetails, kSelectPassword,
+        kSelectPasswordForSetting, kSelectPlainPasswords, kInsertUser, kSelectUserNames,
+        kSelectUserNamesForActivity, kSelectClientVersions, kSelectClientInUse, kCountUsers, kProbe,
+        kSelectBuddies, kCountBuddies, kCountBuddyEntries, kSelectDuplicatedBuddies, kDeleteBuddy,
+        kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
+        kCountRooms, kSelectMessagesForAdding, kSelectMessage, kSelectMessagesByMsgID, kInsertLogRow,
+        kDeleteOldLog, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers, kSelectRecentLogOn,
+        kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands, kSelectAutoReply,
+        kSelectAutoReplyEnabled, kSelectAutoReplyMessage};
+    return kAll;
+}
+
+} // namespace qz::store

@@ -1,0 +1,504 @@
+#include "platform/sqlite/SqliteProvider.h"
+
+#include "base/EngineError.h"
+#include "platform/database/Recordset.h"
+#include "support/ManualClock.h"
+#include "support/MemoryDatabase.h"
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <sqlite3.h>
+
+using namespace qz::platform;
+using namespace qz::store::statements;
+using namespace qz::store::tables;
+using qz::DatabaseError;
+using qz::EngineError;
+using qz::test::add_row;
+using qz::test::rows_of;
+
+namespace {
+
+/// What another program does to the file, with no more than the plain library.
+class OtherProgram {
+public:
+    explicit OtherProgram(const std::filesystem::path& file) { sqlite3_open(file.c_str(), &handle_); }
+    OtherProgram(const OtherProgram&) = delete;
+    OtherProgram& operator=(const OtherProgram&) = delete;
+    ~OtherProgram() { sqlite3_close(handle_); }
+    void run(const std::string& sql)
+    {
+        char* message = nullptr;
+        EXPECT_EQ(sqlite3_exec(handle_, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
+            << sql << message;
+    }
+
+private:
+    sqlite3* handle_ = nullptr;
+};
+
+/// As long as it lives, no file of this process grows.
+class SmallDisk {
+public:
+    SmallDisk()
+    {
+        getrlimit(RLIMIT_FSIZE, &old_limit_);
+        rlimit limit = old_limit_;
+        limit.rlim_cur = 200'000;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    ~SmallDisk()
+    {
+        setrlimit(RLIMIT_FSIZE, &old_limit_);
+        static_cast<void>(std::signal(SIGXFSZ, old_action_));
+    }
+
+private:
+    rlimit old_limit_{};
+    void (*old_action_)(int) = std::signal(SIGXFSZ, SIG_IGN);
+};
+
+std::string content(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << stream.rdbuf();
+    return bytes.str();
+}
+
+void write(const std::filesystem::path& file, const std::string& bytes)
+{
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
+class SqliteConnectionTest : public testing::Test {
+protected:
+    std::unique_ptr<Connection> connect(Durability durability = Durability::Process)
+    {
+        ConnectionOptions options;
+        options.database_file = file;
+        options.durability = durability;
+        options.statements = statements.all();
+        return make_sqlite_connection(options, clock);
+    }
+    std::unique_ptr<Connection> open(Durability durability = Durability::Process)
+    {
+        auto connection = connect(durability);
+        connection->Open("ignored");
+        return connection;
+    }
+    static void log(Connection& connection, const std::string& action)
+    {
+        connection.Execute(fill(kInsertLogRow, {"anna", "::1", action}));
+    }
+    static std::string actions(Connection& connection)
+    {
+        std::string result;
+        for (const auto& row : rows_of(connection, kLog).rows) {
+            result += row.back().text() + " ";
+        }
+        return result;
+    }
+    template <typename Action> static EngineError error_of(Action action)
+    {
+        try {
+            action();
+        } catch (const EngineError& error) {
+            return error;
+        }
+        ADD_FAILURE() << "nothing failed";
+        return {0, "", ""};
+    }
+    /// The failure of an Open, which must name the file.
+    std::string refusal()
+    {
+        const auto error = error_of([&] { open(); });
+        EXPECT_EQ(error.number(), number_of(DatabaseError::Unspecified));
+        EXPECT_EQ(error.source(), qz::kProviderSource);
+        EXPECT_NE(error.description().find(file.string()), std::string::npos) << error.description();
+        return error.description();
+    }
+
+    qz::test::TemporaryFolder folder;
+    std::filesystem::path file = folder.path() / "VELTO.db";
+    qz::test::TestStatements statements;
+    qz::test::ManualClock clock;
+};
+
+bool mentions(const std::string& text, const std::string& words)
+{
+    return text.find(words) != std::string::npos;
+}
+
+} // namespace
+
+TEST_F(SqliteConnectionTest, MakesItsFileForTheOwnerOnly)
+{
+    const auto connection = open();
+    log(*connection, "a");
+    connection->end_turn();
+    const auto mode = [](const std::filesystem::path& path) {
+        return static_cast<unsigned>(std::filesystem::status(path).permissions());
+    };
+    EXPECT_EQ(mode(file), 0640U);
+    EXPECT_EQ(mode(file.string() + "-wal"), 0640U);
+    EXPECT_TRUE(mentions(connection->description(), file.string()));
+}
+
+TEST_F(SqliteConnectionTest, KeepsRowsOverCloseAndOpen)
+{
+    const auto connection = connect(Durability::Power);
+    EXPECT_EQ(connection->State(), ConnectionState::Closed);
+    EXPECT_EQ(error_of([&] { connection->Close(); }).number(), 3704);
+    EXPECT_EQ(error_of([&] { log(*connection, "x"); }).source(), qz::kConnectionSource);
+    EXPECT_EQ(error_of([&] { connection->change_mark(kLog); }).number(), 3704);
+    connection->Open("");
+    EXPECT_EQ(error_of([&] { connection->Open(""); }).number(), number_of(DatabaseError::Unspecified));
+    log(*connection, "kept"); // closing commits the turn
+    connection->Close();
+    connection->Open("");
+    EXPECT_EQ(actions(*connection), "kept ");
+}
+
+TEST_F(SqliteConnectionTest, CommitsAtTheEndOfTheTurn)
+{
+    const auto writer = open();
+    const auto reader = open();
+    log(*writer, "a");
+    log(*writer, "b");
+    EXPECT_EQ(actions(*writer), "a b ");
+    EXPECT_EQ(actions(*reader), "");
+    writer->end_turn();
+    EXPECT_EQ(actions(*reader), "a b ");
+    log(*reader, "c");
+    reader->end_turn();
+    EXPECT_EQ(actions(*writer), "a b c ");
+}
+
+TEST_F(SqliteConnectionTest, AFailingStatementFailsAlone)
+{
+    const auto connection = open();
+    connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+    const auto twice = error_of([&] { connection->Execute(fill(kInsertUser, {"ANNA", "", "", "", ""})); });
+    EXPECT_EQ(twice.number(), number_of(DatabaseError::Constraint));
+    EXPECT_EQ(error_of([&] { connection->Execute("DROP TABLE users"); }).number(),
+        number_of(DatabaseError::Syntax));
+    log(*connection, "after");
+    connection->end_turn();
+    connection->Close();
+    const auto again = open();
+    EXPECT_EQ(rows_of(*again, kUsers).rows.size(), 1U);
+    EXPECT_EQ(actions(*again), "after ");
+}
+
+TEST_F(SqliteConnectionTest, EditsRowsByTheirKey)
+{
+    const auto connection = open();
+    const auto key = add_row(*connection, kRooms, {{"RoomName", "lobby"}, {"CREATIONTIME", clock.now()}});
+    EXPECT_EQ(add_row(*connection, kRooms, {}), key + 1) << "a row of nothing but defaults";
+    connection->update_row(kRooms, key, {{"key", "username_owner"}, {"k", Value{}}});
+    connection->delete_row(kRooms, key + 1);
+    const auto rows = rows_of(*connection, kRooms);
+    ASSERT_EQ(rows.rows.size(), 1U);
+    EXPECT_EQ(rows.rows[0], (std::vector<Value>{Value(key), "lobby", "2026-03-02 09:00:00", "k", Value{}}));
+
+    const auto gone = number_of(DatabaseError::RowGone);
+    EXPECT_EQ(error_of([&] { connection->update_row(kRooms, key + 1, {{"key"}, {"x"}}); }).number(), gone);
+    EXPECT_EQ(error_of([&] { connection->delete_row(kRooms, key + 1); }).number(), gone);
+}
+
+TEST_F(SqliteConnectionTest, EditsOnlyKnownTablesAndColumns)
+{
+    const auto connection = open();
+    const std::pair<Table, const char*> cases[] = {{kRooms, "Colour"}, {kRooms, "key] = 'x', [RoomName"},
+        {kRooms, ""}, {{"nothing", "ID"}, "key"}, {{"rooms", "ID"}, "key"},
+        {{"sqlite_master", "name"}, "sql"}, {{"rooms] SET [key] = 1 --", "IDRoom"}, "key"}};
+    for (const auto& [table, column] : cases) {
+        const RowChange row{{column}, {"x"}};
+        EXPECT_NE(error_of([&] { connection->insert_row(table, row); }).number(), 0) << table.name << column;
+        EXPECT_NE(error_of([&] { connection->update_row(table, 1, row); }).number(), 0)
+            << table.name << column;
+    }
+    EXPECT_EQ(error_of([&] {
+        connection->delete_row({"nothing", "ID"}, 1);
+    }).number(),
+        number_of(DatabaseError::MissingTable));
+}
+
+TEST_F(SqliteConnectionTest, FetchesAHiddenKeyForEdits)
+{
+    const auto connection = open();
+    connection->Execute(fill(kInsertBuddy, {"anna", "bert", "friends"}));
+    const auto sql = fill(kSelectBuddyKey, {"bert", "anna"});
+    for (const auto& result : {connection->query(sql), connection->describe(sql)}) {
+        EXPECT_EQ(result.columns, std::vector<std::string>{"key"});
+        EXPECT_EQ(result.table, &kBuddies);
+    }
+    Recordset set(*connection);
+    set.Open(sql);
+    set.SetField("Key", "new");
+    set.Update();
+    set.Open(sql);
+    EXPECT_EQ(set.Fields("key").text(), "new");
+    EXPECT_EQ(connection->query(std::string(kCountUsers.text)).table, nullptr);
+}
+
+TEST_F(SqliteConnectionTest, MarksEveryChangeAndNoRead)
+{
+    const auto connection = open();
+    const auto mark = [&] {
+        return connection->change_mark(kUsers);
+    };
+    auto last = mark();
+    const auto changed = [&] {
+        return std::exchange(last, mark()) != last;
+    };
+
+    connection->query(std::string(kSelectUsers.text));
+    log(*connection, "another table");
+    connection->Execute(fill(kDeleteBuddy, {"no", "body"}));
+    EXPECT_FALSE(changed());
+    connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+    EXPECT_TRUE(changed());
+    connection->end_turn();
+    EXPECT_FALSE(changed());
+    connection->update_row(kUsers, 1, {{"Phone"}, {"1"}});
+    EXPECT_TRUE(changed());
+    connection->end_turn();
+
+    OtherProgram other(file);
+    EXPECT_FALSE(changed());
+    other.run("SELECT * FROM users");
+    EXPECT_FALSE(changed());
+    other.run("UPDATE users SET Phone = '2'");
+    EXPECT_TRUE(changed());
+    EXPECT_FALSE(changed());
+
+    connection->Close();
+    connection->Open("");
+    EXPECT_TRUE(changed()) << "nobody watched while it was closed";
+    EXPECT_NE(open()->change_mark(kUsers), last) << "marks of two connections never meet";
+}
+
+TEST_F(SqliteConnectionTest, PlainToolsUseTheFile)
+{
+    {
+        const auto connection = open();
+        connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+        connection->end_turn();
+        OtherProgram other(file);
+        other.run("INSERT INTO users (UserName) VALUES ('carl')");
+        other.run("INSERT INTO log (Action) VALUES (NULL)");
+        other.run("INSERT INTO command (action) VALUES ('x')");
+        other.run("ALTER TABLE users ADD COLUMN Nickname TEXT");
+        other.run("REINDEX; VACUUM");
+        const auto rows = rows_of(*connection, kUsers);
+        ASSERT_EQ(rows.rows.size(), 2U);
+        EXPECT_EQ(rows.columns.size(), 14U);
+        EXPECT_TRUE(rows.rows[1][7].boolean());
+        EXPECT_NO_THROW(rows.rows[1][8].date());
+        EXPECT_TRUE(connection->query(fill(kSelectLogLines, {"1"})).rows[0][0].is_null());
+        add_row(*connection, kUsers, {{"UserName", "dora"}, {"Email", "d"}});
+    }
+    OtherProgram(file).run("DROP TABLE autoreply");
+    const auto connection = open();
+    EXPECT_EQ(error_of([&] { connection->query(fill(kSelectAutoReply, {"anna"})); }).number(),
+        number_of(DatabaseError::MissingTable));
+}
+
+TEST_F(SqliteConnectionTest, RefusesWhatIsNoDatabase)
+{
+    const std::pair<std::string, const char*> cases[] = {{"hello", "not a database"},
+        {std::string(10'000, '\0'), "not a database"}, {"SQLite format 3", "not a database"},
+        {std::string("SQLite format 3\0", 16) + std::string(5000, 'x'), "damaged"}};
+    for (const auto& [bytes, words] : cases) {
+        write(file, bytes);
+        EXPECT_TRUE(mentions(refusal(), words)) << refusal();
+        EXPECT_EQ(content(file), bytes);
+    }
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_TRUE(mentions(refusal(), "folder"));
+    file = folder.path() / "missing" / "VELTO.db";
+    EXPECT_TRUE(mentions(refusal(), "cannot be created"));
+    EXPECT_FALSE(std::filesystem::exists(file.parent_path()));
+    EXPECT_EQ(connect()->State(), ConnectionState::Closed);
+    file.clear();
+    EXPECT_EQ(error_of([&] { open(); }).number(), number_of(DatabaseError::Unspecified));
+}
+
+TEST_F(SqliteConnectionTest, ReportsADamagedTable)
+{
+    {
+        const auto connection = open();
+        for (int i = 0; i < 2000; ++i) {
+            log(*connection, std::string(200, 'x'));
+        }
+    }
+    { // nothing is in the write-ahead log any more
+        const auto connection = open();
+        connection->Close();
+    }
+    auto bytes = content(file);
+    std::fill(bytes.begin() + 12 * 4096, bytes.end(), 'x');
+    write(file, bytes);
+    const auto error = error_of([&] { rows_of(*open(), kLog); });
+    EXPECT_EQ(error.number(), number_of(DatabaseError::Unspecified));
+    EXPECT_TRUE(mentions(error.description(), "damaged")) << error.description();
+    EXPECT_TRUE(mentions(error.description(), file.string()));
+}
+
+TEST_F(SqliteConnectionTest, UpgradesAnEmptyFileAndARestoredDump)
+{
+    write(file, "");
+    {
+        const auto connection = open();
+        connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+        connection->Close();
+    }
+    OtherProgram(file).run("PRAGMA user_version = 0; DROP INDEX users_UserName");
+    const auto connection = open();
+    EXPECT_EQ(rows_of(*connection, kUsers).rows.size(), 1U);
+    EXPECT_EQ(error_of([&] {
+        connection->Execute(fill(kInsertUser, {"Anna", "", "", "", ""}));
+    }).number(),
+        number_of(DatabaseError::Constraint));
+}
+
+TEST_F(SqliteConnectionTest, AFailingUpgradeChangesNothing)
+{
+    OtherProgram(file).run("CREATE TABLE log (x); INSERT INTO log VALUES (1)"); // of some other program
+    const auto before = content(file).size();
+    const auto error = error_of([&] { open(); });
+    EXPECT_TRUE(mentions(error.description(), "UserName")) << error.description();
+    EXPECT_EQ(content(file).size(), before) << "no table was added";
+    OtherProgram(file).run("SELECT x FROM log");
+}
+
+TEST_F(SqliteConnectionTest, RefusesANewerFile)
+{
+    open()->Close();
+    OtherProgram(file).run("PRAGMA user_version = 4711");
+    const auto before = content(file);
+    const auto description = refusal();
+    EXPECT_TRUE(mentions(description, "4711") && mentions(description, "up to 1")) << description;
+    EXPECT_EQ(content(file), before);
+}
+
+TEST_F(SqliteConnectionTest, ALockedFileFailsOnceSlowlyThenFast)
+{
+    const auto connection = open();
+    OtherProgram other(file);
+    other.run("BEGIN IMMEDIATE");
+    const auto locked = error_of([&] { log(*connection, "x"); });
+    EXPECT_EQ(locked.number(), number_of(DatabaseError::Unspecified));
+    EXPECT_TRUE(mentions(locked.description(), "locked by another program"));
+    EXPECT_EQ(actions(*connection), "") << "reading goes on";
+    const auto start = std::chrono::steady_clock::now();
+    error_of([&] { log(*connection, "y"); });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    connection->end_turn();
+    other.run("COMMIT");
+    log(*connection, "z");
+    connection->end_turn();
+    EXPECT_EQ(actions(*connection), "z ");
+}
+
+TEST_F(SqliteConnectionTest, RefusesAFileThatItMayNotWrite)
+{
+    open()->Close();
+    using std::filesystem::perms;
+    std::filesystem::permissions(folder.path(), perms(0755));
+    std::filesystem::permissions(file, perms(0444));
+    constexpr uid_t kNobody = 65534;
+    const bool root = geteuid() == 0;
+    if (root && seteuid(kNobody) != 0) {
+        std::cout << "cannot become an ordinary user\n";
+        GTEST_SKIP();
+    }
+    const auto read_only = refusal();
+    file = folder.path() / "new.db";
+    const auto no_folder = refusal();
+    EXPECT_EQ(root ? seteuid(0) : 0, 0);
+    std::filesystem::permissions(folder.path(), perms::owner_all);
+    EXPECT_TRUE(mentions(read_only, "read-only")) << read_only;
+    EXPECT_TRUE(mentions(no_folder, "cannot be created")) << no_folder;
+
+    file = folder.path() / "VELTO.db";
+    std::filesystem::permissions(file, perms::none);
+    if (root && seteuid(kNobody) == 0) {
+        EXPECT_EQ(error_of([&] { open(); }).number(), number_of(DatabaseError::Unspecified));
+        EXPECT_EQ(seteuid(0), 0);
+    }
+}
+
+TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)
+{
+    const auto connection = open();
+    log(*connection, "before");
+    connection->end_turn();
+    const auto mark = connection->change_mark(kLog);
+
+    {
+        const SmallDisk disk;
+        log(*connection, std::string(1'000'000, 'x'));
+        const auto error = error_of([&] { connection->end_turn(); });
+        EXPECT_EQ(error.number(), number_of(DatabaseError::Unspecified));
+        EXPECT_TRUE(mentions(error.description(), "free space")) << error.description();
+        EXPECT_NE(connection->change_mark(kLog), mark);
+
+        // A change that does not fit the cache fails at once, and takes the earlier ones with it.
+        log(*connection, "lost");
+        const auto early = error_of([&] { log(*connection, std::string(40'000'000, 'x')); });
+        EXPECT_TRUE(mentions(early.description(), "in the same turn is lost")) << early.description();
+        EXPECT_EQ(actions(*connection), "before ");
+    }
+    log(*connection, "after");
+    EXPECT_TRUE(mentions(error_of([&] { connection->end_turn(); }).description(), "were lost"))
+        << "what was told about the lost changes must not go out";
+    connection->end_turn();
+    EXPECT_EQ(actions(*connection), "before after ");
+}
+
+TEST_F(SqliteConnectionTest, AKilledProcessLosesNoFinishedTurn)
+{
+    for (const auto durability : {Durability::Process, Durability::Power}) {
+        std::array<int, 2> ready{};
+        ASSERT_EQ(pipe(ready.data()), 0);
+        const auto child = fork();
+        if (child == 0) {
+            const auto connection = open(durability);
+            log(*connection, "finished");
+            connection->end_turn();
+            log(*connection, "unfinished");
+            static_cast<void>(::write(ready[1], "x", 1) == 1);
+            while (true) {
+                pause();
+            }
+        }
+        char byte = 0;
+        ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        close(ready[0]);
+        close(ready[1]);
+        EXPECT_EQ(actions(*open()), "finished ");
+        std::filesystem::remove(file);
+        std::filesystem::remove(file.string() + "-wal");
+        std::filesystem::remove(file.string() + "-shm");
+    }
+}
