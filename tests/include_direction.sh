@@ -13,15 +13,18 @@ faults=0
 for position in "${!rooms[@]}"; do
     room=${rooms[$position]}
     allowed=" ${rooms[*]:0:position+1} "
+    [[ -d $room ]] || continue
     while IFS=: read -r file line include; do
+        quote=${include:0:1}
+        include=${include:1}
         target=${include%%/*}
-        if [[ $include == */* && " ${rooms[*]} " == *" $target "* && $allowed != *" $target "* ]]; then
+        if [[ $quote == '"' && " ${rooms[*]} " == *" $target "* && $allowed != *" $target "* ]]; then
             echo "src/$file:$line: $room/ must not include $include: the arrow runs up"
             faults=1
         elif [[ $room != platform && $include =~ $third_party ]]; then
             echo "src/$file:$line: only platform/ includes third-party headers, not $room/: $include"
             faults=1
         fi
-    done < <(grep -rnoE '^#include [<"][^>"]+' --include='*.h' --include='*.cpp' "$room" | sed -E 's/#include [<"]//')
+    done < <(grep -rnoE '^#include [<"][^>"]+' --include='*.h' --include='*.cpp' "$room" | sed -E 's/#include //')
 done
 exit "$faults"

@@ -1,0 +1,35 @@
+#include "platform/asio/AsioMachine.h"
+
+#include "base/EngineError.h"
+#include "platform/asio/AsioClientSockets.h"
+#include "platform/asio/AsioServerSocket.h"
+#include "platform/asio/AsioTimer.h"
+#include "platform/sqlite/SqliteProvider.h"
+
+namespace qz::platform {
+
+std::unique_ptr<Timer> AsioMachine::create_timer(TimerEvents& events)
+{
+    return std::make_unique<AsioTimer>(loop_, events);
+}
+
+std::unique_ptr<ServerSocket> AsioMachine::create_server_socket(ServerSocketEvents& events)
+{
+    return std::make_unique<AsioServerSocket>(loop_, events);
+}
+
+std::unique_ptr<ClientSockets> AsioMachine::create_client_sockets(ClientSocketEvents& events)
+{
+    return std::make_unique<AsioClientSockets>(loop_, events);
+}
+
+std::unique_ptr<Connection> AsioMachine::create_connection(const ConnectionOptions& options)
+{
+    if (options.provider != Provider::Embedded) {
+        throw database_error(DatabaseError::Unspecified,
+            "The ODBC provider is not available in this build; set [Storage] Provider to embedded");
+    }
+    return make_sqlite_connection(options, clock_);
+}
+
+} // namespace qz::platform
