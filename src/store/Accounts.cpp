@@ -1,0 +1,215 @@
+#include "store/Accounts.h"
+
+#include "base/Guarded.h"
+#include "base/Text.h"
+#include "store/Statements.h"
+
+namespace qz::store {
+
+Accounts::Accounts(Database& database, Directory& directory, const helpers::MessageParser& parser,
+    helpers::SettingsCipher& cipher, Journal& journal)
+    : database_(database), directory_(directory), parser_(parser), cipher_(cipher), journal_(journal)
+{
+}
+
+bool Accounts::ScreenNameExist(const std::string& name, const std::string& remote_ip)
+{
+    return guarded(journal_, "ScreenNameExist", remote_ip, false, [&] {
+        if (name.empty()) {
+            return false;
+        }
+        directory_.SetUsers();
+        return directory_.user_named(parser_.CleanText(name)) != nullptr;
+    });
+}
+
+bool Accounts::CheckScreenName_Password(
+    const std::string& name, const std::string& password, const std::string& remote_ip)
+{
+    return guarded(journal_, "CheckScreenName_Password", remote_ip, false, [&] {
+        directory_.SetUsers();
+        const auto* user = directory_.user_named(lower(parser_.CleanText(name)));
+        // Cleaned on both sides, so that a password with a quote compares like with like.
+        return user != nullptr
+            && parser_.CleanText(cipher_.Decode(user->Password)) == parser_.CleanText(password);
+    });
+}
+
+bool Accounts::ScreenName_Enabled(const std::string& name)
+{
+    return guarded(journal_, "ScreenName_Enabled", no_address, false, [&] {
+        const auto* user = directory_.user_named(parser_.CleanText(name));
+        return user != nullptr && user->AccountActive;
+    });
+}
+
+bool Accounts::set_NewScreenName(const std::string& name, const std::string& email,
+    const std::string& first_name, const std::string& last_name, const std::string& password)
+{
+    return guarded(journal_, "NewScreenName", no_address, false, [&] {
+        if (ScreenNameExist(name)) {
+            return false;
+        }
+        database_.execute(statements::kInsertUser,
+            {lower(parser_.CleanText(name)), parser_.CleanText(password), parser_.CleanText(first_name),
+                parser_.CleanText(last_name), parser_.CleanText(email)});
+        journal_.log_own("Addded new screenname (" + name + ")");
+        return true;
+    });
+}
+
+bool Accounts::set_MyDetails(
+    const std::string& name, const AccountDetails& details, const std::string& remote_ip)
+{
+    return guarded(journal_, "set_MyDetails", remote_ip, false, [&] {
+        auto row = row_of(statements::kSelectUserForDetails, name);
+        if (row.AtEnd()) {
+            return false;
+        }
+        row.SetField("Password", details.Password);
+        row.SetField("FirstName", details.FirstName);
+        row.SetField("LastName", details.LastName);
+        row.SetField("Email", details.Email);
+        row.SetField("Phone", details.Phone);
+        row.SetField("Fax", details.Fax);
+        row.SetField("HomePage", details.HomePage);
+        row.SetField("Country", details.Country);
+        row.Update();
+        directory_.SetUsers();
+        return true;
+    });
+}
+
+bool Accounts::set_ScreenNamePassword(
+    const std::string& name, const std::string& password, const std::string& remote_ip)
+{
+    return guarded(journal_, "set_ScreenNamePassword", remote_ip, false, [&] {
+        auto row = row_of(statements::kSelectPasswordForSetting, name);
+        if (row.RecordCount() < 1) {
+            return false;
+        }
+        row.SetField("Password", password);
+        row.Update();
+        directory_.SetUsers();
+        return true;
+    });
+}
+
+bool Accounts::ChangeUserNamePassword(const std::string& name, const std::string& old_password,
+    const std::string& new_password, const std::string& remote_ip, std::string& service_message)
+{
+    service_message = "The password has been not changed!";
+    return guarded(journal_, "ChangeUserNamePassword", remote_ip, false, [&] {
+        if (!CheckScreenName_Password(name, old_password, remote_ip)) {
+            return false;
+        }
+        auto row = row_of(statements::kSelectPassword, name);
+        if (!row.AtEnd()) {
+            row.SetField("Password", new_password);
+            row.Update();
+        }
+        journal_.Log("Password Changed for " + name, name, remote_ip);
+        service_message = "The password has been changed successfully, please relogon!";
+        return true;
+    });
+}
+
+void Accounts::set_ScreenName_Enabled(const std::string& name, bool enabled)
+{
+    guarded(journal_, "Set_ScreenName_Enabled", no_address, [&] {
+        auto row = row_of(statements::kSelectUser, name);
+        if (!row.AtEnd()) {
+            row.SetField("AccountActive", enabled);
+            row.Update();
+        }
+        directory_.SetUsers();
+        directory_.ListAllUsers();
+    });
+}
+
+void Accounts::EncryptDBPasswords()
+{
+    guarded(journal_, "EncryptDBPasswords", no_address, [&] {
+        auto rows = database_.open(statements::kSelectPlainPasswords,
+            {helpers::SettingsCipher::Marker, helpers::SettingsCipher::Marker});
+        for (; !rows.AtEnd(); rows.MoveNext()) {
+            rows.SetField("Password", cipher_.Encode(rows.Fields("Password").text()));
+            rows.Update();
+        }
+        directory_.SetUsers();
+    });
+}
+
+std::string Accounts::Retrieve_UserEmail(const std::string& name) const
+{
+    const auto* user = directory_.user_named_in_any_case(name);
+    return user == nullptr ? std::string{} : user->Email;
+}
+
+std::string Accounts::Retrieve_UserFirstName(const std::string& name) const
+{
+    const auto* user = directory_.user_named_in_any_case(name);
+    return user == nullptr ? std::string{} : user->FirstName;
+}
+
+std::string Accounts::Retrieve_UserLastName(const std::string& name) const
+{
+    return field(name, &UserRecord::LastName);
+}
+
+std::string Accounts::Retrieve_UserPhone(const std::string& name) const
+{
+    return field(name, &UserRecord::Phone);
+}
+
+std::string Accounts::Retrieve_UserFax(const std::string& name) const
+{
+    return field(name, &UserRecord::Fax);
+}
+
+std::string Accounts::Retrieve_UserHomePage(const std::string& name) const
+{
+    return field(name, &UserRecord::HomePage);
+}
+
+std::string Accounts::Retrieve_UserCountry(const std::string& name) const
+{
+    return field(name, &UserRecord::Country);
+}
+
+std::string Accounts::Retrieve_UserPassWord(const std::string& name)
+{
+    return guarded(journal_, "Retrieve_UserEmail", no_address, std::string{},
+        [&] { return cipher_.Decode(field(name, &UserRecord::Password)); });
+}
+
+DateTime Accounts::Retrieve_UserCreationTime(const std::string& name) const
+{
+    const auto* user = directory_.user_named(name);
+    return user == nullptr ? DateTime{} : user->CreationTime;
+}
+
+BuddyCard Accounts::Retrieve_BuddyDetail(const std::string& buddy)
+{
+    return guarded(journal_, "Retrieve_BuddyDetail", no_address, BuddyCard{}, [&] {
+        auto row = database_.open(statements::kSelectUser, {buddy});
+        if (row.AtEnd()) {
+            return BuddyCard{};
+        }
+        return BuddyCard{row.Fields("FirstName").text(), row.Fields("LastName").text(),
+            row.Fields("IMClientInUse").text(), row.Fields("Email").text()};
+    });
+}
+
+platform::Recordset Accounts::row_of(const platform::Statement& statement, const std::string& name)
+{
+    return database_.open(statement, {parser_.CleanText(name)});
+}
+
+std::string Accounts::field(std::string_view name, std::string UserRecord::*member) const
+{
+    const auto* user = directory_.user_named(name);
+    return user == nullptr ? std::string{} : user->*member;
+}
+
+} // namespace qz::store

@@ -1,0 +1,83 @@
+#include "store/ActivityLog.h"
+
+#include "base/Guarded.h"
+#include "base/Text.h"
+#include "helpers/ProtocolKeywords.h"
+#include "store/Statements.h"
+
+namespace qz::store {
+
+namespace {
+
+constexpr std::size_t kUserNameWidth = 50;
+constexpr std::size_t kRemoteIPWidth = 20;
+constexpr std::size_t kActionWidth = 255;
+
+/// Cuts a cleaned text to a column's width. In a cleaned text quotes come in pairs; a cut through a pair
+/// would leave half of it, which would end the literal early.
+std::string cut_cleaned(const std::string& cleaned, std::size_t width)
+{
+    auto cut = first_characters(cleaned, width);
+    const auto last_other = cut.find_last_not_of('\'');
+    const auto quotes = last_other == std::string_view::npos ? cut.size() : cut.size() - last_other - 1;
+    if (cut.size() < cleaned.size() && quotes % 2 == 1) {
+        cut.remove_suffix(1);
+    }
+    return std::string(cut);
+}
+
+} // namespace
+
+ActivityLog::ActivityLog(
+    Database& database, config::Settings& settings, const helpers::MessageParser& parser, Journal& journal)
+    : database_(database), settings_(settings), parser_(parser), journal_(journal)
+{
+}
+
+void ActivityLog::Write2dbLog(
+    const std::string& action, const std::string& user_name, const std::string& remote_ip)
+{
+    const auto& keywords = helpers::protocol_keywords();
+    const auto name = trim(user_name).empty()
+        ? keywords.HostName
+        : cut_cleaned(parser_.CleanText(single_line(user_name)), kUserNameWidth);
+    const auto line = single_line(remote_ip);
+    const auto address =
+        line.empty() ? keywords.HostAddress : std::string(first_characters(line, kRemoteIPWidth));
+    const auto text = cut_cleaned(parser_.CleanText(single_line(action)), kActionWidth);
+    const auto sql = platform::fill(statements::kInsertLogRow, {name, address, text});
+    try {
+        database_.connection().Execute(sql);
+    } catch (...) { // not guarded(): reporting a failure writes a log row, and that would never end
+        const auto error = current_error();
+        journal_.raise_error("Write2dbLog",
+            EngineError(error.number(), error.source(), error.description() + " -> " + sql), no_address);
+    }
+}
+
+void ActivityLog::ClearOldLog()
+{
+    attempt([&] {
+        const auto days = settings_.get_LogOlderThan();
+        if (days != 0) {
+            database_.execute(statements::kDeleteOldLog, {std::to_string(days)});
+        }
+    });
+}
+
+std::vector<std::string> ActivityLog::get_Log_web(std::int32_t last_record)
+{
+    std::vector<std::string> lines;
+    guarded(journal_, "get_Log_web", no_address, [&] {
+        auto rows = database_.open(statements::kSelectLogLines, {std::to_string(last_record)});
+        for (; !rows.AtEnd(); rows.MoveNext()) {
+            lines.push_back(rows.Fields("MyLog").text());
+        }
+    });
+    if (lines.empty()) {
+        lines.emplace_back();
+    }
+    return lines;
+}
+
+} // namespace qz::store

@@ -1,0 +1,40 @@
+// The activity log: the table `log`, one row for every line that the engine logs.
+#pragma once
+
+#include "base/Journal.h"
+#include "config/Settings.h"
+#include "helpers/MessageParser.h"
+#include "store/Database.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qz::store {
+
+class ActivityLog {
+public:
+    ActivityLog(Database& database, config::Settings& settings, const helpers::MessageParser& parser,
+        Journal& journal);
+
+    /// Inserts one row. A blank user name becomes HostName, an empty address HostAddress; the name is cut to
+    /// 50 characters, the address to 20, the action to 255. The address goes into the statement as it stands.
+    /// A failure raises Error, with the SQL text in its description, and is not logged.
+    void Write2dbLog(const std::string& action, const std::string& user_name, const std::string& remote_ip);
+
+    /// Deletes the rows that are as old as LogOlderThan days or older; 0 keeps all. Errors are ignored.
+    void ClearOldLog();
+
+    /// The newest lines, newest first: "time/user/address/action".
+    /// @param last_record  how many at the most.
+    /// @return one empty text when there are none or the query fails.
+    std::vector<std::string> get_Log_web(std::int32_t last_record);
+
+private:
+    Database& database_;
+    config::Settings& settings_;
+    const helpers::MessageParser& parser_;
+    Journal& journal_;
+};
+
+} // namespace qz::store
