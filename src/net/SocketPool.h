@@ -1,0 +1,74 @@
+// The numbered pool of client sockets: its size, which number a new connection gets, and what is known of a
+// number.
+#pragma once
+
+#include "base/Clock.h"
+#include "base/Journal.h"
+#include "helpers/MessageParser.h"
+#include "net/ConnectionTable.h"
+#include "net/NetEvents.h"
+#include "net/Sender.h"
+#include "platform/Sockets.h"
+
+#include <cstdint>
+#include <functional>
+#include <queue>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qz::net {
+
+class SocketPool {
+public:
+    SocketPool(const ConnectionTable& connections, Sender& sender, helpers::MessageParser& parser,
+        const Clock& clock, TrafficEvents& events, Journal& journal);
+
+    /// The component to work with: a new one at every start.
+    void use(platform::ClientSockets* sockets);
+
+    /// Adds sockets to the pool; logged before and after. Errors are ignored.
+    void LoadSockets(std::int16_t number_of_sockets_to_load, bool to_preserve);
+    std::int16_t get_SocketsCount() const;
+
+    /// A connection request: gives it the first socket that is closed and has rested for more than 60
+    /// seconds, or grows the pool; accepts, and offers a session id.
+    void connection_requested(std::int32_t request);
+    /// A socket was used just now: it arrived, spoke or closed. A closed socket rests from here on, so that a
+    /// late packet for the previous client does not reach a new one.
+    void touch(std::int16_t socket);
+
+    bool SocketFree(std::int16_t socket) const;
+    bool SessionIDFree(const std::string& session_id) const
+    {
+        return !connections_.is_session_id_used(session_id);
+    }
+    /// The peer's address; the server's own in place of HostAddress.
+    std::string get_RemoteAddress(std::int16_t socket) const;
+
+private:
+    std::int16_t take_socket();
+    bool take_rested_socket(std::int16_t& socket);
+    bool has_rested(std::int16_t socket, DateTime now) const;
+    std::int16_t grow();
+    std::string fresh_session_id();
+
+    const ConnectionTable& connections_;
+    Sender& sender_;
+    helpers::MessageParser& parser_;
+    const Clock& clock_;
+    TrafficEvents& events_;
+    Journal& journal_;
+    platform::ClientSockets* sockets_ = nullptr;
+    std::vector<DateTime> LastActivity; // the empty time: never used
+
+    // The rule says "the first number, in order, that is closed and rested". These two find it without a
+    // scan: numbers that may be taken now, and numbers that rest, oldest activity first. Both are only hints,
+    // checked against the rule when a number is taken.
+    std::set<std::int16_t> ready_;
+    using Resting = std::pair<DateTime, std::int16_t>;
+    std::priority_queue<Resting, std::vector<Resting>, std::greater<>> resting_;
+};
+
+} // namespace qz::net
