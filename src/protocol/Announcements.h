@@ -1,0 +1,26 @@
+// Texts of the server to everybody on line.
+#pragma once
+
+#include "base/Journal.h"
+#include "net/ConnectionTable.h"
+#include "net/Sender.h"
+
+#include <string>
+
+namespace qz::protocol {
+
+class Announcements {
+public:
+    Announcements(const net::ConnectionTable& connections, net::Sender& sender, Journal& journal);
+
+    /// Sends the text at once, under Notice, to every on-line record in table order, and logs how many were
+    /// sent.
+    void Send_MessageToAllActive(const std::string& text);
+
+private:
+    const net::ConnectionTable& connections_;
+    net::Sender& sender_;
+    Journal& journal_;
+};
+
+} // namespace qz::protocol

@@ -1,0 +1,98 @@
+#include "protocol/Dispatcher.h"
+
+#include "base/Guarded.h"
+#include "helpers/ProtocolKeywords.h"
+
+#include <algorithm>
+#include <array>
+
+namespace qz::protocol {
+
+namespace {
+
+using helpers::ProtocolKeywords;
+using Keyword = const std::string ProtocolKeywords::*;
+
+struct Command {
+    Keyword keyword;
+    Keyword parameters_after; // the keyword with which the parameters are taken
+    Gate gate = Gate::None;
+    void (Handlers::*handler)(const Request&) = nullptr; // none: the server does not serve this request
+};
+
+// The order is the order of comparison.
+const std::array<Command, 23> kCommands{{
+    {&ProtocolKeywords::TypingNotice, &ProtocolKeywords::TypingNotice},
+    {&ProtocolKeywords::InstantMessage, &ProtocolKeywords::InstantMessage},
+    {&ProtocolKeywords::MessageReceipt, &ProtocolKeywords::MessageReceipt},
+    {&ProtocolKeywords::LogOn, &ProtocolKeywords::LogOn},
+    {&ProtocolKeywords::LastVersionRequest, &ProtocolKeywords::LastVersionRequest},
+    {&ProtocolKeywords::WhereIsBuddy, &ProtocolKeywords::WhereIsBuddy},
+    {&ProtocolKeywords::ActiveUsers, &ProtocolKeywords::ActiveUsers},
+    {&ProtocolKeywords::OnLineBuddies, &ProtocolKeywords::OnLineBuddies},
+    // Clients count on the parameters being taken with the other keyword: the command stays in front of them.
+    {&ProtocolKeywords::RoomList, &ProtocolKeywords::OnLineBuddies},
+    {&ProtocolKeywords::AllBuddies, &ProtocolKeywords::AllBuddies},
+    {&ProtocolKeywords::FindBuddy, &ProtocolKeywords::FindBuddy},
+    {&ProtocolKeywords::StatusChange, &ProtocolKeywords::StatusChange},
+    {&ProtocolKeywords::AddBuddy, &ProtocolKeywords::AddBuddy},
+    {&ProtocolKeywords::DeleteBuddy, &ProtocolKeywords::DeleteBuddy},
+    {&ProtocolKeywords::ClientVersionReport, &ProtocolKeywords::ClientVersionReport},
+    {&ProtocolKeywords::AutoReply, &ProtocolKeywords::AutoReply},
+    {&ProtocolKeywords::BuddyDetails, &ProtocolKeywords::BuddyDetails},
+    {&ProtocolKeywords::BuddyKey, &ProtocolKeywords::BuddyKey},
+    {&ProtocolKeywords::Room, &ProtocolKeywords::Room},
+    {&ProtocolKeywords::FileTransfer, &ProtocolKeywords::FileTransfer, Gate::FileTransfer},
+    {&ProtocolKeywords::ScreenTransfer, &ProtocolKeywords::ScreenTransfer, Gate::ScreenTransfer},
+    {&ProtocolKeywords::AdminScreenName, &ProtocolKeywords::AdminScreenName},
+    {&ProtocolKeywords::Echo, &ProtocolKeywords::Echo, Gate::None, &Handlers::echo},
+}};
+
+} // namespace
+
+Dispatcher::Dispatcher(Handlers& handlers, const helpers::MessageParser& parser, const net::SocketPool& pool,
+    net::Sender& sender, config::Settings& settings, Journal& journal)
+    : reader_(parser, journal), handlers_(handlers), parser_(parser), pool_(pool), sender_(sender),
+      settings_(settings), journal_(journal)
+{
+}
+
+void Dispatcher::HandleIncoming(
+    std::int16_t socket, const std::string& message, double number, const std::string& first_word)
+{
+    std::string address;
+    guarded(journal_, "HandleIncoming", address, [&] {
+        const auto& keywords = helpers::protocol_keywords();
+        const auto word = parser_.field(message, 1);
+        const auto command = std::find_if(kCommands.begin(), kCommands.end(),
+            [&](const Command& candidate) { return keywords.*candidate.keyword == word; });
+        if (command == kCommands.end()) {
+            return;
+        }
+        address = pool_.get_RemoteAddress(socket);
+        if (const auto reason = refusal(command->gate)) {
+            sender_.SendData(socket, keywords.Notice, *reason);
+        } else if (command->handler != nullptr) {
+            (handlers_.*command->handler)(
+                {socket, parser_.text_after_keyword(message, keywords.*command->parameters_after), address,
+                    number, first_word});
+        }
+    });
+}
+
+/// Why the policy forbids a request; nothing when it does not.
+std::optional<std::string> Dispatcher::refusal(Gate gate)
+{
+    const auto contact = [&] {
+        return settings_.get_AdminScreenName() + " for support";
+    };
+    if (gate == Gate::FileTransfer && !settings_.get_AllowFileTransfer()) {
+        return "File Transfer not allowed by internal policy. Please contact " + contact();
+    }
+    if (gate == Gate::ScreenTransfer && !settings_.get_AllowSnapShot()) {
+        return "ScreenShot not allowed by internal policy. Please contact " + contact();
+    }
+    return std::nullopt;
+}
+
+} // namespace qz::protocol
