@@ -1,0 +1,282 @@
+#include "server/Engine.h"
+
+#include "base/Guarded.h"
+#include "helpers/ProtocolKeywords.h"
+#include "helpers/ServerCommandNames.h"
+#include "server/HomeFiles.h"
+#include "store/Statements.h"
+
+namespace qz::server {
+
+using helpers::protocol_keywords;
+
+namespace {
+
+constexpr const char* kClosingText = "VELTOServer is shutting down, please reconnect in a few of minutes";
+
+} // namespace
+
+Engine::Engine(platform::Machine& machine, MainEvents& events)
+    : machine_(machine), events_(events), journal(events), parser(machine.crypto()),
+      ini(machine.home() / kSettingsFile), key(machine.home() / kKeyFile, machine.crypto()),
+      cipher(machine.crypto(), key), settings(ini, cipher, journal), deployment(ini),
+      database([this] { return create_connection(); }, settings, journal),
+      activity_log(database, settings, parser, journal), counters(database, journal),
+      directory(database, counters, journal), accounts(database, directory, parser, cipher, journal),
+      sender(parser, machine.loop(), *this, journal),
+      pool(connections, sender, parser, machine.clock(), *this, journal),
+      closer(connections, pool, chunks, machine.clock(), *this, journal), handlers(sender),
+      dispatcher(handlers, parser, pool, sender, settings, journal),
+      receiver(connections, chunks, sender, closer, parser, machine.clock(), {dispatcher, *this}, journal),
+      announcements(connections, sender, journal), commands(database, *this, journal),
+      housekeeping(settings, *this, journal)
+{
+    journal.attach(activity_log);
+    machine_.loop().add_listener(database, platform::TurnPhase::Commit);
+    database.BuildConnectionString();
+    const auto accounts_count = counters.get_BuddiesCount();
+    connections.reset(accounts_count);
+    room_members.reset(accounts_count);
+}
+
+Engine::~Engine()
+{
+    attempt([&] {
+        journal.Log(
+            "Service is now closing " + get_ServerIP() + ":" + std::to_string(settings.get_ListeningPort()),
+            protocol_keywords().HostName, ready_address());
+    });
+    database.ClosedbConnection();
+    machine_.loop().remove_listener(database);
+}
+
+void Engine::Server_Start()
+{
+    if (status != ServerStatus::Arrested) {
+        journal.log_own("VELTO Server already started");
+        return;
+    }
+    try {
+        create_components();
+        database.BuildConnectionString();
+        housekeeping.set_ServerSpeed(settings.get_ServerSpeedRead());
+        status = ServerStatus::Started;
+        begin_start_record();
+        prepare_data();
+        load_sockets();
+        chunks.clear();
+        journal.log_own("Update frequency " + std::to_string(housekeeping.ticks_per_second()) + " Hz");
+        open_listening_socket();
+        announce_ready();
+        housekeeping.run();
+        timer_->set_enabled(true);
+    } catch (...) { // not guarded(): the failure is logged as well as reported
+        const auto error = current_error();
+        journal.ReportError("Server_Start", error, no_address);
+        journal.log_own("Error during Server_Start: " + error.description());
+    }
+}
+
+void Engine::create_components()
+{
+    timer_ = machine_.create_timer(housekeeping);
+    server_socket_ = machine_.create_server_socket(*this);
+    client_sockets_ = machine_.create_client_sockets(*this);
+    housekeeping.use(timer_.get());
+    sender.use(client_sockets_.get());
+    pool.use(client_sockets_.get());
+    closer.use(client_sockets_.get());
+}
+
+void Engine::begin_start_record()
+{
+    start_time = machine_.clock().now();
+    connections.reset(counters.get_BuddiesCount());
+    const auto logs = machine_.home() / kLogsFolder;
+    log_path_ = logs.string() + "/";
+    attempt([&] { std::filesystem::create_directory(logs); }); // it may be there already
+}
+
+/// Commands from before the start are discarded, plain passwords encoded, and the tables copied into memory.
+void Engine::prepare_data()
+{
+    activity_log.ClearOldLog();
+    commands.delete_ServerCommand(0);
+    accounts.EncryptDBPasswords();
+    accept_incoming_connections = true;
+    directory.ListAllUsers();
+    directory.SetMyBuddies();
+    directory.SetRooms();
+    directory.SetUsers();
+}
+
+/// The pool grows only to 757 by its own rule; a deployment that wants more has the sockets made at the
+/// start.
+void Engine::load_sockets()
+{
+    constexpr std::int16_t initial = 100;
+    pool.LoadSockets(initial, false);
+    if (const auto wanted = deployment.max_connections().value_or(initial); wanted > initial) {
+        pool.LoadSockets(static_cast<std::int16_t>(wanted - initial), false);
+    }
+}
+
+void Engine::open_listening_socket()
+{
+    server_socket_->close();
+    server_socket_->set_local_address(deployment.listen_address());
+    server_socket_->set_local_port(settings.get_ListeningPort());
+    server_socket_->listen();
+}
+
+void Engine::announce_ready()
+{
+    status = ServerStatus::Started;
+    if (!ready_) {
+        journal.Log(
+            "Service is now ready on " + get_ServerIP() + ":" + std::to_string(settings.get_ListeningPort()),
+            protocol_keywords().HostName, ready_address());
+    }
+    if (!ready_) {
+        events_.ServerStart();
+    }
+    ready_ = true;
+    machine_.loop().yield_to_pending_events();
+}
+
+std::string Engine::ready_address() const
+{
+    return protocol_keywords().HostAddress + " by " + start_time.text();
+}
+
+void Engine::Server_End()
+{
+    guarded(journal, "Server_End", no_address, [&] {
+        if (status == ServerStatus::Arrested) {
+            events_.ShutDown();
+            return;
+        }
+        announcements.Send_MessageToAllActive(kClosingText);
+        commands.set_ServerCommand(helpers::server_command_names().ShutDownCommand, {});
+    });
+}
+
+void Engine::ShutDownServer()
+{
+    commands.PushCloseAllConnections();
+    commands.set_ServerCommand(helpers::server_command_names().ShutDownCommand, {});
+}
+
+void Engine::shut_down()
+{
+    announcements.Send_MessageToAllActive(kClosingText);
+    journal.log_own("VELTOServer is shutting down because of shutdown command...");
+    CloseAllConnections();
+    journal.log_own("VELTOServer now is closing");
+    events_.ShutDown();
+}
+
+void Engine::CloseAllConnections()
+{
+    guarded(journal, "CloseAllConnections", no_address, [&] {
+        closer.close_all();
+        journal.log_own("All active connections closed");
+        journal.ReportOnLineUsers(connections.count_on_line());
+    });
+}
+
+void Engine::set_ListeningPort(std::uint16_t port)
+{
+    guarded(journal, "set_ListeningPort", no_address, [&] {
+        if (port == settings.get_ListeningPort()) {
+            journal.log_own("Listening port not updated!");
+            return;
+        }
+        settings.write_ListeningPort(port);
+        server_socket().set_local_port(port);
+        journal.log_own("Service is now close on " + protocol_keywords().HostAddress + ":"
+            + std::to_string(settings.get_ListeningPort()));
+    });
+}
+
+std::string Engine::get_ServerIP()
+{
+    return guarded(
+        journal, "get_ServerIP", no_address, std::string{}, [&] { return server_socket().local_address(); });
+}
+
+void Engine::not_available(std::string_view member)
+{
+    journal.ReportError(member,
+        runtime_error(RuntimeError::NotAvailable, std::string(member) + " is not available in this build"),
+        no_address);
+}
+
+platform::ServerSocket& Engine::server_socket()
+{
+    if (!server_socket_) {
+        server_socket_ = machine_.create_server_socket(*this);
+    }
+    return *server_socket_;
+}
+
+std::unique_ptr<platform::Connection> Engine::create_connection() const
+{
+    return machine_.create_connection({deployment.provider(), deployment.durability(),
+        machine_.home() / kDatabaseFile, store::all_statements()});
+}
+
+void Engine::run_frequent_jobs()
+{
+    commands.CheckServerCommand();
+    chunks.sweep(machine_.clock().now());
+    events_.TimerActivity();
+}
+
+void Engine::CheckConnectionUp()
+{
+    closer.CheckConnectionUp();
+}
+
+void Engine::refresh_online_info()
+{
+    journal.ReportOnLineUsers(connections.count_on_line());
+}
+
+void Engine::released(const std::string& /*user*/, const std::string& /*address*/, std::int16_t /*socket*/)
+{
+    journal.ReportOnLineUsers(connections.count_on_line());
+}
+
+void Engine::traffic(net::Direction direction)
+{
+    events_.SocketActivity(
+        direction == net::Direction::Ingoing ? SocketActivity::Ingoing : SocketActivity::Outgoing);
+}
+
+void Engine::new_connection_requested(const std::string& address)
+{
+    events_.NewConnectionRequested(address);
+}
+
+void Engine::connection_requested(std::int32_t request)
+{
+    if (accept_incoming_connections) {
+        pool.connection_requested(request);
+    }
+}
+
+void Engine::data_arrived(std::int16_t socket, const std::string& unit)
+{
+    guarded(journal, "SocketX_Receive", no_address, [&] {
+        pool.touch(socket);
+        receiver.DataIncoming(socket, unit);
+    });
+}
+
+void Engine::closed(std::int16_t socket)
+{
+    closer.SocketClosing(socket);
+}
+
+} // namespace qz::server

@@ -1,0 +1,135 @@
+// Builds every object of one engine in dependency order, starts and stops it, and carries what the rooms tell
+// upwards to where it belongs. The only object that knows all others.
+#pragma once
+
+#include "config/Deployment.h"
+#include "config/IniFile.h"
+#include "config/KeyFile.h"
+#include "config/Settings.h"
+#include "helpers/MessageParser.h"
+#include "helpers/SettingsCipher.h"
+#include "net/ChunkStore.h"
+#include "net/ConnectionTable.h"
+#include "net/NetEvents.h"
+#include "net/Receiver.h"
+#include "net/Sender.h"
+#include "net/SocketCloser.h"
+#include "net/SocketPool.h"
+#include "platform/Machine.h"
+#include "protocol/Announcements.h"
+#include "protocol/Dispatcher.h"
+#include "protocol/Handlers.h"
+#include "server/Housekeeping.h"
+#include "server/Main.h"
+#include "server/MainEvents.h"
+#include "server/ServerCommands.h"
+#include "server/ServerJournal.h"
+#include "store/Accounts.h"
+#include "store/ActivityLog.h"
+#include "store/Counters.h"
+#include "store/Database.h"
+#include "store/Directory.h"
+#include "store/RoomMembers.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace qz::server {
+
+class Engine final : private CommandActions,
+                     private TickJobs,
+                     private net::ConnectionEvents,
+                     private net::TrafficEvents,
+                     private platform::ServerSocketEvents,
+                     private platform::ClientSocketEvents {
+public:
+    /// Class_Initialize: settings, database connection, tables.
+    Engine(platform::Machine& machine, MainEvents& events);
+    /// Class_Terminate: the closing line, and the database is closed. Errors are ignored.
+    ~Engine();
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    void Server_Start();
+    void Server_End();
+    void ShutDownServer();
+    void CloseAllConnections() override;
+    void set_ListeningPort(std::uint16_t port);
+    std::string get_ServerIP();
+    std::string server_time() const { return machine_.clock().now().text(); }
+
+    /// Reports a member that this build does not serve.
+    void not_available(std::string_view member);
+
+private:
+    platform::Machine& machine_;
+    MainEvents& events_;
+
+public: // the rooms, for the members of Main that forward to them
+    ServerJournal journal;
+    helpers::MessageParser parser;
+    config::IniFile ini;
+    config::KeyFile key;
+    helpers::SettingsCipher cipher;
+    config::Settings settings;
+    config::Deployment deployment;
+
+    store::Database database;
+    store::ActivityLog activity_log;
+    store::Counters counters;
+    store::Directory directory;
+    store::Accounts accounts;
+    store::RoomMembers room_members;
+
+    net::ConnectionTable connections;
+    net::ChunkStore chunks;
+    net::Sender sender;
+    net::SocketPool pool;
+    net::SocketCloser closer;
+
+    protocol::Handlers handlers;
+    protocol::Dispatcher dispatcher;
+    net::Receiver receiver;
+    protocol::Announcements announcements;
+
+    ServerCommands commands;
+    Housekeeping housekeeping;
+
+    ServerStatus status = ServerStatus::Arrested;
+    bool accept_incoming_connections = false;
+    DateTime start_time;
+
+private:
+    // Steps of the start.
+    void create_components();
+    void begin_start_record();
+    void prepare_data();
+    void load_sockets();
+    void open_listening_socket();
+    void announce_ready();
+    std::string ready_address() const;
+    std::unique_ptr<platform::Connection> create_connection() const;
+    platform::ServerSocket& server_socket();
+
+    // What the rooms and components tell upwards.
+    void shut_down() override;
+    void run_frequent_jobs() override;
+    void CheckConnectionUp() override;
+    void refresh_online_info() override;
+    void released(const std::string& user, const std::string& address, std::int16_t socket) override;
+    void traffic(net::Direction direction) override;
+    void new_connection_requested(const std::string& address) override;
+    void connection_requested(std::int32_t request) override;
+    void data_arrived(std::int16_t socket, const std::string& unit) override;
+    void closed(std::int16_t socket) override;
+
+    std::string log_path_;
+    bool ready_ = false;                                      // the ready line was logged: it is logged once
+    std::unique_ptr<platform::Timer> timer_;                  // QZ_Timer_1
+    std::unique_ptr<platform::ServerSocket> server_socket_;   // QZ_WinSock_Server
+    std::unique_ptr<platform::ClientSockets> client_sockets_; // QZ_WinSock_Client
+};
+
+} // namespace qz::server

@@ -1,0 +1,52 @@
+// Administrative commands: rows of the table `command`, written by anybody, carried out by the housekeeping
+// tick.
+#pragma once
+
+#include "base/Journal.h"
+#include "store/Database.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace qz::server {
+
+/// What the commands do; implemented by the engine.
+class CommandActions {
+public:
+    /// Tells the active users, closes all connections and raises ShutDown.
+    virtual void shut_down() = 0;
+    virtual void CloseAllConnections() = 0;
+
+protected:
+    ~CommandActions() = default;
+};
+
+class ServerCommands {
+public:
+    ServerCommands(store::Database& database, CommandActions& actions, Journal& journal);
+
+    /// Queues a command. Both texts go into the statement as they stand.
+    void set_ServerCommand(const std::string& command, const std::string& parameters);
+    /// Removes one row; 0 removes all.
+    void delete_ServerCommand(std::int32_t id);
+    void PushCloseAllConnections();
+    void SendInstantMessageToAll(const std::string& message);
+    /// Blanks of the remote command travel as BlankSubstitute, so that it ends where the message begins.
+    void SendRemoteCommand(const std::string& message, const std::string& remote_command);
+    void LogOffUser(const std::string& screen_name);
+
+    /// Carries the waiting commands out, oldest first, and removes each row behind it. An unknown command is
+    /// dropped. An empty table that nobody has written to since costs no query.
+    void CheckServerCommand();
+
+private:
+    void carry_out(const std::string& action);
+
+    store::Database& database_;
+    CommandActions& actions_;
+    Journal& journal_;
+    std::optional<std::uint64_t> empty_mark_; // the table's change mark when it was last seen empty
+};
+
+} // namespace qz::server

@@ -1,0 +1,74 @@
+#include "server/ServerJournal.h"
+
+#include "base/Text.h"
+#include "helpers/ProtocolKeywords.h"
+#include "store/ActivityLog.h"
+
+namespace qz::server {
+
+namespace {
+
+bool is_reported_twice(const EngineError& error)
+{
+    return (error.number() == number_of(DatabaseError::Unspecified) && error.source() == kProviderSource)
+        || (error.number() == number_of(DatabaseError::NoConnection) && error.source() == kRecordsetSource);
+}
+
+/// Calls `report` with the address as given and, where the rule asks for it, a second time.
+template <typename Report>
+void report_by_rule(const EngineError& error, const std::string& address, Report&& report)
+{
+    report(address);
+    if (is_reported_twice(error)) {
+        report(address.empty() ? helpers::protocol_keywords().HostAddress : address);
+    }
+}
+
+} // namespace
+
+void ServerJournal::Log(
+    const std::string& message, const std::string& user_name, const std::string& remote_ip)
+{
+    write(message, remote_ip, user_name);
+    events_.LogMessage(single_line(message), single_line(user_name), single_line(remote_ip));
+}
+
+void ServerJournal::log_own(const std::string& message)
+{
+    const auto& keywords = helpers::protocol_keywords();
+    Log(message, keywords.HostName, keywords.HostAddress);
+}
+
+void ServerJournal::ReportError(
+    std::string_view routine, const EngineError& error, const std::string& address)
+{
+    report_by_rule(error, address, [&](const std::string& pc_ip) {
+        write(error.description(), helpers::protocol_keywords().HostName, pc_ip);
+        events_.Error(std::string(routine), error.number(), error.source(), error.description(), pc_ip);
+    });
+}
+
+void ServerJournal::raise_error(
+    std::string_view routine, const EngineError& error, const std::string& address)
+{
+    report_by_rule(error, address, [&](const std::string& pc_ip) {
+        events_.Error(std::string(routine), error.number(), error.source(), error.description(), pc_ip);
+    });
+}
+
+void ServerJournal::ReportOnLineUsers(std::int32_t count)
+{
+    const auto& keywords = helpers::protocol_keywords();
+    write("Now on line: " + std::to_string(count), keywords.HostName, keywords.HostAddress);
+    events_.OnLineUsers(count);
+}
+
+void ServerJournal::write(
+    const std::string& action, const std::string& user_name, const std::string& remote_ip)
+{
+    if (log_ != nullptr) {
+        log_->Write2dbLog(action, user_name, remote_ip);
+    }
+}
+
+} // namespace qz::server
