@@ -1,0 +1,135 @@
+#include "CallCommand.h"
+
+#include "HostEvents.h"
+#include "base/Text.h"
+#include "config/IniFile.h"
+#include "platform/asio/AsioMachine.h"
+#include "server/MemberTable.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace velto {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using qz::server::Member;
+using qz::server::Parameter;
+using qz::server::Variant;
+
+/// Shows only what went wrong, on standard error.
+class CallEvents final : public SilentEvents {
+public:
+    void Error(const std::string& routine_name, std::int32_t error_number, const std::string& error_source,
+        const std::string& error_description, const std::string& /*pc_ip*/) override
+    {
+        failed_ = true;
+        std::cerr << "velto-server: " << qz::printable(routine_name) << ": "
+                  << qz::printable(error_description) << " (error " << error_number << ", " << error_source
+                  << ")\n";
+    }
+    bool failed() const { return failed_; }
+
+private:
+    bool failed_ = false;
+};
+
+Json to_json(const qz::queue::QueueMessageSmall& message)
+{
+    return {{"UserName_From", message.UserName_From}, {"UserName_To", message.UserName_To},
+        {"ReceivedTime", message.ReceivedTime.text()}, {"ExpirationTime", message.ExpirationTime.text()}};
+}
+
+Json to_json(const Variant& value, qz::server::ValueType type)
+{
+    if (std::holds_alternative<std::monostate>(value)) {
+        return nullptr;
+    }
+    if (const auto* number = std::get_if<std::int32_t>(&value)) {
+        return type == qz::server::ValueType::Boolean ? Json(*number != 0) : Json(*number);
+    }
+    if (const auto* flag = std::get_if<bool>(&value)) {
+        return *flag;
+    }
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        return *text;
+    }
+    if (const auto* date = std::get_if<qz::DateTime>(&value)) {
+        return date->text();
+    }
+    if (const auto* texts = std::get_if<std::vector<std::string>>(&value)) {
+        return *texts;
+    }
+    Json messages = Json::array();
+    for (const auto& message : std::get<std::vector<qz::queue::QueueMessageSmall>>(value)) {
+        messages.push_back(to_json(message));
+    }
+    return messages;
+}
+
+const Member& require_member(const std::string& name)
+{
+    const auto* member = qz::server::find_member(name);
+    if (member == nullptr) {
+        throw CommandError(Exit::Usage,
+            "there is no member \"" + qz::printable(name) + "\"\nAll of them: velto-server call --list");
+    }
+    return *member;
+}
+
+std::vector<Variant> arguments_for(const Member& member, const std::vector<std::string>& texts)
+{
+    if (texts.size() < member.required_arguments() || texts.size() > member.parameters.size()) {
+        throw CommandError(Exit::Usage, "wrong number of arguments\nThe member is " + member.signature());
+    }
+    std::vector<Variant> values;
+    for (std::size_t i = 0; i < member.parameters.size(); ++i) {
+        const auto& parameter = member.parameters[i];
+        try {
+            values.push_back(
+                i < texts.size() ? variant_from_text(parameter.type, texts[i]) : parameter.fallback);
+        } catch (const qz::EngineError& error) {
+            throw CommandError(Exit::Usage,
+                std::string(parameter.name) + ": " + error.description() + "\nThe member is "
+                    + member.signature());
+        }
+    }
+    return values;
+}
+
+} // namespace
+
+void list_members()
+{
+    for (const auto& member : qz::server::main_members()) {
+        std::cout << member.signature() << "\n";
+    }
+}
+
+Exit run_call(const Home& home, const std::string& member_name, const std::vector<std::string>& arguments)
+{
+    const auto& member = require_member(member_name);
+    auto values = arguments_for(member, arguments);
+    home.require_folder();
+    if (home.is_initialised()) {
+        home.require_initialised(); // a settings file that cannot be read is not the same as none
+    }
+
+    CallEvents events;
+    qz::platform::AsioMachine machine(home.folder());
+    qz::server::Main main(machine, events);
+    Json by_reference = Json::object();
+    const auto result = member.call(main, values);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (member.parameters[i].by_reference) {
+            by_reference[std::string(member.parameters[i].name)] =
+                to_json(values[i], member.parameters[i].type);
+        }
+    }
+    const Json answer = {{"result", to_json(result, member.result)}, {"args", by_reference}};
+    std::cout << answer.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+    return events.failed() ? Exit::Failed : Exit::Done;
+}
+
+} // namespace velto

@@ -1,0 +1,14 @@
+// velto-server check: looks a home over before something goes wrong.
+#pragma once
+
+#include "Exit.h"
+#include "Home.h"
+
+namespace velto {
+
+/// Prints one finding a line, with file, section, key and cure.
+/// @return Exit::Configuration when something must be mended before the server can run as meant; doubtful
+/// things alone are warnings.
+Exit run_check(const Home& home);
+
+} // namespace velto

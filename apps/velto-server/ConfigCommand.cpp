@@ -1,0 +1,118 @@
+#include "ConfigCommand.h"
+
+#include "Console.h"
+#include "Exit.h"
+#include "HomeStore.h"
+#include "base/Text.h"
+#include "config/SettingTable.h"
+
+#include <algorithm>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace velto {
+
+namespace {
+
+using qz::config::SettingRow;
+
+constexpr std::string_view kMask = "********";
+constexpr std::string_view kBlank = "***BLANK***"; // how an enciphered setting stores the empty text
+
+std::string full_name(const SettingRow& row)
+{
+    return std::string(row.section) + "/" + std::string(row.key);
+}
+
+const SettingRow& require_setting(const std::string& name)
+{
+    const auto* row = qz::config::find_setting(name);
+    if (row == nullptr) {
+        throw CommandError(Exit::Usage,
+            "there is no setting \"" + qz::printable(name)
+                + "\"\nA setting is named Section/Key, for instance "
+                + "\"General SetUp/ListeningPort\"; all of them: velto-server config list");
+    }
+    return *row;
+}
+
+/// The value as people write it; empty when there is no entry.
+std::string plain_value(HomeSettings& home, const SettingRow& row)
+{
+    const auto stored = home.ini.ReadIniValue(row.section, row.key);
+    if (!row.encoded || stored.empty()) {
+        return stored;
+    }
+    const auto plain = home.cipher.Decode(stored);
+    return plain == kBlank ? std::string() : plain;
+}
+
+std::string shown_value(HomeSettings& home, const SettingRow& row)
+{
+    const auto value = plain_value(home, row);
+    return row.secret && !value.empty() ? std::string(kMask) : value;
+}
+
+} // namespace
+
+void run_config_list(const Home& home, bool json)
+{
+    home.require_initialised();
+    HomeSettings settings(home);
+    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    std::string_view section;
+    for (const auto& row : qz::config::setting_table()) {
+        const auto value = shown_value(settings, row);
+        if (json) {
+            all.push_back({{"section", row.section}, {"key", row.key}, {"value", value},
+                {"missing", row.missing}, {"description", row.description}});
+            continue;
+        }
+        if (row.section != section) {
+            std::cout << (section.empty() ? "" : "\n") << "[" << row.section << "]\n";
+            section = row.section;
+        }
+        std::cout << row.key << " = "
+                  << (value.empty() ? "(" + std::string(row.missing) + ")" : qz::printable(value)) << "\n    "
+                  << row.description << "\n";
+    }
+    if (json) {
+        std::cout << all.dump(2) << "\n";
+    }
+}
+
+void run_config_get(const Home& home, const std::string& name)
+{
+    const auto& row = require_setting(name);
+    home.require_initialised();
+    HomeSettings settings(home);
+    std::cout << qz::printable(shown_value(settings, row)) << "\n";
+}
+
+void run_config_set(const Home& home, const std::string& name, const std::optional<std::string>& value)
+{
+    const auto& row = require_setting(name);
+    home.require_initialised();
+    if (row.secret && value) {
+        throw CommandError(Exit::Usage,
+            full_name(row) + " is a secret: others on this machine can see the arguments of a command\n"
+                + "Leave the value out and type it at the prompt, or pipe it in.");
+    }
+    if (!row.secret && !value) {
+        throw CommandError(Exit::Usage, "no value given for " + full_name(row));
+    }
+    const auto text = value ? qz::valid_utf8(*value) : read_secret("New value of " + full_name(row) + ": ");
+    if (const auto complaint = qz::config::complaint_about(row, text)) {
+        throw CommandError(Exit::Usage, full_name(row) + ": " + *complaint);
+    }
+    HomeSettings settings(home);
+    const auto stored =
+        row.encoded ? settings.cipher.Encode(qz::trim(text).empty() ? kBlank : std::string_view(text)) : text;
+    if (!settings.ini.WriteIniValue(row.section, row.key, stored)) {
+        throw CommandError(Exit::Failed,
+            "the settings file cannot be written: " + home.settings_file().string()
+                + "\nRun the command as the file's owner, and look for a full disk.");
+    }
+}
+
+} // namespace velto

@@ -1,0 +1,76 @@
+#include "Home.h"
+
+#include "Exit.h"
+#include "base/EngineError.h"
+#include "config/IniFile.h"
+
+#include <cstdlib>
+#include <unistd.h>
+
+namespace velto {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string folder_of(const std::string& option)
+{
+    if (!option.empty()) {
+        return option;
+    }
+    const char* variable =
+        std::getenv("VELTO_HOME"); // NOLINT(concurrency-mt-unsafe): read once, before any thread
+    return variable != nullptr && *variable != '\0' ? variable : ".";
+}
+
+} // namespace
+
+Home::Home(const std::string& option) : folder_(fs::absolute(folder_of(option)).lexically_normal())
+{
+    if (!folder_.has_filename() && folder_ != folder_.root_path()) {
+        folder_ = folder_.parent_path(); // without the separator at the end
+    }
+}
+
+bool Home::is_initialised() const
+{
+    std::error_code ignored;
+    return fs::exists(settings_file(), ignored);
+}
+
+std::string Home::init_command() const
+{
+    return "velto-server init --home " + folder_.string();
+}
+
+void Home::require_folder() const
+{
+    std::error_code ignored;
+    if (!fs::is_directory(folder_, ignored)) {
+        throw CommandError(Exit::Configuration,
+            "there is no home folder " + folder_.string() + "\nMake one with: " + init_command()
+                + "\nor name another with --home or VELTO_HOME.");
+    }
+    if (access(folder_.c_str(), W_OK | X_OK) != 0) {
+        throw CommandError(Exit::Configuration,
+            "the home folder " + folder_.string()
+                + " cannot be written by this user\nRun the command as the folder's owner, or change its "
+                  "permissions.");
+    }
+}
+
+void Home::require_initialised() const
+{
+    require_folder();
+    if (!is_initialised()) {
+        throw CommandError(Exit::Configuration,
+            "there is no settings file " + settings_file().string() + "\nMake one with: " + init_command());
+    }
+    try {
+        qz::config::IniFile(settings_file()).require_readable();
+    } catch (const qz::EngineError& error) {
+        throw CommandError(Exit::Configuration, error.description());
+    }
+}
+
+} // namespace velto

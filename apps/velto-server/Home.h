@@ -1,0 +1,32 @@
+// The home folder of one server: settings, key, database, logs.
+#pragma once
+
+#include "server/HomeFiles.h"
+
+#include <filesystem>
+#include <string>
+
+namespace velto {
+
+class Home {
+public:
+    /// @param option  what --home says; when empty, $VELTO_HOME, else the current folder.
+    explicit Home(const std::string& option);
+
+    const std::filesystem::path& folder() const { return folder_; }
+    std::filesystem::path settings_file() const { return folder_ / qz::server::kSettingsFile; }
+    bool is_initialised() const;
+
+    /// The command that makes this home, for messages.
+    std::string init_command() const;
+
+    /// @throws CommandError 78 when the folder is missing or cannot be written.
+    void require_folder() const;
+    /// @throws CommandError 78 also when the settings file is missing or cannot be read.
+    void require_initialised() const;
+
+private:
+    std::filesystem::path folder_;
+};
+
+} // namespace velto

@@ -1,0 +1,63 @@
+// The settings and the database of a home, opened for one command: without the engine, so that nothing is
+// logged.
+#pragma once
+
+#include "Home.h"
+#include "base/Journal.h"
+#include "config/Deployment.h"
+#include "config/IniFile.h"
+#include "config/KeyFile.h"
+#include "config/Settings.h"
+#include "helpers/MessageParser.h"
+#include "helpers/SettingsCipher.h"
+#include "platform/asio/AsioMachine.h"
+#include "store/ActivityLog.h"
+#include "store/Database.h"
+
+#include <optional>
+
+namespace velto {
+
+/// Keeps the first failure that a room reports, for the command to end with.
+class CommandJournal final : public qz::Journal {
+public:
+    void Log(const std::string& /*message*/, const std::string& /*user_name*/,
+        const std::string& /*remote_ip*/) override
+    {
+    }
+    void log_own(const std::string& /*message*/) override { }
+    void ReportError(
+        std::string_view routine, const qz::EngineError& error, const std::string& address) override;
+    void raise_error(
+        std::string_view routine, const qz::EngineError& error, const std::string& address) override;
+
+    /// @throws CommandError 1 when there was a failure.
+    void require_success() const;
+
+private:
+    std::optional<std::string> failure_;
+};
+
+struct HomeSettings {
+    explicit HomeSettings(const Home& home);
+
+    qz::platform::AsioMachine machine;
+    CommandJournal journal;
+    qz::config::IniFile ini;
+    qz::config::KeyFile key;
+    qz::helpers::SettingsCipher cipher;
+    qz::config::Settings settings;
+    qz::config::Deployment deployment;
+};
+
+struct HomeStore : HomeSettings {
+    /// Opens the database, which makes it when it is not there yet.
+    /// @throws CommandError 1 when it cannot be opened.
+    explicit HomeStore(const Home& home);
+
+    qz::helpers::MessageParser parser;
+    qz::store::Database database;
+    qz::store::ActivityLog log;
+};
+
+} // namespace velto

@@ -1,0 +1,101 @@
+#include "InitCommand.h"
+
+#include "Exit.h"
+#include "HomeStore.h"
+#include "config/SettingTable.h"
+#include "store/Accounts.h"
+#include "store/Counters.h"
+#include "store/Directory.h"
+
+#include <array>
+#include <iostream>
+#include <string>
+
+namespace velto {
+
+namespace {
+
+void make_folder(const Home& home)
+{
+    std::error_code error;
+    std::filesystem::create_directories(home.folder(), error);
+    if (error) {
+        throw CommandError(Exit::Configuration,
+            "the home folder " + home.folder().string() + " cannot be made: " + error.message()
+                + "\nChoose a place that this user may write, with --home DIR.");
+    }
+    home.require_folder();
+    if (home.is_initialised()) {
+        throw CommandError(Exit::Failed,
+            home.settings_file().string()
+                + " is there already; nothing was changed\nStart the server with: velto-server run --home "
+                + home.folder().string());
+    }
+}
+
+void write_settings(HomeSettings& settings)
+{
+    const bool written = settings.ini.edit([](qz::config::IniDocument& document) {
+        for (const auto& row : qz::config::setting_table()) {
+            if (!row.init.empty()) {
+                document.write(row.section, row.key, row.init);
+            }
+        }
+    });
+    if (!written) {
+        throw CommandError(
+            Exit::Failed, "the settings file cannot be written: " + settings.ini.path().string());
+    }
+}
+
+std::string random_password(qz::helpers::Crypto& crypto)
+{
+    // No letters or digits that look alike.
+    static constexpr std::string_view kLetters = "abcdefghijkmnpqrstuvwxyz23456789";
+    std::string password;
+    for (int i = 0; i < 12; ++i) {
+        password += kLetters[crypto.random_below(kLetters.size())];
+    }
+    return password;
+}
+
+void add_demo_accounts(HomeStore& store)
+{
+    struct Person {
+        const char* name;
+        const char* first_name;
+        const char* last_name;
+    };
+    static constexpr std::array<Person, 3> kPeople{
+        {{"ada", "Ada", "Abel"}, {"ben", "Ben", "Berg"}, {"cleo", "Cleo", "Costa"}}};
+    qz::store::Counters counters(store.database, store.journal);
+    qz::store::Directory directory(store.database, counters, store.journal);
+    qz::store::Accounts accounts(store.database, directory, store.parser, store.cipher, store.journal);
+    std::cout << "Accounts to try:\n";
+    for (const auto& person : kPeople) {
+        const auto password = random_password(store.machine.crypto());
+        accounts.set_NewScreenName(person.name, std::string(person.name) + "@example.org", person.first_name,
+            person.last_name, password);
+        store.journal.require_success();
+        std::cout << "  " << person.name << "  password " << password << "\n";
+    }
+}
+
+} // namespace
+
+void run_init(const Home& home, const InitOptions& options)
+{
+    make_folder(home);
+    {
+        HomeSettings settings(home);
+        write_settings(settings);
+    }
+    HomeStore store(home);
+    std::cout << "Home of the server: " << home.folder().string() << "\n";
+    if (options.demo) {
+        add_demo_accounts(store);
+    }
+    std::cout << "Start it with: velto-server run --home " << home.folder().string() << "\n";
+}
+
+} // namespace velto
