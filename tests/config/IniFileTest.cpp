@@ -21,6 +21,7 @@ namespace {
 std::vector<std::string> texts(const std::vector<qz::config::IniEntry>& entries)
 {
     std::vector<std::string> result;
+    result.reserve(entries.size());
     for (const auto& entry : entries) {
         result.push_back(
             entry.section + "/" + entry.key + "=" + entry.value + (entry.effective ? "" : " (shadowed)"));
