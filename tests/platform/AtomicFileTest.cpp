@@ -144,6 +144,16 @@ TEST_F(AtomicFileTest, AReaderSeesWholeFilesOnly)
     EXPECT_EQ(bytes_of(path_), version(200));
 }
 
+TEST_F(AtomicFileTest, AStampOfAFreshFileVouchesForNothing)
+{
+    replace("new");
+    const auto content = file_.read();
+    EXPECT_FALSE(content->settled) << "another write within the same step of the clock would not show";
+    EXPECT_EQ(content->stamp, file_.stamp());
+    replace("old");
+    EXPECT_NE(content->stamp, file_.stamp());
+}
+
 TEST_F(AtomicFileTest, CreateNeverOverwrites)
 {
     EXPECT_TRUE(file_.create("first", std::filesystem::perms{0600}));
