@@ -1,14 +1,13 @@
 # What the scripts share. To be sourced, from anywhere in the tree.
 # shellcheck shell=bash
+# shellcheck disable=SC2034 # the lists are used by the scripts that source this
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# shellcheck disable=SC2034 # these lists are used by the scripts that source this
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
     libboost-dev libcli11-dev libsodium-dev libspdlog-dev libsqlite3-dev nlohmann-json3-dev
 )
-
 test_packages=(libbenchmark-dev libgmock-dev libgtest-dev)
 lint_packages=(clang-format clang-tidy)
 
