@@ -1,6 +1,7 @@
 #include "CallCommand.h"
 
 #include "HostEvents.h"
+#include "base/EngineError.h"
 #include "base/Text.h"
 #include "config/IniFile.h"
 #include "platform/asio/AsioMachine.h"
@@ -8,6 +9,7 @@
 
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <set>
 
 namespace velto {
 
@@ -18,21 +20,27 @@ using qz::server::Member;
 using qz::server::Parameter;
 using qz::server::Variant;
 
-/// Shows only what went wrong, on standard error.
+/// Shows what went wrong on standard error, each thing once: where the database is gone, everything fails
+/// alike.
 class CallEvents final : public SilentEvents {
 public:
     void Error(const std::string& routine_name, std::int32_t error_number, const std::string& error_source,
         const std::string& error_description, const std::string& /*pc_ip*/) override
     {
-        failed_ = true;
+        const bool log_is_closed = routine_name == "Write2dbLog"
+            && error_number
+                == qz::number_of(qz::DatabaseError::ConnectionClosed); // what closed it was reported
+        if (log_is_closed || !shown_.insert(error_description).second) {
+            return;
+        }
         std::cerr << "velto-server: " << qz::printable(routine_name) << ": "
                   << qz::printable(error_description) << " (error " << error_number << ", " << error_source
                   << ")\n";
     }
-    bool failed() const { return failed_; }
+    bool failed() const { return !shown_.empty(); }
 
 private:
-    bool failed_ = false;
+    std::set<std::string> shown_;
 };
 
 Json to_json(const qz::queue::QueueMessageSmall& message)

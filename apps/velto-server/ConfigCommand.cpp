@@ -36,6 +36,11 @@ const SettingRow& require_setting(const std::string& name)
     return *row;
 }
 
+std::string in_force_when_missing(const SettingRow& row)
+{
+    return "(" + (row.missing.empty() ? "not set" : std::string(row.missing)) + ")";
+}
+
 /// The value as people write it; empty when there is no entry.
 std::string plain_value(HomeSettings& home, const SettingRow& row)
 {
@@ -72,9 +77,8 @@ void run_config_list(const Home& home, bool json)
             std::cout << (section.empty() ? "" : "\n") << "[" << row.section << "]\n";
             section = row.section;
         }
-        std::cout << row.key << " = "
-                  << (value.empty() ? "(" + std::string(row.missing) + ")" : qz::printable(value)) << "\n    "
-                  << row.description << "\n";
+        std::cout << row.key << " = " << (value.empty() ? in_force_when_missing(row) : qz::printable(value))
+                  << "\n    " << row.description << "\n";
     }
     if (json) {
         std::cout << all.dump(2) << "\n";

@@ -21,8 +21,9 @@ void print(const nlohmann::ordered_json& event)
 void LoggedEvents::Error(const std::string& routine_name, std::int32_t error_number,
     const std::string& error_source, const std::string& error_description, const std::string& pc_ip)
 {
-    spdlog::error("{}: {} (error {}, {}) {}", qz::printable(routine_name), qz::printable(error_description),
-        error_number, error_source, qz::printable(pc_ip));
+    const auto place = pc_ip.empty() ? std::string() : " [" + qz::printable(pc_ip) + "]";
+    spdlog::error("{}: {} (error {}, {}){}", qz::printable(routine_name), qz::printable(error_description),
+        error_number, error_source, place);
 }
 
 void LoggedEvents::LogMessage(

@@ -1,5 +1,7 @@
 #include "RunCommand.h"
 
+#include "HomeLock.h"
+#include "HomeStore.h"
 #include "HostEvents.h"
 #include "SignalWatcher.h"
 #include "platform/asio/AsioMachine.h"
@@ -7,6 +9,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
@@ -20,7 +23,9 @@ constexpr std::chrono::seconds kTimeToEnd(10);
 
 void set_up_log()
 {
-    spdlog::set_default_logger(spdlog::stderr_color_mt("velto-server"));
+    const bool plain = std::getenv("NO_COLOR") != nullptr; // NOLINT(concurrency-mt-unsafe): before any thread
+    const auto color = plain ? spdlog::color_mode::never : spdlog::color_mode::automatic;
+    spdlog::set_default_logger(spdlog::stderr_color_mt("velto-server", color));
     spdlog::set_pattern("%Y-%m-%d %H:%M:%S %^%l%$ %v");
 }
 
@@ -60,6 +65,8 @@ private:
 Exit run_server(const Home& home, const RunOptions& options)
 {
     home.require_initialised();
+    const HomeLock lock(home);
+    HomeStore{home}; // says in one line what is wrong with the database, before the engine says it in many
     set_up_log();
     std::signal(SIGPIPE, SIG_IGN); // a reader of our output that goes away must not end the server
     qz::platform::AsioMachine machine(home.folder());
