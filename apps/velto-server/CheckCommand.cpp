@@ -70,6 +70,9 @@ void check_values(HomeSettings& home, Findings& findings)
         if (const auto complaint = qz::config::complaint_about(row, value)) {
             findings.error(row, *complaint);
         }
+        if (!row.served && !value.empty()) {
+            findings.warning(row, "this server knows the setting but does not act on it yet");
+        }
     }
     for (const auto& entry : qz::config::unknown_entries(home.ini)) {
         findings.warning(findings.place(entry.section, entry.key),

@@ -70,7 +70,7 @@ void run_config_list(const Home& home, bool json)
         const auto value = shown_value(settings, row);
         if (json) {
             all.push_back({{"section", row.section}, {"key", row.key}, {"value", value},
-                {"missing", row.missing}, {"description", row.description}});
+                {"missing", row.missing}, {"description", row.description}, {"served", row.served}});
             continue;
         }
         if (row.section != section) {
@@ -78,7 +78,7 @@ void run_config_list(const Home& home, bool json)
             section = row.section;
         }
         std::cout << row.key << " = " << (value.empty() ? in_force_when_missing(row) : qz::printable(value))
-                  << "\n    " << row.description << "\n";
+                  << "\n    " << row.description << (row.served ? "\n" : " (not served yet)\n");
     }
     if (json) {
         std::cout << all.dump(2) << "\n";

@@ -37,7 +37,7 @@ void write_settings(HomeSettings& settings)
 {
     const bool written = settings.ini.edit([](qz::config::IniDocument& document) {
         for (const auto& row : qz::config::setting_table()) {
-            if (!row.init.empty()) {
+            if (row.served && !row.init.empty()) {
                 document.write(row.section, row.key, row.init);
             }
         }

@@ -45,6 +45,12 @@ constexpr SettingRow encoded(SettingRow row)
     return row;
 }
 
+constexpr SettingRow not_served(SettingRow row)
+{
+    row.served = false;
+    return row;
+}
+
 constexpr SettingRow with_init(SettingRow row, std::string_view init)
 {
     row.init = init;
@@ -110,12 +116,14 @@ constexpr std::array kTable{
         "Password of the web pages' administrator, as hosts set it; nothing reads it")),
     integer(kGeneral, "Client relative delay", -kMost16 - 1, kMost16, "", "Relative delay of clients"),
     encoded(text(kMailSetUp, "SMTP Server", "", "Address of the mail server")),
-    encoded(text(kMailSetUp, "SMTP User", "", "User name at the mail server, and sender of mails")),
-    secret(encoded(text(kMailSetUp, "SMTP Password", "", "Password at the mail server"))),
-    encoded(text(kDatabase, "dbServerIP", "", "Address of the database server")),
-    encoded(text(kDatabase, "dbUserName", "", "User name at the database")),
+    encoded(text(kMailSetUp, "SMTP User", "",
+        "User name at the mail server; kept for hosts, mails are sent without it")),
+    secret(encoded(text(kMailSetUp, "SMTP Password", "",
+        "Password at the mail server; kept for hosts, mails are sent without it"))),
+    encoded(text(kDatabase, "dbServerIP", "127.0.0.1", "Address of the database server")),
+    encoded(text(kDatabase, "dbUserName", "sa", "User name at the database")),
     secret(encoded(text(kDatabase, "dbPassword", "", "Password at the database"))),
-    text(kDatabase, "dbODBC", "", "Name of the ODBC data source"),
+    text(kDatabase, "dbODBC", "VELTO", "Name of the ODBC data source"),
     boolean(kPolicy, "AllowAOLIM", "True", "Clients may use an outside messaging network"),
     boolean(kPolicy, "AllowFileTransfer", "True", "Clients may transfer files"),
     boolean(kPolicy, "AllowSnapShot", "True", "Clients may transfer pictures of the screen"),
@@ -128,32 +136,35 @@ constexpr std::array kTable{
         "What stored data survives: a killed process, or also a power loss"),
     with_init(address("ListenAddress", "all", "Address on which clients connect"), "all"),
     address("LocalAddress", "the machine's first address", "Address by which clients reach this machine"),
-    integer(kTransport, "TLSPort", 0, kMostPort, "off", "Port on which clients connect with TLS; 0 for none"),
-    text(kTransport, "TLSCertificate", "off", "File of the TLS certificate with its chain, PEM"),
-    text(kTransport, "TLSKey", "off", "File of the TLS certificate's private key, PEM"),
-    with_init(integer(kTransport, "WebPort", 0, kMostPort, "off",
-                  "Port of the browser client and the console; 0 for none"),
-        "2080"),
-    with_init(
-        address("WebAddress", "127.0.0.1", "Address of the browser client and the console"), "127.0.0.1"),
+    not_served(integer(
+        kTransport, "TLSPort", 0, kMostPort, "off", "Port on which clients connect with TLS; 0 for none")),
+    not_served(text(kTransport, "TLSCertificate", "off", "File of the TLS certificate with its chain, PEM")),
+    not_served(text(kTransport, "TLSKey", "off", "File of the TLS certificate's private key, PEM")),
+    not_served(with_init(integer(kTransport, "WebPort", 0, kMostPort, "off",
+                             "Port of the browser client and the console; 0 for none"),
+        "2080")),
+    not_served(with_init(
+        address("WebAddress", "127.0.0.1", "Address of the browser client and the console"), "127.0.0.1")),
     with_init(integer(kTransport, "MaxConnections", 0, kMostSockets, "off",
                   "Most connections at a time; 0 for no limit"),
         "20000"),
-    with_init(integer(kTransport, "MaxConnectionsPerAddress", 0, kMostSockets, "off",
-                  "Most connections at a time from one address; 0 for no limit"),
-        "200"),
-    with_init(integer(kTransport, "LogonSeconds", 0, kHour, "off",
-                  "Seconds within which a new connection must log on; 0 for no limit"),
-        "60"),
+    not_served(with_init(integer(kTransport, "MaxConnectionsPerAddress", 0, kMostSockets, "off",
+                             "Most connections at a time from one address; 0 for no limit"),
+        "200")),
+    not_served(with_init(integer(kTransport, "LogonSeconds", 0, kHour, "off",
+                             "Seconds within which a new connection must log on; 0 for no limit"),
+        "60")),
     with_init(integer("Mail", "Port", 1, kMostPort, "25", "Port of the mail server"), "25"),
-    safeguard("VerifySender", "Refuse requests that name another sender than the connection's user"),
-    safeguard("KeepUntilConfirmed", "Send messages again until they are confirmed or expire"),
-    safeguard("DurableQueue", "Queued messages survive a restart"),
-    safeguard("LogonThrottle", "Failed logons delay further ones, and bring a bounded number of mails"),
-    safeguard("DailyJobsOncePerDay", "The daily jobs run once a day"),
-    safeguard("HidePasswords", "Passwords are masked in diagnostics and mails"),
-    safeguard("VerifyReceipt", "Only its recipient may confirm a message"),
-    safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon"),
+    not_served(
+        safeguard("VerifySender", "Refuse requests that name another sender than the connection's user")),
+    not_served(safeguard("KeepUntilConfirmed", "Send messages again until they are confirmed or expire")),
+    not_served(safeguard("DurableQueue", "Queued messages survive a restart")),
+    not_served(
+        safeguard("LogonThrottle", "Failed logons delay further ones, and bring a bounded number of mails")),
+    not_served(safeguard("DailyJobsOncePerDay", "The daily jobs run once a day")),
+    not_served(safeguard("HidePasswords", "Passwords are masked in diagnostics and mails")),
+    not_served(safeguard("VerifyReceipt", "Only its recipient may confirm a message")),
+    not_served(safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon")),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),
         "1000"),

@@ -33,6 +33,7 @@ struct SettingRow {
     std::string_view choices{}; // of a choice, parted by blanks
     bool encoded = false;       // stands in the file encoded by SettingsCipher
     bool secret = false;        // never to be shown
+    bool served = true;         // false: the server knows the setting but does not act on it yet
 };
 
 /// All rows, those of one section together.

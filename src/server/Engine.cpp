@@ -6,6 +6,9 @@
 #include "server/HomeFiles.h"
 #include "store/Statements.h"
 
+#include <algorithm>
+#include <filesystem>
+
 namespace qz::server {
 
 using helpers::protocol_keywords;
@@ -34,9 +37,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
     journal.attach(activity_log);
     machine_.loop().add_listener(database, platform::TurnPhase::Commit);
     database.BuildConnectionString();
-    const auto accounts_count = counters.get_BuddiesCount();
-    connections.reset(accounts_count);
-    room_members.reset(accounts_count);
+    connections.reset(counters.get_BuddiesCount());
+    reset_room_members();
 }
 
 Engine::~Engine()
@@ -92,9 +94,16 @@ void Engine::begin_start_record()
 {
     start_time = machine_.clock().now();
     connections.reset(counters.get_BuddiesCount());
+    reset_room_members();
     const auto logs = machine_.home() / kLogsFolder;
     log_path_ = logs.string() + "/";
     attempt([&] { std::filesystem::create_directory(logs); }); // it may be there already
+}
+
+/// As many slots as there are accounts, and one; a deployment may ask for more.
+void Engine::reset_room_members()
+{
+    room_members.reset((std::max)(counters.get_BuddiesCount(), deployment.room_slots() - 1));
 }
 
 /// Commands from before the start are discarded, plain passwords encoded, and the tables copied into memory.

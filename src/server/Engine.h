@@ -105,6 +105,7 @@ private:
     // Steps of the start.
     void create_components();
     void begin_start_record();
+    void reset_room_members();
     void prepare_data();
     void load_sockets();
     void open_listening_socket();
