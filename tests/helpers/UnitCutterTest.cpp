@@ -75,10 +75,13 @@ TEST(UnitCutter, GivesUpAboveTheLimitOnly)
 {
     for (const std::size_t piece : {1U, 7U, 1000U, 40000U}) {
         const auto largest = "\x02" + std::string(UnitCutter::kMaxUnit - 1, 'x') + "\x03";
-        EXPECT_EQ(units_of_pieces(largest + kEnvelope, piece), (std::vector{largest, kEnvelope})) << piece;
+        auto stream = largest;
+        EXPECT_EQ(units_of_pieces(stream.append(kEnvelope), piece), (std::vector{largest, kEnvelope}))
+            << piece;
 
-        const auto too_large = "\x02" + std::string(UnitCutter::kMaxUnit, 'x') + "\x03";
-        EXPECT_EQ(units_of_pieces(kFrame + too_large + kEnvelope, piece), std::vector{kFrame}) << piece;
+        stream = kFrame;
+        stream.append("\x02").append(UnitCutter::kMaxUnit, 'x').append("\x03").append(kEnvelope);
+        EXPECT_EQ(units_of_pieces(stream, piece), std::vector{kFrame}) << piece;
     }
     UnitCutter cutter;
     EXPECT_TRUE(units(cutter, std::string(100000, 'x')).empty());

@@ -18,14 +18,16 @@ using qz::test::LoopRunner;
 
 namespace {
 
-struct Note final : qz::platform::TurnListener {
+struct Note : qz::platform::TurnListener {
     Note(std::string& notes, char letter) : notes_(notes), letter_(letter) { }
+    virtual ~Note() = default;
     void turn_ended() override { notes_.push_back(letter_); }
     std::string& notes_;
     char letter_;
 };
 
-struct Ticks final : qz::platform::TimerEvents {
+struct Ticks : qz::platform::TimerEvents {
+    virtual ~Ticks() = default;
     void timer_ticked() override
     {
         ++count;
@@ -143,8 +145,9 @@ TEST_F(AsioEventLoopTest, StopsAndTakesWorkFromOtherThreads)
 
 TEST_F(AsioEventLoopTest, AListenerMayLeaveAtTheEndOfATurn)
 {
-    struct Leaving final : qz::platform::TurnListener {
+    struct Leaving : qz::platform::TurnListener {
         explicit Leaving(AsioEventLoop& loop) : loop_(loop) { }
+        virtual ~Leaving() = default;
         void turn_ended() override
         {
             ++calls_;

@@ -38,7 +38,8 @@ std::string unit(const std::string& text)
 }
 
 /// Accepts every request on the lowest free number, and writes down what it hears.
-struct Host final : qz::platform::ServerSocketEvents, qz::platform::ClientSocketEvents {
+struct Host : qz::platform::ServerSocketEvents, qz::platform::ClientSocketEvents {
+    virtual ~Host() = default;
     void connection_requested(std::int32_t request) override
     {
         ++requests;
@@ -143,8 +144,9 @@ TEST_F(AsioSocketsTest, CutsWhatArrivesIntoUnits)
 
 TEST_F(AsioSocketsTest, SendsOnceATurnAfterTheCommit)
 {
-    struct AtCommit final : qz::platform::TurnListener {
+    struct AtCommit : qz::platform::TurnListener {
         explicit AtCommit(LoopbackPeer& peer) : peer_(peer) { }
+        virtual ~AtCommit() = default;
         void turn_ended() override { early_ += std::exchange(queued_, false) ? peer_.available() : 0; }
         LoopbackPeer& peer_;
         bool queued_ = false;

@@ -9,7 +9,7 @@
 
 namespace qz::test {
 
-class LoopRunner final : private platform::TurnListener, private platform::TimerEvents {
+class LoopRunner : private platform::TurnListener, private platform::TimerEvents {
 public:
     explicit LoopRunner(platform::AsioEventLoop& loop) : loop_(loop), pulse_(loop, *this)
     {
@@ -18,7 +18,7 @@ public:
     }
     LoopRunner(const LoopRunner&) = delete;
     LoopRunner& operator=(const LoopRunner&) = delete;
-    ~LoopRunner() { loop_.remove_listener(*this); }
+    virtual ~LoopRunner() { loop_.remove_listener(*this); }
 
     /// The condition is asked at the end of every turn, and at least every millisecond.
     /// @return false when it did not come true in ten seconds.

@@ -81,7 +81,8 @@ void ManualLoop::end_turn()
     ending_turn_ = true;
     for (const auto phase : {TurnPhase::Commit, TurnPhase::Output}) {
         // By index, for a listener may add listeners or leave.
-        for (std::size_t i = 0; i < listeners_.size(); ++i) {
+        const auto count = listeners_.size();
+        for (std::size_t i = 0; i < count; ++i) {
             if (listeners_[i].first != nullptr && listeners_[i].second == phase) {
                 listeners_[i].first->turn_ended();
             }

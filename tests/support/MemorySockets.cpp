@@ -212,8 +212,8 @@ void MemoryClientSockets::peer_ended(const LinkPointer& link)
 void MemoryClientSockets::turn_ended()
 {
     const auto now = network_.clock_.steady();
-    for (std::size_t i = 0; i < slots_.size(); ++i) {
-        const auto each = slots_[i].link;
+    for (const auto& slot : slots_) {
+        const auto each = slot.link; // stays alive while it ends
         if (!each) {
             continue;
         }
@@ -285,13 +285,11 @@ void MemoryClientSockets::end(const LinkPointer& link)
 
 void MemoryClientSockets::finish(const LinkPointer& link)
 {
-    if (link->peer_gone) {
+    // The end of the turn writes what is pending.
+    const bool written = link->output.empty();
+    if (link->peer_gone || (link->peer_finished && written)) {
         close_now(link);
-    } else if (!link->output.empty()) {
-        return; // the end of the turn writes it
-    } else if (link->peer_finished) {
-        close_now(link);
-    } else if (link->phase == Phase::Ending) {
+    } else if (written && link->phase == Phase::Ending) {
         link->phase = Phase::Ended;
         link->server_ended = true;
         link->deadline = network_.clock_.steady() + network_.limits_.linger;

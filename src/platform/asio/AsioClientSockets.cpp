@@ -28,7 +28,7 @@ class AsioClientSockets::Pool final : public std::enable_shared_from_this<Pool>,
                                       public TurnListener {
 public:
     Pool(AsioEventLoop& loop, ClientSocketEvents& events, const ConnectionLimits& limits);
-    ~Pool();
+    virtual ~Pool();
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
 

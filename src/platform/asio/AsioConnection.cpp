@@ -234,14 +234,12 @@ void AsioConnection::end()
 /// Takes the next step towards the end.
 void AsioConnection::finish()
 {
-    if (!socket_.is_open()) {
+    if (!socket_.is_open() || (peer_ended_ && unsent() == 0)) {
         close_now();
     } else if (unsent() > 0) {
         if (!waits_writable_) {
             owner_.has_output(*this);
         }
-    } else if (peer_ended_) {
-        close_now();
     } else if (phase_ == Phase::Ending) {
         // Closing now would make the system reset the connection when the peer has sent something that was
         // not read, and the reset would overtake the last words that the peer is still to read.

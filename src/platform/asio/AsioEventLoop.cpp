@@ -115,8 +115,9 @@ void AsioLoopCore::end_turn()
 
 void AsioLoopCore::tell(TurnPhase phase)
 {
-    // By index: a listener may add or remove listeners.
-    for (std::size_t i = 0; i < listeners_.size(); ++i) {
+    // By index: a listener may add others, whose turn comes with the next, or remove some.
+    const auto count = listeners_.size();
+    for (std::size_t i = 0; i < count; ++i) {
         if (listeners_[i].phase == phase && listeners_[i].listener != nullptr) {
             listeners_[i].listener->turn_ended();
         }

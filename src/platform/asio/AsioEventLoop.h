@@ -10,7 +10,7 @@ namespace qz::platform {
 class AsioLoopCore;
 
 /// A turn runs at most kTurnEvents events or about kTurnTime. Work posted before run is run by it; a stop
-/// before run makes that run return after at most one turn.
+/// before run makes that run return at once.
 class AsioEventLoop : public EventLoop {
 public:
     AsioEventLoop();
