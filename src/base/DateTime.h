@@ -50,7 +50,7 @@ public:
     /// month.
     DateTime plus_months(int months) const;
 
-    auto operator<=>(const DateTime&) const = default;
+    auto operator<=>(const DateTime&) const = default; // NOLINT(modernize-use-nullptr): a fault of the check
 
 private:
     std::int64_t seconds_ = 0;
