@@ -1,0 +1,179 @@
+// What the database costs: finding a statement, writing a log row, asking whether a table has changed.
+
+#include "base/Clock.h"
+#include "platform/database/Shape.h"
+#include "platform/sqlite/SqliteProvider.h"
+#include "store/Statements.h"
+
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <unistd.h>
+
+using namespace qz::platform;
+using namespace qz::store;
+
+namespace {
+
+/// Standing still: reading the machine's clock is not what is measured.
+class StillClock final : public qz::Clock {
+public:
+    qz::DateTime now() const override { return now_; }
+    std::chrono::steady_clock::time_point steady() const override { return {}; }
+
+private:
+    qz::DateTime now_ = qz::DateTime::from_civil({2026, 3, 2, 9, 0, 0});
+};
+
+/// A database in a folder of its own, gone with the object.
+class BenchDatabase {
+public:
+    BenchDatabase()
+    {
+        std::filesystem::create_directories(folder_);
+        ConnectionOptions options;
+        options.database_file = folder_ / "VELTO.db";
+        options.statements = all_statements();
+        connection_ = make_sqlite_connection(options, clock_);
+        connection_->Open("");
+    }
+    BenchDatabase(const BenchDatabase&) = delete;
+    BenchDatabase& operator=(const BenchDatabase&) = delete;
+    ~BenchDatabase()
+    {
+        connection_.reset();
+        std::filesystem::remove_all(folder_);
+    }
+    Connection& operator*() { return *connection_; }
+    Connection* operator->() { return connection_.get(); }
+
+private:
+    std::filesystem::path folder_ =
+        std::filesystem::temp_directory_path() / ("velto-bench-" + std::to_string(getpid()));
+    StillClock clock_;
+    std::unique_ptr<Connection> connection_;
+};
+
+std::string log_row(int user)
+{
+    return fill(statements::kInsertLogRow,
+        {"user" + std::to_string(user), "192.168.10.20", "LogOn successfully (version 1.5.61)"});
+}
+
+void add_users(Connection& connection, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        connection.Execute(fill(statements::kInsertUser,
+            {"user" + std::to_string(i), "#0123456789abcdef", "First", "Last", "user@example.org"}));
+    }
+    connection.end_turn();
+}
+
+void look_up_log_row(benchmark::State& state)
+{
+    const Catalogue catalogue(all_statements());
+    const auto sql = log_row(1);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(catalogue.look_up(sql));
+    }
+}
+BENCHMARK(look_up_log_row);
+
+/// Turns of a hundred rows on a file, of so many users in no order: each has his own place in the index.
+void insert_log_rows(benchmark::State& state)
+{
+    BenchDatabase database;
+    const auto users = static_cast<unsigned>(state.range(0));
+    unsigned number = 0;
+    for (auto _ : state) {
+        database->Execute(log_row(static_cast<int>(number * 7919U % users)));
+        if (++number % 100 == 0) {
+            database->end_turn();
+        }
+    }
+    database->end_turn();
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(insert_log_rows)->Arg(1)->Arg(100)->Arg(5'000)->UseRealTime()->Iterations(200'000);
+
+/// The three statements that one message costs: into the table, found again, written back. Senders,
+/// recipients and MsgIDs in no order.
+void message_row(benchmark::State& state)
+{
+    BenchDatabase database;
+    std::int64_t number = 0;
+    for (auto _ : state) {
+        ++number;
+        const auto from = "user" + std::to_string(number * 7919 % 5'000);
+        const auto to = "user" + std::to_string(number * 104'729 % 5'000);
+        const auto msg_id = number * 1'299'709 % 1'000'000'007;
+        database->insert_row(
+            tables::kMessages, {{"UserName_From", "UserName_To", "MsgID"}, {from, to, Value(msg_id)}});
+        const auto rows =
+            database->query(fill(statements::kSelectMessage, {from, to, std::to_string(msg_id)}));
+        database->update_row(tables::kMessages, rows.keys.front(), {{"Sent", "Delivered"}, {true, true}});
+        if (number % 100 == 0) {
+            database->end_turn();
+        }
+    }
+    database->end_turn();
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(message_row)->UseRealTime()->Iterations(100'000);
+
+void unchanged_mark(benchmark::State& state)
+{
+    BenchDatabase database;
+    add_users(*database, 10'000);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(database->change_mark(tables::kUsers));
+    }
+}
+BENCHMARK(unchanged_mark);
+
+/// What an unchanged mark saves.
+void load_users(benchmark::State& state)
+{
+    BenchDatabase database;
+    add_users(*database, 10'000);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(database->query(std::string(statements::kSelectUsers.text)));
+    }
+}
+BENCHMARK(load_users)->Unit(benchmark::kMillisecond);
+
+/// After each change of a buddy list, with one duplicated entry among 50,000.
+void find_duplicated_buddies(benchmark::State& state)
+{
+    BenchDatabase database;
+    for (int i = 0; i < 50'000; ++i) {
+        database->Execute(fill(statements::kInsertBuddy,
+            {"user" + std::to_string(i / 20), "user" + std::to_string(i % 997), "friends"}));
+    }
+    database->Execute(fill(statements::kInsertBuddy, {"user0", "user0", "friends"}));
+    database->end_turn();
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(database->query(std::string(statements::kSelectDuplicatedBuddies.text)));
+    }
+}
+BENCHMARK(find_duplicated_buddies)->Unit(benchmark::kMillisecond);
+
+/// The inactivity job's query over 200,000 log rows.
+void find_inactive_users(benchmark::State& state)
+{
+    BenchDatabase database;
+    add_users(*database, 1'000);
+    for (int i = 0; i < 200'000; ++i) {
+        database->Execute(fill(statements::kInsertLogRow, {"user" + std::to_string(i % 1'000), "::1", "x"}));
+    }
+    database->end_turn();
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(database->query(fill(statements::kSelectInactiveUsers, {"23"})));
+    }
+}
+BENCHMARK(find_inactive_users)->Unit(benchmark::kMillisecond);
+
+} // namespace
