@@ -76,7 +76,7 @@ void look_up_log_row(benchmark::State& state)
 {
     const Catalogue catalogue(all_statements());
     const auto sql = log_row(1);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(catalogue.look_up(sql));
     }
 }
@@ -88,7 +88,7 @@ void insert_log_rows(benchmark::State& state)
     BenchDatabase database;
     const auto users = static_cast<unsigned>(state.range(0));
     unsigned number = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         database->Execute(log_row(static_cast<int>(number * 7919U % users)));
         if (++number % 100 == 0) {
             database->end_turn();
@@ -105,7 +105,7 @@ void message_row(benchmark::State& state)
 {
     BenchDatabase database;
     std::int64_t number = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         ++number;
         const auto from = "user" + std::to_string(number * 7919 % 5'000);
         const auto to = "user" + std::to_string(number * 104'729 % 5'000);
@@ -128,7 +128,7 @@ void unchanged_mark(benchmark::State& state)
 {
     BenchDatabase database;
     add_users(*database, 10'000);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(database->change_mark(tables::kUsers));
     }
 }
@@ -139,7 +139,7 @@ void load_users(benchmark::State& state)
 {
     BenchDatabase database;
     add_users(*database, 10'000);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(database->query(std::string(statements::kSelectUsers.text)));
     }
 }
@@ -155,7 +155,7 @@ void find_duplicated_buddies(benchmark::State& state)
     }
     database->Execute(fill(statements::kInsertBuddy, {"user0", "user0", "friends"}));
     database->end_turn();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(database->query(std::string(statements::kSelectDuplicatedBuddies.text)));
     }
 }
@@ -170,7 +170,7 @@ void find_inactive_users(benchmark::State& state)
         database->Execute(fill(statements::kInsertLogRow, {"user" + std::to_string(i % 1'000), "::1", "x"}));
     }
     database->end_turn();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(database->query(fill(statements::kSelectInactiveUsers, {"23"})));
     }
 }

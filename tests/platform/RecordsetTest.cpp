@@ -206,7 +206,7 @@ TEST_F(RecordsetTest, NamesWhatCannotBeDone)
 
     connection.rows = ResultSet{};
     connection.rows.columns = {"Total"};
-    connection.rows.rows.push_back(std::vector<Value>(1, Value(7)));
+    connection.rows.rows.emplace_back(1, Value(7));
     set.Open("count");
     EXPECT_EQ(set.Fields("total").integer(), 7);
     EXPECT_EQ(error_of([&] { set.SetField("Total", 8); }), 3251);

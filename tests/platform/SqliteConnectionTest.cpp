@@ -139,6 +139,11 @@ protected:
     qz::test::ManualClock clock;
 };
 
+std::string long_text(std::size_t size)
+{
+    return std::string().append(size, 'x');
+}
+
 bool mentions(const std::string& text, const std::string& words)
 {
     return text.find(words) != std::string::npos;
@@ -227,7 +232,9 @@ TEST_F(SqliteConnectionTest, EditsOnlyKnownTablesAndColumns)
     const std::pair<Table, const char*> cases[] = {{kRooms, "Colour"}, {kRooms, "key] = 'x', [RoomName"},
         {kRooms, ""}, {{"nothing", "ID"}, "key"}, {{"rooms", "ID"}, "key"},
         {{"sqlite_master", "name"}, "sql"}, {{"rooms] SET [key] = 1 --", "IDRoom"}, "key"}};
-    for (const auto& [table, column] : cases) {
+    for (const auto& refused : cases) {
+        const auto& table = refused.first;
+        const auto* column = refused.second;
         const RowChange row{{column}, {"x"}};
         EXPECT_NE(error_of([&] { connection->insert_row(table, row); }).number(), 0) << table.name << column;
         EXPECT_NE(error_of([&] { connection->update_row(table, 1, row); }).number(), 0)
@@ -354,7 +361,7 @@ TEST_F(SqliteConnectionTest, ReportsADamagedTable)
         connection->Close();
     }
     auto bytes = content(file);
-    std::fill(bytes.begin() + 12 * 4096, bytes.end(), 'x');
+    std::fill(bytes.begin() + 49'152 /* twelve pages */, bytes.end(), 'x');
     write(file, bytes);
     const auto error = error_of([&] { rows_of(*open(), kLog); });
     EXPECT_EQ(error.number(), number_of(DatabaseError::Unspecified));
@@ -455,7 +462,7 @@ TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)
 
     {
         const SmallDisk disk;
-        log(*connection, std::string(1'000'000, 'x'));
+        log(*connection, long_text(1'000'000));
         const auto error = error_of([&] { connection->end_turn(); });
         EXPECT_EQ(error.number(), number_of(DatabaseError::Unspecified));
         EXPECT_TRUE(mentions(error.description(), "free space")) << error.description();
@@ -463,7 +470,7 @@ TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)
 
         // A change that does not fit the cache fails at once, and takes the earlier ones with it.
         log(*connection, "lost");
-        const auto early = error_of([&] { log(*connection, std::string(40'000'000, 'x')); });
+        const auto early = error_of([&] { log(*connection, long_text(40'000'000)); });
         EXPECT_TRUE(mentions(early.description(), "in the same turn is lost")) << early.description();
         EXPECT_EQ(actions(*connection), "before ");
     }

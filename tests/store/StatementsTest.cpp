@@ -38,6 +38,11 @@ std::string filled(const Statement& statement, std::string_view text, std::strin
     return result.append(rest);
 }
 
+std::string long_text(std::size_t size, char c)
+{
+    return std::string().append(size, c);
+}
+
 std::string doubled(std::string_view text)
 {
     std::string result;
@@ -133,10 +138,10 @@ TEST_F(StatementsTest, NoTextBecomesPartOfAStatement)
         "x' WHERE 1=1 --", "x', Password = 'y", "x'\nOR\n'1'='1", "x'\tOR\t'1'='1", "x'\0--"s, "x\0y"s, "\0"s,
         "x' AND randomblob(1000000000) AND 'a'='a", "x' AND load_extension('x') AND 'a'='a",
         "x' ATTACH DATABASE '/tmp/x' AS y --", "x'; PRAGMA user_version=9; --", "x'; BEGIN; --", "x'; COMMIT",
-        "x\" OR \"1\"=\"1", "x` OR `1`=`1", "[x]", "x' OR [UserName] = 'anna", "x' OR UserName <> '", "x'''",
+        R"(x" OR "1"="1)", "x` OR `1`=`1", "[x]", "x' OR [UserName] = 'anna", "x' OR UserName <> '", "x'''",
         "%' OR '%'='", "\xFF\xFE' OR 1=1", "\xC0\xA7 OR 1=1", "\xE2\x80\x99 OR 1=1", "\xEF\xBC\x87 OR 1=1",
         "x' OR '1", "1' OR 1", "'''' OR 1=1", "''''' OR 1=1", std::string(1000, '\''),
-        std::string(10'000'000, 'x'), std::string(10'000'001, '\'')};
+        long_text(10'000'000, 'x'), long_text(10'000'001, '\'')};
     const auto before = everything();
     for (const auto& value : hostile) {
         const bool shown_whole = value.size() <= 100;
@@ -159,7 +164,7 @@ TEST_F(StatementsTest, NoTextWidensAnInsert)
     const std::pair<std::string, std::optional<std::string>> cases[] = {{"x' , 'y", std::nullopt},
         {"x' )", std::nullopt}, {"x' ); DELETE FROM log; --", std::nullopt}, {"x'||'y", std::nullopt},
         {"x'' , ''y", "x' , 'y"}, {"\\", "\\"}, {"\xFF\xC0", "\xFF\xC0"}, {"-- /* ;", "-- /* ;"},
-        {std::string(10'000'000, 'x'), std::string(10'000'000, 'x')}};
+        {long_text(10'000'000, 'x'), long_text(10'000'000, 'x')}};
     std::int32_t count = 1;
     for (const auto& [value, stored] : cases) {
         const auto failure = failure_of(fill(kInsertLogRow, {"anna", "::1", value}));

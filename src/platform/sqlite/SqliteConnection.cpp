@@ -263,7 +263,7 @@ void SqliteConnection::end_turn()
             if (open.database.in_transaction()) {
                 open.database.run("ROLLBACK");
             }
-            throw failure;
+            throw EngineError(failure);
         }
     }
     if (lost) {
@@ -397,7 +397,7 @@ void SqliteConnection::fail(Session& open, int code)
 {
     const auto failure = open.database.error(code);
     if (!open.in_turn || open.database.in_transaction()) {
-        throw failure; // only this statement failed
+        throw EngineError(failure); // only this statement failed
     }
     open.in_turn = false;
     open.turn_lost = open.turn_lost || std::exchange(open.changed, false);
