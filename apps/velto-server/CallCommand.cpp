@@ -17,7 +17,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using qz::server::Member;
-using qz::server::Parameter;
 using qz::server::Variant;
 
 /// Shows what went wrong on standard error, each thing once: where the database is gone, everything fails

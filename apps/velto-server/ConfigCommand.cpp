@@ -44,7 +44,7 @@ std::string in_force_when_missing(const SettingRow& row)
 /// The value as people write it; empty when there is no entry.
 std::string plain_value(HomeSettings& home, const SettingRow& row)
 {
-    const auto stored = home.ini.ReadIniValue(row.section, row.key);
+    auto stored = home.ini.ReadIniValue(row.section, row.key);
     if (!row.encoded || stored.empty()) {
         return stored;
     }

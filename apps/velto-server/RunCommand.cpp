@@ -21,6 +21,12 @@ namespace {
 /// Time for a graceful end, from the first signal on. The shutdown waits for two ticks at most.
 constexpr std::chrono::seconds kTimeToEnd(10);
 
+/// Says in one line what is wrong with the database, before the engine says it in many.
+void require_database(const Home& home)
+{
+    const HomeStore store(home);
+}
+
 void set_up_log()
 {
     const bool plain = std::getenv("NO_COLOR") != nullptr; // NOLINT(concurrency-mt-unsafe): before any thread
@@ -66,7 +72,7 @@ Exit run_server(const Home& home, const RunOptions& options)
 {
     home.require_initialised();
     const HomeLock lock(home);
-    HomeStore{home}; // says in one line what is wrong with the database, before the engine says it in many
+    require_database(home);
     set_up_log();
     std::signal(SIGPIPE, SIG_IGN); // a reader of our output that goes away must not end the server
     qz::platform::AsioMachine machine(home.folder());

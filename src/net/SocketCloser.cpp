@@ -44,7 +44,7 @@ void SocketCloser::CheckConnectionUp()
 /// By number, not by reference: closing may yield, and the table may change in the middle of the walk.
 template <typename Condition> void SocketCloser::close_where(Condition&& condition)
 {
-    for (std::size_t i = 0; i < connections_.records().size(); ++i) {
+    for (std::size_t i = 0; i < connections_.records().size(); ++i) { // NOLINT(modernize-loop-convert)
         const auto& record = connections_.records()[i];
         if (record.OnLine && condition(record)) {
             SocketClosing(record.Socket);

@@ -14,7 +14,8 @@ void Announcements::Send_MessageToAllActive(const std::string& text)
 {
     guarded(journal_, "Send_MessageToAllActive", no_address, [&] {
         std::int32_t sent = 0;
-        for (std::size_t i = 0; i < connections_.records().size(); ++i) { // by number: sending may yield
+        // By number: sending may yield, and the table may grow meanwhile.
+        for (std::size_t i = 0; i < connections_.records().size(); ++i) { // NOLINT(modernize-loop-convert)
             const auto& record = connections_.records()[i];
             if (record.OnLine) {
                 sender_.SendData(record.Socket, helpers::protocol_keywords().Notice, text);
