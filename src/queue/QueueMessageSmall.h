@@ -12,6 +12,8 @@ struct QueueMessageSmall {
     std::string UserName_To;
     DateTime ReceivedTime;
     DateTime ExpirationTime;
+
+    bool operator==(const QueueMessageSmall&) const = default;
 };
 
 } // namespace qz::queue

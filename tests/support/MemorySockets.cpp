@@ -45,7 +45,12 @@ public:
     {
         network_.server_ = this;
     }
-    ~MemoryServerSocket() override { network_.server_ = nullptr; }
+    ~MemoryServerSocket() override
+    {
+        if (network_.server_ == this) { // its successor may be there already
+            network_.server_ = nullptr;
+        }
+    }
 
     void close() override { listening_ = false; }
     void set_local_port(std::uint16_t port) override { port_ = port; }

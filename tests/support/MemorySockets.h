@@ -55,8 +55,8 @@ private:
     std::shared_ptr<MemoryLink> link_;
 };
 
-/// Makes the sockets and the connections between them. Outlives the sockets. At most one of each kind of
-/// socket exists at a time; several ports are not told apart.
+/// Makes the sockets and the connections between them. Outlives the sockets. Of several listening sockets
+/// only the newest hears; several ports are not told apart.
 class MemoryNetwork {
 public:
     MemoryNetwork(ManualLoop& loop, const Clock& clock, platform::ConnectionLimits limits = {});

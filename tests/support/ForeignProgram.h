@@ -1,0 +1,64 @@
+// Another program that shares the engine's database file.
+#pragma once
+
+#include "support/MemoryDatabase.h"
+
+#include <filesystem>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace qz::test {
+
+/// Sees what the engine has committed; what it writes is committed at once.
+class ForeignProgram {
+public:
+    ForeignProgram(const std::filesystem::path& file, const Clock& clock)
+    {
+        platform::ConnectionOptions options;
+        options.database_file = file;
+        options.statements = statements_.all();
+        connection_ = platform::make_sqlite_connection(options, clock);
+        connection_->Open("");
+    }
+
+    std::int64_t add(
+        const platform::Table& table, std::initializer_list<std::pair<const char*, platform::Value>> fields)
+    {
+        const auto key = add_row(*connection_, table, fields);
+        connection_->end_turn();
+        return key;
+    }
+    void run(const std::string& sql)
+    {
+        connection_->Execute(sql);
+        connection_->end_turn();
+    }
+    std::size_t count(const platform::Table& table) { return rows_of(*connection_, table).rows.size(); }
+    /// The fields of every row, oldest row first, joined by "|"; a null is "NULL".
+    std::vector<std::string> rows(
+        const platform::Table& table, std::initializer_list<std::string_view> columns)
+    {
+        const auto result = rows_of(*connection_, table);
+        std::vector<std::string> lines;
+        for (const auto& row : result.rows) {
+            std::string line;
+            for (const auto column : columns) {
+                const auto place = std::find(result.columns.begin(), result.columns.end(), column);
+                const auto& value = row.at(static_cast<std::size_t>(place - result.columns.begin()));
+                line += (line.empty() ? "" : "|") + (value.is_null() ? "NULL" : value.text());
+            }
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+private:
+    TestStatements statements_;
+    std::unique_ptr<platform::Connection> connection_;
+};
+
+} // namespace qz::test

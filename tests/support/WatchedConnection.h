@@ -1,0 +1,78 @@
+// A database connection whose statements a test sees first, and may fail.
+#pragma once
+
+#include "platform/database/Connection.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace qz::test {
+
+/// Hears every text before it runs ("OPEN", "EDIT" and "END OF TURN" for what has none); what it throws is
+/// the statement's failure.
+using StatementWatch = std::function<void(const std::string& sql)>;
+
+class WatchedConnection final : public platform::Connection {
+public:
+    /// @param watch  outlives the connection; may be set and cleared at any time.
+    WatchedConnection(std::unique_ptr<platform::Connection> inner, const StatementWatch& watch)
+        : inner_(std::move(inner)), watch_(watch)
+    {
+    }
+
+    void Open(const std::string& connection_string) override
+    {
+        tell("OPEN");
+        inner_->Open(connection_string);
+    }
+    void Close() override { inner_->Close(); }
+    platform::ConnectionState State() const override { return inner_->State(); }
+    void Execute(const std::string& sql) override
+    {
+        tell(sql);
+        inner_->Execute(sql);
+    }
+    platform::ResultSet query(const std::string& sql) override
+    {
+        tell(sql);
+        return inner_->query(sql);
+    }
+    platform::ResultSet describe(const std::string& sql) override { return inner_->describe(sql); }
+    std::int64_t insert_row(const platform::Table& table, const platform::RowChange& row) override
+    {
+        tell("EDIT");
+        return inner_->insert_row(table, row);
+    }
+    void update_row(const platform::Table& table, std::int64_t key, const platform::RowChange& row) override
+    {
+        tell("EDIT");
+        inner_->update_row(table, key, row);
+    }
+    void delete_row(const platform::Table& table, std::int64_t key) override
+    {
+        tell("EDIT");
+        inner_->delete_row(table, key);
+    }
+    void end_turn() override
+    {
+        tell("END OF TURN");
+        inner_->end_turn();
+    }
+    std::uint64_t change_mark(const platform::Table& table) override { return inner_->change_mark(table); }
+    std::string description() const override { return inner_->description(); }
+
+private:
+    void tell(const std::string& sql) const
+    {
+        if (watch_) {
+            watch_(sql);
+        }
+    }
+
+    std::unique_ptr<platform::Connection> inner_;
+    const StatementWatch& watch_;
+};
+
+} // namespace qz::test
