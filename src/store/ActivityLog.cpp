@@ -38,9 +38,9 @@ void ActivityLog::Write2dbLog(
     const std::string& action, const std::string& user_name, const std::string& remote_ip)
 {
     const auto& keywords = helpers::protocol_keywords();
-    const auto name = trim(user_name).empty()
-        ? keywords.HostName
-        : cut_cleaned(parser_.CleanText(single_line(user_name)), kUserNameWidth);
+    const auto user = single_line(user_name);
+    const auto name =
+        trim(user).empty() ? keywords.HostName : cut_cleaned(parser_.CleanText(user), kUserNameWidth);
     const auto line = single_line(remote_ip);
     const auto address =
         line.empty() ? keywords.HostAddress : std::string(first_characters(line, kRemoteIPWidth));

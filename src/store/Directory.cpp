@@ -4,6 +4,8 @@
 #include "base/Text.h"
 #include "store/Statements.h"
 
+#include <algorithm>
+
 namespace qz::store {
 
 namespace {
@@ -64,39 +66,41 @@ Directory::Directory(Database& database, const Counters& counters, Journal& jour
 
 void Directory::SetUsers()
 {
-    if (load(users_, {"SetUsers", tables::kUsers, statements::kSelectUsers, &Counters::users})) {
-        index_users();
-    }
+    load(users_,
+        {"SetUsers", tables::kUsers, statements::kSelectUsers, &Counters::users, &Directory::index_users});
 }
 
 void Directory::SetMyBuddies()
 {
-    if (load(buddies_, {"SetMyBuddies", tables::kBuddies, statements::kSelectBuddies, &Counters::buddies})) {
-        index_buddies();
-    }
+    load(buddies_,
+        {"SetMyBuddies", tables::kBuddies, statements::kSelectBuddies, &Counters::buddies,
+            &Directory::index_buddies});
 }
 
 void Directory::SetRooms()
 {
-    if (load(rooms_, {"SetRooms", tables::kRooms, statements::kSelectRooms, &Counters::rooms})) {
-        index_rooms();
-    }
+    load(rooms_,
+        {"SetRooms", tables::kRooms, statements::kSelectRooms, &Counters::rooms, &Directory::index_rooms});
 }
 
-/// @return false when the table is unchanged and the copy was kept.
-template <typename Record> bool Directory::load(Snapshot<Record>& snapshot, const Source& source)
+template <typename Record> void Directory::load(Snapshot<Record>& snapshot, const Source& source)
 {
     // Taken before the rows are read: a change that comes in between makes the next load read again. Where
     // there is no mark (a closed connection), the load goes on and reports what is wrong.
     std::optional<std::uint64_t> mark;
     attempt([&] { mark = database_.connection().change_mark(source.table); });
     if (mark && mark == snapshot.loaded_mark) {
-        return false;
+        return;
     }
     snapshot.loaded_mark.reset();
     guarded(journal_, source.loader, no_address, [&] {
-        const auto count = (counters_.*source.count)();
-        snapshot.records.assign(1, {});
+        // Counted a second time: the first count only tells an empty table.
+        auto count = (counters_.*source.count)();
+        if (count.value_or(0) >= 1) {
+            count = (counters_.*source.count)();
+        }
+        const Indexing indexing{*this, source.index};
+        snapshot.records.assign(static_cast<std::size_t>((std::max)(count.value_or(0), 1)), {});
         if (count.value_or(0) >= 1) {
             read_rows(snapshot, source);
         }
@@ -104,14 +108,10 @@ template <typename Record> bool Directory::load(Snapshot<Record>& snapshot, cons
             snapshot.loaded_mark = mark;
         }
     });
-    return true;
 }
 
 template <typename Record> void Directory::read_rows(Snapshot<Record>& snapshot, const Source& source)
 {
-    // Counted a second time: the first count only tells an empty table.
-    const auto count = (counters_.*source.count)().value_or(0);
-    snapshot.records.assign(static_cast<std::size_t>((std::max)(count, 1)), {});
     auto rows = database_.open(source.rows);
     for (std::size_t i = 0; !rows.AtEnd(); rows.MoveNext(), ++i) {
         if (i >= snapshot.records.size()) { // the table grew between the count and the query

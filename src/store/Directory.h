@@ -62,9 +62,17 @@ private:
         const platform::Table& table;
         const platform::Statement& rows;
         std::optional<std::int32_t> (Counters::*count)() const;
+        void (Directory::*index)();
+    };
+    /// Indexes a copy on every way out of its load, before a failure is reported: whoever hears of it may ask
+    /// the directory.
+    struct Indexing {
+        Directory& directory;
+        void (Directory::*index)();
+        ~Indexing() { (directory.*index)(); }
     };
 
-    template <typename Record> bool load(Snapshot<Record>& snapshot, const Source& source);
+    template <typename Record> void load(Snapshot<Record>& snapshot, const Source& source);
     template <typename Record> void read_rows(Snapshot<Record>& snapshot, const Source& source);
     void index_users();
     void index_buddies();

@@ -1,0 +1,90 @@
+#include "store/Database.h"
+
+#include "store/Statements.h"
+#include "support/TestStore.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using qz::test::TestStore;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::string string_of(TestStore& store)
+{
+    store.database.ClosedbConnection();
+    const auto text = store.database.ConnectionTest();
+    return text.substr(0, text.find("\r\n"));
+}
+
+} // namespace
+
+TEST(Database, BuildsTheConnectionString)
+{
+    TestStore store;
+    EXPECT_EQ(string_of(store),
+        "Connection string: Driver={SQL Server};Server=127.0.0.1;Database=VELTO;uid=sa;pwd=;");
+    store.settings.set_DBServerIP("db.example.org,1433");
+    store.settings.set_DBUserName("velto");
+    store.settings.set_DBPassword("a;pwd=b}");
+    store.settings.set_DBODBC("other");
+    store.database.BuildConnectionString();
+    EXPECT_EQ(string_of(store),
+        "Connection string: Driver={SQL Server};Server=db.example.org,1433;Database=VELTO;uid=velto;"
+        "pwd={a;pwd=b}}};");
+}
+
+TEST(Database, OpensAClosedConnectionAnew)
+{
+    TestStore store;
+    store.database.BuildConnectionString();
+    ASSERT_EQ(store.journal.lines.size(), 1U) << "an open connection stays";
+    EXPECT_EQ(store.journal.lines[0].message, "Database connection OK");
+    const auto made = store.connections_made;
+    store.database.ClosedbConnection();
+    store.database.ClosedbConnection();
+    EXPECT_THAT(store.failures(), IsEmpty());
+    EXPECT_EQ(store.database.ConnectionTest(),
+        "Connection string: Driver={SQL Server};Server=127.0.0.1;Database=VELTO;uid=sa;pwd=;\r\n"
+        "Connection state: 0\r\nconfiguration file: "
+            + (store.folder / "VELTO_Server.ini").string());
+    store.database.BuildConnectionString();
+    EXPECT_EQ(store.connections_made, made + 1);
+    EXPECT_EQ(store.database.ConnectionTest(), "Connection OK");
+    store.watch = [](const std::string& sql) {
+        if (sql.starts_with("SELECT count(UserName)")) {
+            throw qz::database_error(qz::DatabaseError::MissingTable, "no users");
+        }
+    };
+    store.database.ClosedbConnection();
+    store.database.BuildConnectionString();
+    EXPECT_EQ(store.journal.lines.back().message, "Database connection failed!");
+    store.database.OpendbConnection();
+    EXPECT_EQ(store.journal.lines.back().message,
+        "Error opening database connection: The connection is already open");
+    EXPECT_THAT(store.failures(), ElementsAre("opendbConnection:  -2147467259"));
+}
+
+TEST(Database, CommitsAtTheEndOfATurn)
+{
+    TestStore store;
+    store.database.execute(qz::store::statements::kInsertCommand, {"one", ""});
+    EXPECT_EQ(store.foreign_program.count(qz::store::tables::kCommand), 0U);
+    EXPECT_EQ(store.foreign().count(qz::store::tables::kCommand), 1U);
+    store.database.execute(qz::store::statements::kInsertCommand, {"two", ""});
+    store.watch = [](const std::string& sql) {
+        if (sql == "END OF TURN") {
+            throw qz::database_error(qz::DatabaseError::Timeout, "locked");
+        }
+    };
+    store.database.turn_ended();
+    ASSERT_EQ(store.journal.failures.size(), 1U);
+    EXPECT_EQ(store.journal.failures[0].routine, "EndOfTurn");
+    EXPECT_FALSE(store.journal.failures[0].logged) << "a log row could not be stored either";
+    store.database.ClosedbConnection();
+    EXPECT_EQ(store.foreign().count(qz::store::tables::kCommand), 2U) << "closing stores what is pending";
+}
