@@ -1,0 +1,142 @@
+// The conversation of one client with its server, without any socket: bytes and time go in, bytes and events
+// come out. Connection gives it a socket.
+#pragma once
+
+#include "client/Backoff.h"
+#include "client/ClientEvents.h"
+#include "client/DeliveryRecord.h"
+#include "client/Reassembly.h"
+#include "client/Requests.h"
+#include "helpers/Crypto.h"
+#include "helpers/MessageParser.h"
+#include "helpers/SettingsCipher.h"
+#include "helpers/UnitCutter.h"
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qz::client {
+
+struct Account {
+    std::string screen_name;
+    std::string password;
+    /// Address does not work behind address translation. On a connection from 127.0.0.1 the credentials go
+    /// plain all the same: the server knows such a client by the machine's own address, and nothing leaves
+    /// the machine.
+    helpers::CredentialForm form = helpers::CredentialForm::Address;
+};
+
+/// One thread at a time.
+class ClientCore {
+public:
+    /// Most bytes that wait to be sent; the server's own limit.
+    static constexpr std::size_t kMaxOutput = std::size_t{1024} * 1024;
+    static constexpr std::size_t kMaxUnansweredEchoes = 64;
+    static constexpr std::chrono::seconds kConnectTime{60}; // until a connection stands
+    static constexpr std::chrono::seconds kAnswerTime{30};  // for the session, the logon, an echo
+    static constexpr std::chrono::seconds kQuietTime{60};   // after which the client asks for a sign of life
+    static constexpr std::chrono::seconds kStableTime{60};  // logged on so long, delays begin anew
+
+    /// Both outlive the core.
+    ClientCore(Account account, helpers::Crypto& crypto, ClientEvents& events);
+
+    /// Connects, and connects again whenever a connection ends, until stop() or a refusal. Does nothing when
+    /// it was started already.
+    void start(TimePoint now);
+    void stop();
+    /// To be called while stopped. What is owed for the messages of another name is forgotten.
+    void set_account(Account account);
+
+    // For whoever owns the transport.
+    /// The running number of the connection that is wanted, or in use; 0 when none is. When it changes, the
+    /// transport of the number before is to be closed.
+    std::uint64_t attempt() const;
+    /// The transport stands.
+    /// @param local_address  this end of it, as text.
+    void opened(std::string_view local_address, TimePoint now);
+    void received(std::string_view bytes, TimePoint now);
+    /// The transport has ended, or did not come about.
+    void closed(std::string_view why, TimePoint now);
+    /// Does what is due.
+    void tick(TimePoint now);
+    /// When `tick` has something to do; nothing when stopped.
+    std::optional<TimePoint> next_deadline() const;
+    /// What is to be sent now. Valid until the next call.
+    std::string_view output() const { return std::string_view(output_).substr(output_start_); }
+    /// So many bytes of it have been sent.
+    void consume_output(std::size_t bytes);
+
+    // For the program.
+    bool is_logged_on() const { return state_ == State::LoggedOn; }
+    SendResult send(const Request& request);
+    struct SentMessage {
+        SendResult result = SendResult::NotLoggedOn;
+        MessageId id = 0; // names the message in its receipt; 0 when it was not sent
+    };
+    SentMessage send_message(const OutgoingMessage& message);
+    /// Confirmations that the server may not have yet.
+    std::size_t unconfirmed() const { return confirmations_.size(); }
+
+private:
+    enum class State { Stopped, Waiting, Opening, Greeting, LoggingOn, LoggedOn }; // from Greeting on, open
+    struct SentEcho {
+        bool is_own = false;             // ours, to hear whether the server is there
+        std::uint64_t confirmations = 0; // those sent before it
+    };
+
+    bool is_open() const { return state_ >= State::Greeting; }
+    void begin_attempt(TimePoint now);
+    void leave_transport();
+    void end(End why, std::string_view text);
+    void refuse(std::string_view text);
+    void take_unit(const std::string& unit);
+    void take_envelope(const Envelope& envelope);
+    void take_session(const Envelope& envelope);
+    void take_logon_answer(const Envelope& envelope);
+    void log_on();
+    void take_incoming(const Incoming& incoming);
+    void take_message(const Message& message);
+    bool take_own_echo();
+    void send_confirmations();
+    void probe();
+    bool is_probe_open() const;
+    SendResult put(const Request& request, MessageId number);
+    SendResult put_text(std::string_view keyword, std::string_view parameters, MessageId number);
+    MessageId fresh_id();
+
+    helpers::Crypto& crypto_;
+    ClientEvents& events_;
+    helpers::MessageParser parser_;
+    Account account_;
+    Backoff backoff_;
+
+    State state_ = State::Stopped;
+    std::uint64_t attempt_ = 0;
+    TimePoint now_;              // of the call that is running, or of the last one
+    TimePoint deadline_;         // of the state, in all states but Stopped and LoggedOn
+    bool was_logged_on_ = false; // with this account
+    TimePoint logged_on_at_;
+    TimePoint last_heard_;
+    TimePoint probed_at_;
+
+    helpers::UnitCutter cutter_;
+    Reassembly reassembly_;
+    Session session_;
+    std::vector<std::string> reasons_; // texts of this connection before its logon was answered
+    std::string last_notice_;
+    std::string output_;
+    std::size_t output_start_ = 0; // what stands before it has been sent
+    std::int32_t frame_counter_ = 0;
+    std::int32_t message_counter_ = 0;
+
+    SeenMessages seen_;
+    Confirmations confirmations_;
+    std::deque<SentEcho> echoes_; // not answered yet, oldest first
+};
+
+} // namespace qz::client
