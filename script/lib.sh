@@ -6,9 +6,9 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
-    libboost-dev libcli11-dev libsodium-dev libspdlog-dev libsqlite3-dev nlohmann-json3-dev
+    libboost-dev libcli11-dev libcurl4-openssl-dev libsodium-dev libspdlog-dev libsqlite3-dev nlohmann-json3-dev
 )
-test_packages=(libbenchmark-dev libgmock-dev libgtest-dev)
+test_packages=(libbenchmark-dev libgmock-dev libgtest-dev python3-aiosmtpd)
 lint_packages=(clang-format clang-tidy)
 
 # install_packages NAME…: installs what is missing, as root or with sudo.

@@ -164,6 +164,20 @@ DateTime DateTime::plus_months(int months) const
     return from_civil(t);
 }
 
+std::string_view day_name(int weekday)
+{
+    static constexpr std::array<std::string_view, 7> kNames{
+        "Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+    return kNames.at(static_cast<std::size_t>(weekday));
+}
+
+std::string_view month_name(int month)
+{
+    static constexpr std::array<std::string_view, 12> kNames{"January", "February", "March", "April", "May",
+        "June", "July", "August", "September", "October", "November", "December"};
+    return kNames.at(static_cast<std::size_t>(month) - 1);
+}
+
 std::int64_t seconds_between(DateTime from, DateTime to)
 {
     return to.seconds() - from.seconds();

@@ -56,6 +56,10 @@ private:
     std::int64_t seconds_ = 0;
 };
 
+/// English names, whatever the locale: "Monday" (weekday 0 = Sunday), "March" (month 1 to 12).
+std::string_view day_name(int weekday);
+std::string_view month_name(int month);
+
 /// Whole seconds from `from` to `to`; negative when `to` is the earlier one.
 std::int64_t seconds_between(DateTime from, DateTime to);
 

@@ -4,6 +4,7 @@
 #include "base/Clock.h"
 #include "helpers/Crypto.h"
 #include "platform/EventLoop.h"
+#include "platform/Mailer.h"
 #include "platform/Sockets.h"
 #include "platform/Timer.h"
 #include "platform/database/Connection.h"
@@ -45,6 +46,7 @@ public:
     virtual std::unique_ptr<Timer> create_timer(TimerEvents& events) = 0;
     virtual std::unique_ptr<ServerSocket> create_server_socket(ServerSocketEvents& events) = 0;
     virtual std::unique_ptr<ClientSockets> create_client_sockets(ClientSocketEvents& events) = 0;
+    virtual std::unique_ptr<Mailer> create_mailer(MailerEvents& events) = 0;
     /// A closed connection.
     virtual std::unique_ptr<Connection> create_connection(const ConnectionOptions& options) = 0;
 };

@@ -4,6 +4,7 @@
 #include "platform/asio/AsioClientSockets.h"
 #include "platform/asio/AsioServerSocket.h"
 #include "platform/asio/AsioTimer.h"
+#include "platform/curl/CurlMailer.h"
 #include "platform/sqlite/SqliteProvider.h"
 
 namespace qz::platform {
@@ -21,6 +22,11 @@ std::unique_ptr<ServerSocket> AsioMachine::create_server_socket(ServerSocketEven
 std::unique_ptr<ClientSockets> AsioMachine::create_client_sockets(ClientSocketEvents& events)
 {
     return std::make_unique<AsioClientSockets>(loop_, events);
+}
+
+std::unique_ptr<Mailer> AsioMachine::create_mailer(MailerEvents& events)
+{
+    return std::make_unique<CurlMailer>(loop_, events);
 }
 
 std::unique_ptr<Connection> AsioMachine::create_connection(const ConnectionOptions& options)
