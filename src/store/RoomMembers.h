@@ -5,7 +5,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <set>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace qz::store {
@@ -26,13 +30,26 @@ public:
     /// Grows by 30 % of the upper bound, truncated; an upper bound below 4 does not grow at all.
     void GrowRoomMembers();
 
+    /// @param slot  a free one.
     /// @throws EngineError 9 for a slot past the end.
     void take(std::int32_t slot, RoomMember member);
     void release(std::int32_t slot);
 
+    /// The first slot in use that holds this membership; names are compared exactly.
+    std::optional<std::int32_t> first_slot(std::string_view user_name, std::string_view room_name) const;
+    /// Slots in use, ascending.
+    const std::set<std::int32_t>& in_room(std::string_view room_name) const;
+    const std::set<std::int32_t>& of_user(std::string_view user_name) const;
+
 private:
+    using Index = std::map<std::string, std::set<std::int32_t>, std::less<>>;
+
+    static void erase(Index& index, const std::string& name, std::int32_t slot);
+
     std::vector<RoomMember> slots_{1};
     std::set<std::int32_t> free_{0}; // so that the first free slot is found without a scan
+    Index by_room_;
+    Index by_user_;
 };
 
 } // namespace qz::store

@@ -1,0 +1,90 @@
+#include "store/Rooms.h"
+
+#include "base/Guarded.h"
+#include "store/Statements.h"
+
+namespace qz::store {
+
+Rooms::Rooms(Database& database, const Directory& directory, RoomMembers& members,
+    const helpers::MessageParser& parser, const Clock& clock, Journal& journal)
+    : database_(database), directory_(directory), members_(members), parser_(parser), clock_(clock),
+      journal_(journal)
+{
+}
+
+bool Rooms::RoomCreate(const std::string& room_name, const std::string& owner, const std::string& remote_ip,
+    const std::string& key)
+{
+    return guarded(journal_, "RoomCreate", remote_ip, false, [&] {
+        auto row = database_.open(statements::kSelectRoomsForAdding);
+        row.AddNew();
+        row.SetField("RoomName", room_name);
+        row.SetField("UserName_Owner", owner);
+        row.SetField("CreationTime", clock_.now());
+        row.SetField("key", key);
+        row.Update();
+        return true;
+    });
+}
+
+std::string Rooms::RoomDelete(
+    const std::string& room_name, const std::string& owner, const std::string& remote_ip)
+{
+    return guarded(journal_, "RoomDelete", remote_ip, std::string{}, [&] {
+        const auto name = parser_.CleanText(room_name);
+        auto row = database_.open(statements::kSelectOwnedRoom, {name, owner});
+        if (row.AtEnd()) {
+            return "No room " + name + " found, maybe you are not the owner!";
+        }
+        row.Delete();
+        row.Update();
+        return std::string{};
+    });
+}
+
+bool Rooms::RoomExists(const std::string& room_name) const
+{
+    return directory_.room_named(room_name) != nullptr;
+}
+
+bool Rooms::UserAlreadyInRoom(const std::string& user_name, const std::string& room_name) const
+{
+    return members_.first_slot(parser_.CleanText(user_name), room_name).has_value();
+}
+
+void Rooms::AddUserInRoom(
+    const std::string& user_name, const std::string& room_name, const std::string& remote_ip)
+{
+    guarded(journal_, "AddUserInRoom", remote_ip, [&] {
+        if (!UserAlreadyInRoom(user_name, room_name)) {
+            members_.take(members_.GetFreeMemberSlot(), {user_name, room_name, clock_.now(), true});
+        }
+    });
+}
+
+void Rooms::LeaveUserFromRoom(const std::string& user_name, const std::string& room_name)
+{
+    if (const auto slot = members_.first_slot(parser_.CleanText(user_name), room_name)) {
+        members_.release(*slot);
+    }
+}
+
+std::vector<std::string> Rooms::members_of(const std::string& room_name) const
+{
+    std::vector<std::string> names;
+    for (const auto slot : members_.in_room(room_name)) {
+        names.push_back(members_.slots()[static_cast<std::size_t>(slot)].UserName);
+    }
+    return names;
+}
+
+std::vector<std::string> Rooms::rooms_of(const std::string& user_name) const
+{
+    std::vector<std::string> names;
+    for (const auto slot : members_.of_user(user_name)) {
+        names.push_back(members_.slots()[static_cast<std::size_t>(slot)].RoomName);
+    }
+    return names;
+}
+
+} // namespace qz::store
