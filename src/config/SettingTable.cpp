@@ -171,8 +171,8 @@ constexpr std::array kTable{
 };
 
 // Sections whose keys are user names or whatever the engine puts there.
-constexpr std::array<std::string_view, 4> kKeptByEngine{
-    "OnLineInfo", "UsersStatus", "LastDateSentEmail_NewVersion", "Test"};
+constexpr std::array<std::string_view, 5> kKeptByEngine{
+    "OnLineInfo", "UsersStatus", "LastDateSentEmail_NewVersion", "DailyJobs", "Test"};
 
 bool is_ipv4(std::string_view value)
 {
