@@ -77,10 +77,15 @@ void SocketPool::touch(std::int16_t socket)
     }
 }
 
+std::int16_t SocketPool::state(std::int16_t socket) const
+{
+    return sockets_ == nullptr ? platform::kSocketClosed : sockets_->state(socket);
+}
+
 bool SocketPool::SocketFree(std::int16_t socket) const
 {
     return connections_.first_on(socket) == nullptr && sockets_ != nullptr
-        && sockets_->state(socket) == platform::kSocketClosed;
+        && state(socket) == platform::kSocketClosed;
 }
 
 std::string SocketPool::get_RemoteAddress(std::int16_t socket) const

@@ -39,6 +39,8 @@ public:
     /// late packet for the previous client does not reach a new one.
     void touch(std::int16_t socket);
 
+    /// The component's state of a socket; closed while there are none.
+    std::int16_t state(std::int16_t socket) const;
     bool SocketFree(std::int16_t socket) const;
     bool SessionIDFree(const std::string& session_id) const
     {

@@ -26,10 +26,12 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       database([this] { return create_connection(); }, settings, journal),
       activity_log(database, settings, parser, journal), counters(database, journal),
       directory(database, counters, journal), accounts(database, directory, parser, cipher, journal),
-      sender(parser, machine.loop(), *this, journal),
+      auto_replies(database, journal), sender(parser, machine.loop(), *this, journal),
       pool(connections, sender, parser, machine.clock(), *this, journal),
-      closer(connections, pool, chunks, machine.clock(), *this, journal), handlers(sender),
-      dispatcher(handlers, parser, pool, sender, settings, journal),
+      closer(connections, pool, chunks, machine.clock(), *this, journal),
+      message_queue(queue::MessageRows(database), queue::Delivery(connections, pool, sender, journal),
+          auto_replies, settings, parser, machine.clock(), journal),
+      handlers(sender), dispatcher(handlers, parser, pool, sender, settings, journal),
       receiver(connections, chunks, sender, closer, parser, machine.clock(), {dispatcher, *this}, journal),
       announcements(connections, sender, journal), commands(database, *this, journal),
       housekeeping(settings, *this, journal)
@@ -95,6 +97,7 @@ void Engine::begin_start_record()
     start_time = machine_.clock().now();
     connections.reset(counters.get_BuddiesCount());
     reset_room_members();
+    message_queue.QueueMessage_ClearQueue();
     const auto logs = machine_.home() / kLogsFolder;
     log_path_ = logs.string() + "/";
     attempt([&] { std::filesystem::create_directory(logs); }); // it may be there already
@@ -239,6 +242,8 @@ void Engine::run_frequent_jobs()
 {
     commands.CheckServerCommand();
     chunks.sweep(machine_.clock().now());
+    message_queue.QueueMessage_PurgeExpired();
+    message_queue.QueueMessage_MoveFromQueue(0);
     events_.TimerActivity();
 }
 
@@ -250,6 +255,12 @@ void Engine::CheckConnectionUp()
 void Engine::refresh_online_info()
 {
     journal.ReportOnLineUsers(connections.count_on_line());
+}
+
+void Engine::send_queued_messages()
+{
+    message_queue.QueueMessage_Send();
+    message_queue.QueueMessage_Send_Confirmed_and_NotExpired();
 }
 
 void Engine::released(const std::string& /*user*/, const std::string& /*address*/, std::int16_t /*socket*/)

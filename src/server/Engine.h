@@ -19,6 +19,7 @@
 #include "protocol/Announcements.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/Handlers.h"
+#include "queue/MessageQueue.h"
 #include "server/Housekeeping.h"
 #include "server/Main.h"
 #include "server/MainEvents.h"
@@ -26,6 +27,7 @@
 #include "server/ServerJournal.h"
 #include "store/Accounts.h"
 #include "store/ActivityLog.h"
+#include "store/AutoReplies.h"
 #include "store/Counters.h"
 #include "store/Database.h"
 #include "store/Directory.h"
@@ -82,12 +84,15 @@ public: // the rooms, for the members of Main that forward to them
     store::Directory directory;
     store::Accounts accounts;
     store::RoomMembers room_members;
+    store::AutoReplies auto_replies;
 
     net::ConnectionTable connections;
     net::ChunkStore chunks;
     net::Sender sender;
     net::SocketPool pool;
     net::SocketCloser closer;
+
+    queue::MessageQueue message_queue;
 
     protocol::Handlers handlers;
     protocol::Dispatcher dispatcher;
@@ -119,6 +124,7 @@ private:
     void run_frequent_jobs() override;
     void CheckConnectionUp() override;
     void refresh_online_info() override;
+    void send_queued_messages() override;
     void released(const std::string& user, const std::string& address, std::int16_t socket) override;
     void traffic(net::Direction direction) override;
     void new_connection_requested(const std::string& address) override;

@@ -66,6 +66,7 @@ void Housekeeping::DoServerActivities()
         if (CounterOnLineInfo.is_due(ticks_per_minute_)) {
             jobs_.refresh_online_info();
         }
+        jobs_.send_queued_messages();
     });
 }
 

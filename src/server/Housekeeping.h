@@ -17,6 +17,8 @@ public:
     virtual void CheckConnectionUp() = 0;
     /// Online information and the count of users on line.
     virtual void refresh_online_info() = 0;
+    /// On every tick, last.
+    virtual void send_queued_messages() = 0;
 
 protected:
     ~TickJobs() = default;

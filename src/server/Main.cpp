@@ -171,27 +171,22 @@ void Main::Send_InstantMessage(const std::string& /*message*/, const std::string
 
 std::vector<queue::QueueMessageSmall> Main::get_QueueMessages()
 {
-    engine_->not_available("get_QueueMessages");
-    return {};
+    return engine_->message_queue.get_QueueMessages();
 }
 
-bool Main::Retrieve_AutoReply(const std::string& /*user_name*/)
+bool Main::Retrieve_AutoReply(const std::string& user_name)
 {
-    engine_->not_available("Retrieve_AutoReply");
-    return {};
+    return engine_->auto_replies.Retrieve_AutoReply(user_name);
 }
 
-std::string Main::Retrieve_AutoReplyMessage(const std::string& /*user_name*/)
+std::string Main::Retrieve_AutoReplyMessage(const std::string& user_name)
 {
-    engine_->not_available("Retrieve_AutoReplyMessage");
-    return {};
+    return engine_->auto_replies.Retrieve_AutoReplyMessage(user_name);
 }
 
-bool Main::Update_AutoReply(
-    const std::string& /*user_name*/, const std::string& /*message*/, bool /*enabled*/)
+bool Main::Update_AutoReply(const std::string& user_name, const std::string& message, bool enabled)
 {
-    engine_->not_available("Update_AutoReply");
-    return {};
+    return engine_->auto_replies.Update_AutoReply(user_name, message, enabled);
 }
 
 void Main::SendPolicy(const std::string& /*screen_name*/)

@@ -31,6 +31,7 @@ protected:
     }
     void CheckConnectionUp() override { due["connections"].push_back(ticks); }
     void refresh_online_info() override { due["online"].push_back(ticks); }
+    void send_queued_messages() override { }
 
     void start(ServerSpeed speed)
     {

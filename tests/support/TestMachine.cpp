@@ -30,6 +30,11 @@ std::unique_ptr<platform::Connection> TestMachine::create_connection(
     return std::make_unique<WatchedConnection>(platform::make_sqlite_connection(options, clock_), watch);
 }
 
+std::unique_ptr<platform::Mailer> TestMachine::create_mailer(platform::MailerEvents& events)
+{
+    return mail.create(events);
+}
+
 ForeignProgram& TestMachine::database()
 {
     if (!database_) {

@@ -11,6 +11,7 @@
 #include "support/ManualTimer.h"
 #include "support/MemorySockets.h"
 #include "support/RecordingEvents.h"
+#include "support/RecordingMailer.h"
 #include "support/TemporaryFolder.h"
 #include "support/WatchedConnection.h"
 
@@ -32,12 +33,15 @@ public:
         platform::ServerSocketEvents& events) override;
     std::unique_ptr<platform::ClientSockets> create_client_sockets(
         platform::ClientSocketEvents& events) override;
+    std::unique_ptr<platform::Mailer> create_mailer(platform::MailerEvents& events) override;
     std::unique_ptr<platform::Connection> create_connection(
         const platform::ConnectionOptions& options) override;
 
     MemoryNetwork& network() { return network_; }
     /// The engine's database as another program sees it.
     ForeignProgram& database();
+    MailRecord mail;
+
     /// Sees the statements of the engine's connections, and may fail them.
     StatementWatch watch;
 

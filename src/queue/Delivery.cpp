@@ -1,0 +1,66 @@
+#include "queue/Delivery.h"
+
+#include "base/Text.h"
+#include "helpers/MessageParser.h"
+#include "helpers/ProtocolKeywords.h"
+#include "platform/Sockets.h"
+
+namespace qz::queue {
+
+using helpers::protocol_keywords;
+
+namespace {
+
+/// ` key=value` with the value's blanks substituted, so that it ends where the next key begins.
+std::string field(const char* key, const std::string& value)
+{
+    return std::string(key) + "=" + replace_all(value, " ", protocol_keywords().BlankSubstitute) + " ";
+}
+
+std::string body_of(const QueueEntry& entry)
+{
+    const auto from = entry.to_room() ? protocol_keywords().RoomPrefix + entry.room : entry.sender;
+    return field("screennamefrom", from) + field("screennameto", entry.recipient)
+        + field("receivedtime", entry.received_time.text())
+        + field("expirationtime", entry.expiration_time.text())
+        + field("receiptrequested", helpers::boolean_text(entry.receipt_requested))
+        + (entry.to_room() ? field("roomsender", entry.sender) : "") + "msg=" + entry.text;
+}
+
+} // namespace
+
+Delivery::Delivery(const net::ConnectionTable& connections, const net::SocketPool& pool, net::Sender& sender,
+    Journal& journal)
+    : connections_(connections), pool_(pool), sender_(sender), journal_(journal)
+{
+}
+
+bool Delivery::Send_Message(const QueueEntry& entry)
+{
+    const auto socket = connections_.Retrieve_UserSocket(entry.recipient);
+    const auto state = pool_.state(socket);
+    if (state != platform::kSocketConnected) {
+        journal_.Log("User " + entry.recipient + " is offline (socket [" + std::to_string(socket)
+                + "] status is " + std::to_string(state) + ") and there is a message (" + decimal(entry.MsgID)
+                + ") to be delivered to him!",
+            entry.recipient, protocol_keywords().HostAddress);
+        return false;
+    }
+    double number = entry.MsgID;
+    sender_.SendData(socket, protocol_keywords().InstantMessage, body_of(entry), number);
+    return true;
+}
+
+void Delivery::send_receipt(const std::string& sender, const std::string& recipient, double msg_id)
+{
+    const auto socket = connections_.Retrieve_UserSocket(sender);
+    if (pool_.state(socket) != platform::kSocketConnected) {
+        return;
+    }
+    const auto id = decimal(msg_id);
+    sender_.SendData(
+        socket, protocol_keywords().MessageReceipt, "received=" + id + " screennameto=" + recipient);
+    journal_.Log("Receipt for MsgID " + id + " sent to " + sender, sender, protocol_keywords().HostAddress);
+}
+
+} // namespace qz::queue

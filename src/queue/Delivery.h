@@ -1,0 +1,33 @@
+// What goes over the wire for a queued message: the message to its recipient, the receipt to its sender.
+#pragma once
+
+#include "base/Journal.h"
+#include "net/ConnectionTable.h"
+#include "net/Sender.h"
+#include "net/SocketPool.h"
+#include "queue/QueueEntry.h"
+
+#include <string>
+
+namespace qz::queue {
+
+class Delivery {
+public:
+    Delivery(const net::ConnectionTable& connections, const net::SocketPool& pool, net::Sender& sender,
+        Journal& journal);
+
+    /// Sends a message to its recipient's socket.
+    /// @return false when the recipient is not connected, which is logged; the message then stays queued.
+    bool Send_Message(const QueueEntry& entry);
+    /// Tells a sender that the recipient has the message; logged. Nothing happens when the sender is not
+    /// connected.
+    void send_receipt(const std::string& sender, const std::string& recipient, double msg_id);
+
+private:
+    const net::ConnectionTable& connections_;
+    const net::SocketPool& pool_;
+    net::Sender& sender_;
+    Journal& journal_;
+};
+
+} // namespace qz::queue

@@ -1,0 +1,224 @@
+#include "queue/MessageQueue.h"
+
+#include "base/Guarded.h"
+#include "base/Text.h"
+#include "helpers/ProtocolKeywords.h"
+
+#include <utility>
+
+namespace qz::queue {
+
+using helpers::protocol_keywords;
+
+namespace {
+
+constexpr std::int64_t kRetrySeconds = 10;
+constexpr std::int64_t kUnconfirmedSeconds = 15;
+constexpr std::int64_t kSecondsPerMinute = 60;
+constexpr std::int64_t kSecondsPerDay = 86400;
+
+std::string sender_and_recipient(const QueueEntry& entry)
+{
+    return " from " + entry.sender + " to " + entry.recipient;
+}
+
+} // namespace
+
+MessageQueue::MessageQueue(MessageRows rows, Delivery delivery, store::AutoReplies& auto_replies,
+    config::Settings& settings, helpers::MessageParser& parser, const Clock& clock, Journal& journal)
+    : rows_(std::move(rows)), delivery_(std::move(delivery)), auto_replies_(auto_replies),
+      settings_(settings), parser_(parser), clock_(clock), journal_(journal)
+{
+}
+
+void MessageQueue::QueueMessage_Put(const NewMessage& message, bool recipient_on_line)
+{
+    guarded(journal_, "QueueMessage_Put", message.remote_ip, [&] {
+        const auto now = clock_.now();
+        QueueEntry entry{.sender = message.sender,
+            .recipient = message.recipient,
+            .text = message.text,
+            .MsgID = message.msg_id,
+            .received_time = now,
+            .expiration_time = message.expiration_time,
+            .receipt_requested = message.receipt_requested,
+            .room = message.room};
+        const bool auto_reply = auto_replies_.Retrieve_AutoReply(message.recipient);
+        std::string note;
+        if (auto_reply && !recipient_on_line) {
+            entry.expiration_time = now.plus_months(1);
+            note = " ##The expiration date for the message you wrote has been moved from the IM server to "
+                + entry.expiration_time.text() + " instead of " + message.expiration_time.text() + "##";
+        }
+        rows_.save(entry);
+        if (auto_reply) {
+            auto reply = automatic_reply(entry, note);
+            rows_.save(reply);
+            table_.put(std::move(entry));
+            table_.put(std::move(reply));
+        } else {
+            table_.put(std::move(entry));
+        }
+        const auto to = message.room.empty() ? " to " + message.recipient : " for room " + message.room;
+        journal_.Log("New message from " + message.sender + to + " with MsgID " + decimal(message.msg_id),
+            message.sender, message.remote_ip);
+    });
+}
+
+/// The recipient's automatic reply to a message: never answered by another one, and without a receipt.
+QueueEntry MessageQueue::automatic_reply(const QueueEntry& message, const std::string& note)
+{
+    const auto now = message.received_time;
+    return {.sender = message.recipient,
+        .recipient = message.sender,
+        .text = auto_replies_.Retrieve_AutoReplyMessage(message.recipient) + note,
+        .MsgID = parser_.fresh_number(),
+        .received_time = now,
+        .expiration_time = now.plus_seconds(kSecondsPerMinute * settings_.get_Message_Expiration_Time())};
+}
+
+void MessageQueue::QueueMessage_Send()
+{
+    guarded(journal_, "QueueMessage_Send", no_address, [&] {
+        table_.make_due(clock_.now(), kRetrySeconds);
+        // By place: sending may yield, and the queue may change in the middle of the walk.
+        for (auto place = table_.next_due(0); place; place = table_.next_due(*place + 1)) {
+            send(*place);
+        }
+    });
+}
+
+void MessageQueue::send(QueueTable::Place place)
+{
+    const auto number = table_.at(place).number;
+    // Before the attempt: a nested walk must not send the same message.
+    table_.set_attempted(place, clock_.now());
+    const bool went_out = delivery_.Send_Message(table_.at(place));
+    if (!went_out || table_.numbered(number) != place) {
+        return;
+    }
+    const auto now = clock_.now();
+    table_.set_sent(place, now, now.plus_seconds(-kSecondsPerDay));
+    QueueMessage_MoveFromQueue(number);
+}
+
+void MessageQueue::QueueMessage_PurgeExpired()
+{
+    guarded(journal_, "QueueMessage_PurgeExpired", no_address, [&] {
+        const auto now = clock_.now();
+        while (const auto place = table_.next_to_expire(now)) {
+            const auto& entry = table_.at(*place);
+            journal_.Log("Message expired " + decimal(entry.MsgID) + sender_and_recipient(entry),
+                entry.sender, protocol_keywords().HostAddress);
+            QueueMessage_SetToExpired(entry.number, true);
+        }
+    });
+}
+
+void MessageQueue::QueueMessage_Send_Confirmed_and_NotExpired()
+{
+    guarded(journal_, "QueueMessage_Send_Confirmed_and_NotExpired", no_address, [&] {
+        const auto now = clock_.now();
+        std::int32_t count = 0;
+        for (auto place = table_.next_unconfirmed(0); place; place = table_.next_unconfirmed(*place + 1)) {
+            if (seconds_between(table_.at(*place).sent_time, now) > kUnconfirmedSeconds) {
+                QueueMessage_SendNotExpired(*place);
+                ++count;
+            }
+        }
+        if (count > 0) {
+            journal_.log_own("Messages not confirmed and not expired " + std::to_string(count));
+        }
+    });
+}
+
+/// Sends a message again whose confirmation has not come.
+void MessageQueue::QueueMessage_SendNotExpired(QueueTable::Place place)
+{
+    const auto entry = table_.at(place); // a copy: sending may yield
+    const auto now = clock_.now();
+    table_.set_sent(place, now, now);
+    const auto id = decimal(entry.MsgID);
+    const auto line = delivery_.Send_Message(entry) ? "Message resent with MsgID " + id + " and delivered"
+            + sender_and_recipient(entry) + " expires on " + entry.expiration_time.text()
+                                                    : "Message resent but not delivered with MsgID " + id;
+    journal_.Log(line, entry.recipient, protocol_keywords().HostAddress);
+}
+
+void MessageQueue::QueueMessage_SetToDelivered(double msg_id)
+{
+    guarded(journal_, "QueueMessage_SetToDelivered", no_address, [&] {
+        const auto place = table_.undelivered(msg_id);
+        if (!place) {
+            confirm_row(msg_id);
+            return;
+        }
+        table_.set_delivered(*place, clock_.now());
+        const auto entry = table_.at(*place); // a copy: sending the receipt may yield
+        journal_.Log("Message confirmed with MsgID " + decimal(msg_id) + sender_and_recipient(entry),
+            entry.recipient, protocol_keywords().HostAddress);
+        if (entry.receipt_requested) {
+            delivery_.send_receipt(entry.sender, entry.recipient, msg_id);
+        }
+    });
+}
+
+/// A confirmation of a message that has left the queue is settled in the table.
+void MessageQueue::confirm_row(double msg_id)
+{
+    const auto row = rows_.confirm(msg_id, clock_.now());
+    const auto id = decimal(msg_id);
+    if (row.rows == 0) {
+        journal_.log_own("No message found to confirm with MsgID " + id);
+    } else if (row.rows > 1) {
+        journal_.log_own("Too many messages into the messages table to confirm with MsgID " + id);
+    } else if (row.receipt_requested) {
+        delivery_.send_receipt(row.sender, row.recipient, msg_id);
+    }
+}
+
+void MessageQueue::QueueMessage_SetToExpired(std::int64_t number, bool expired)
+{
+    if (const auto place = table_.numbered(number)) {
+        table_.set_expired(*place, expired);
+    }
+}
+
+void MessageQueue::QueueMessage_MoveFromQueue(std::int64_t number)
+{
+    if (number != 0) {
+        if (const auto place = table_.numbered(number)) {
+            QueueMessage_MoveFromQueue_local(*place);
+        }
+        return;
+    }
+    for (auto place = table_.next_finished(0); place; place = table_.next_finished(*place + 1)) {
+        QueueMessage_MoveFromQueue_local(*place);
+    }
+}
+
+/// The entry is freed even when its row is gone: an entry that can never be written back would stay for ever.
+void MessageQueue::QueueMessage_MoveFromQueue_local(QueueTable::Place place)
+{
+    guarded(journal_, "QueueMessage_MoveFromQueue_local", no_address,
+        [&] { rows_.write_back(table_.at(place)); });
+    table_.free(place);
+}
+
+void MessageQueue::QueueMessage_ClearQueue()
+{
+    table_.clear();
+}
+
+std::vector<QueueMessageSmall> MessageQueue::get_QueueMessages() const
+{
+    std::vector<QueueMessageSmall> messages;
+    messages.reserve(table_.count_in_use());
+    for (const auto place : table_.in_use()) {
+        const auto& entry = table_.at(place);
+        messages.push_back({entry.sender, entry.recipient, entry.received_time, entry.expiration_time});
+    }
+    return messages;
+}
+
+} // namespace qz::queue

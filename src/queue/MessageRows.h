@@ -1,0 +1,38 @@
+// The rows of the table `messages` that belong to the queue.
+#pragma once
+
+#include "base/DateTime.h"
+#include "queue/QueueEntry.h"
+#include "store/Database.h"
+
+#include <cstdint>
+#include <string>
+
+namespace qz::queue {
+
+/// What a confirmation found in the table.
+struct ConfirmedRow {
+    std::int32_t rows = 0; // with the MsgID; only a single one is confirmed
+    bool receipt_requested = false;
+    std::string sender{};
+    std::string recipient{};
+};
+
+/// Every operation throws EngineError when the database fails.
+class MessageRows {
+public:
+    explicit MessageRows(store::Database& database) : database_(database) { }
+
+    /// SaveMessage: adds a row with sender, recipient and MsgID.
+    void save(const QueueEntry& entry);
+    /// Writes an entry's state to its row, the newest of equal ones.
+    /// @throws EngineError also when there is no such row.
+    void write_back(const QueueEntry& entry);
+    /// Marks the row with the MsgID delivered, provided it is the only one.
+    ConfirmedRow confirm(double msg_id, DateTime now);
+
+private:
+    store::Database& database_;
+};
+
+} // namespace qz::queue

@@ -1,0 +1,33 @@
+// One message that waits for its recipient.
+#pragma once
+
+#include "base/DateTime.h"
+
+#include <cstdint>
+#include <string>
+
+namespace qz::queue {
+
+struct QueueEntry {
+    std::int64_t number = 0; // a smaller number means an older entry; 0 while the entry is free
+    std::string sender;
+    std::string recipient;
+    std::string text;
+    double MsgID = 0; // number that the sending client gave the message; a whole number below 2^53
+    DateTime received_time;
+    DateTime expiration_time;
+    bool receipt_requested = false;
+    bool sent = false;
+    DateTime sent_time{};
+    DateTime last_attempt{}; // the empty time until the first
+    bool delivered = false;
+    DateTime delivered_time{};
+    bool expired = false;
+    bool ignore = false;
+    std::string room{}; // of a message that was written to a room
+
+    bool in_use() const { return number != 0; }
+    bool to_room() const { return !room.empty(); }
+};
+
+} // namespace qz::queue

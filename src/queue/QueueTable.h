@@ -1,0 +1,84 @@
+// The entries of the message queue, with the indexes that keep every walk as short as what it has to do.
+#pragma once
+
+#include "base/DateTime.h"
+#include "queue/QueueEntry.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <queue>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace qz::queue {
+
+/// An array of entries: a free one is used again by the next put. Places are positions in the array; "in
+/// array order" means ascending places.
+class QueueTable {
+public:
+    using Place = std::size_t;
+
+    /// Puts a message in. Its number is drawn here.
+    Place put(QueueEntry entry);
+    /// Frees an entry: all its fields are reset.
+    void free(Place place);
+    void clear();
+
+    const QueueEntry& at(Place place) const { return entries_[place]; }
+    std::size_t count_in_use() const { return place_of_.size(); }
+    /// All entries in use, in array order.
+    std::vector<Place> in_use() const;
+    std::optional<Place> numbered(std::int64_t number) const;
+    /// First entry with the MsgID that is not delivered yet.
+    std::optional<Place> undelivered(double msg_id) const;
+
+    /// True when an entry in use for the same recipient is older.
+    bool is_message_before(std::int64_t number, const std::string& recipient) const;
+    /// Makes entries due whose last attempt lies more than `pause` seconds before now. One that lies in the
+    /// future, because somebody set the clock back, is due too.
+    void make_due(DateTime now, std::int64_t pause);
+    /// The first entry at or after `from` that is not sent, is the oldest of its recipient, and is due: never
+    /// tried, or made due since its last attempt.
+    std::optional<Place> next_due(Place from) const;
+    /// An entry, neither delivered nor marked expired, whose expiration lies before now; the longest expired
+    /// first.
+    std::optional<Place> next_to_expire(DateTime now) const;
+    /// The first entry at or after `from` that is delivered or expired.
+    std::optional<Place> next_finished(Place from) const;
+    /// The first entry at or after `from` that is sent, but neither delivered nor expired.
+    std::optional<Place> next_unconfirmed(Place from) const;
+
+    void set_attempted(Place place, DateTime now);
+    void set_sent(Place place, DateTime sent, DateTime last_attempt);
+    void set_expired(Place place, bool expired);
+    void set_delivered(Place place, DateTime now);
+
+private:
+    using Numbers = std::set<std::int64_t>;
+
+    std::optional<Place> head_of(const std::string& recipient) const;
+    void schedule(Place place);
+    void unschedule(Place place);
+
+    std::vector<QueueEntry> entries_;
+    std::priority_queue<Place, std::vector<Place>, std::greater<>> free_;
+    std::int64_t last_number_ = 0;
+    std::unordered_map<std::int64_t, Place> place_of_;
+    std::unordered_map<std::string, Numbers> by_recipient_;
+    std::unordered_map<double, std::set<Place>> undelivered_;
+    // The oldest unsent entry of each recipient stands in exactly one of these two.
+    std::set<Place> due_;
+    std::set<std::pair<DateTime, Place>> tried_;         // by last attempt
+    std::set<std::pair<DateTime, Place>> by_expiration_; // neither delivered nor marked expired
+    std::set<Place> finished_;
+    std::set<Place> unconfirmed_;
+};
+
+} // namespace qz::queue

@@ -1,0 +1,231 @@
+#include "queue/MessageQueue.h"
+
+#include "helpers/Frame.h"
+#include "support/TestMachine.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+using namespace std::chrono_literals;
+using namespace qz;
+
+namespace {
+
+constexpr const char* kExpiration = "2026-03-02 09:15:00";
+
+/// The queue of a started engine, with ada on line; ben comes and goes.
+class MessageQueueTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        host.start();
+        ada = host.client_on_line("ada", "1", "192.0.2.1");
+    }
+    test::MemoryPeer log_on(const std::string& name) { return host.client_on_line(name, "2", "192.0.2.2"); }
+
+    void put(double msg_id, const std::string& to = "ben", bool receipt = false)
+    {
+        queue().QueueMessage_Put({"ada", to, "text " + std::to_string(static_cast<int>(msg_id)), msg_id,
+                                     "192.0.2.1", receipt, DateTime::parse(kExpiration).value(), {}},
+            host.engine.connections.first_named(to) != nullptr);
+    }
+    /// One pass of what a tick does to the queue.
+    void work()
+    {
+        queue().QueueMessage_PurgeExpired();
+        queue().QueueMessage_MoveFromQueue(0);
+        queue().QueueMessage_Send();
+        queue().QueueMessage_Send_Confirmed_and_NotExpired();
+        host.settle();
+    }
+    /// The bodies that a peer has received: keyword and body of each envelope, blanks substitutes shown as
+    /// "_".
+    static std::vector<std::string> bodies(test::MemoryPeer& peer)
+    {
+        std::vector<std::string> texts;
+        for (const auto& unit : peer.take_units()) {
+            const auto frame = helpers::parse_frame(unit);
+            auto text = std::string(frame->chunk);
+            text = text.substr(text.find('\n') + 1);
+            text.pop_back();
+            std::replace(text.begin(), text.end(), '\x1F', '_');
+            texts.push_back(text);
+        }
+        return texts;
+    }
+    std::vector<std::string> logged()
+    {
+        auto lines = host.events.take_starting("Log ");
+        std::erase_if(lines, [](const auto& line) { return line.starts_with("Log New connection"); });
+        return lines;
+    }
+    /// The rows of `messages` as "MsgID Sent Delivered".
+    std::vector<std::string> rows()
+    {
+        std::vector<std::string> texts;
+        host.settle();
+        for (auto set = host.engine.database.open(store::statements::kSelectMessagesForAdding); !set.AtEnd();
+             set.MoveNext()) {
+            texts.push_back(set.Fields("MsgID").text() + " " + set.Fields("Sent").text() + " "
+                + set.Fields("Delivered").text());
+        }
+        return texts;
+    }
+    queue::MessageQueue& queue() { return host.engine.message_queue; }
+
+    test::TestEngine host;
+    test::MemoryPeer ada{host.machine.loop(), nullptr};
+};
+
+} // namespace
+
+TEST_F(MessageQueueTest, SendsToWhoIsOnLineAndWritesBack)
+{
+    auto ben = log_on("ben");
+    put(7);
+    EXPECT_EQ(rows(), std::vector<std::string>{"7 0 0"});
+    work();
+    EXPECT_EQ(bodies(ben),
+        std::vector<std::string>{"msg screennamefrom=ada screennameto=ben receivedtime=2026-03-02_09:00:00 "
+                                 "expirationtime=2026-03-02_09:15:00 receiptrequested=False msg=text 7"});
+    EXPECT_EQ(rows(), std::vector<std::string>{"7 1 0"});
+    EXPECT_EQ(queue().count(), 0U);
+    EXPECT_EQ(
+        logged(), std::vector<std::string>{"Log New message from ada to ben with MsgID 7 [ada, 192.0.2.1]"});
+}
+
+TEST_F(MessageQueueTest, KeepsOrderPerRecipientAndTriesEveryTenSeconds)
+{
+    put(1);
+    put(2);
+    put(3, "cleo");
+    work();
+    const std::vector<std::string> attempts{"Log User ben is offline (socket [0] status is 1) and there is a "
+                                            "message (1) to be delivered to him! [ben, 127.0.0.1]",
+        "Log User cleo is offline (socket [0] status is 1) and there is a message (3) to be delivered to "
+        "him! [cleo, 127.0.0.1]"};
+    auto lines = logged();
+    lines.erase(lines.begin(), lines.begin() + 3);
+    EXPECT_EQ(lines, attempts) << "only the oldest of each recipient";
+
+    host.machine.clock().advance(10s);
+    work();
+    EXPECT_TRUE(logged().empty()) << "ten seconds are not more than ten";
+    host.machine.clock().advance(1s);
+    work();
+    EXPECT_EQ(logged(), attempts);
+
+    auto ben = log_on("ben");
+    host.machine.clock().advance(11s);
+    work();
+    const auto received = bodies(ben);
+    ASSERT_EQ(received.size(), 2U) << "the second goes out behind the first, in the same walk";
+    EXPECT_TRUE(received[0].ends_with("msg=text 1"));
+    EXPECT_TRUE(received[1].ends_with("msg=text 2"));
+    EXPECT_EQ(queue().count(), 1U);
+}
+
+TEST_F(MessageQueueTest, ExpiresWhatWaitedTooLong)
+{
+    put(1);
+    put(2);
+    host.machine.clock().set_now(DateTime::parse(kExpiration).value());
+    work();
+    EXPECT_EQ(queue().count(), 2U) << "the second of the expiration is not past it";
+    logged();
+    host.machine.clock().advance(1s);
+    work();
+    EXPECT_EQ(queue().count(), 0U);
+    EXPECT_EQ(logged(),
+        (std::vector<std::string>{"Log Message expired 1 from ada to ben [ada, 127.0.0.1]",
+            "Log Message expired 2 from ada to ben [ada, 127.0.0.1]"}));
+    EXPECT_EQ(rows(), (std::vector<std::string>{"1 0 0", "2 0 0"}));
+}
+
+TEST_F(MessageQueueTest, SettlesConfirmationsInTheTableAndSendsReceipts)
+{
+    auto ben = log_on("ben");
+    put(5, "ben", true);
+    put(6);
+    work();
+    ada.take();
+    logged();
+    queue().QueueMessage_SetToDelivered(5);
+    queue().QueueMessage_SetToDelivered(6);
+    queue().QueueMessage_SetToDelivered(99);
+    host.settle();
+    EXPECT_EQ(bodies(ada), std::vector<std::string>{"receipt received=5 screennameto=ben"});
+    EXPECT_EQ(logged(),
+        (std::vector<std::string>{"Log Receipt for MsgID 5 sent to ada [ada, 127.0.0.1]",
+            "Log No message found to confirm with MsgID 99"}));
+    EXPECT_EQ(rows(), (std::vector<std::string>{"5 1 1", "6 1 1"}));
+
+    put(5, "cleo");
+    queue().QueueMessage_ClearQueue();
+    logged();
+    queue().QueueMessage_SetToDelivered(5);
+    EXPECT_EQ(logged(),
+        std::vector<std::string>{"Log Too many messages into the messages table to confirm with MsgID 5"});
+}
+
+TEST_F(MessageQueueTest, ConfirmsWhatStillWaits)
+{
+    put(5, "ben", true);
+    queue().QueueMessage_SetToDelivered(5);
+    host.settle();
+    EXPECT_EQ(bodies(ada), std::vector<std::string>{"receipt received=5 screennameto=ben"});
+    host.machine.clock().set_now(DateTime::parse(kExpiration).value().plus_seconds(1));
+    logged();
+    work();
+    EXPECT_TRUE(logged().empty()) << "a message that was confirmed does not expire";
+    EXPECT_EQ(rows(), std::vector<std::string>{"5 0 1"});
+    EXPECT_EQ(queue().count(), 0U);
+}
+
+TEST_F(MessageQueueTest, AnAutomaticReplyMovesTheExpirationOfWhoIsOffLine)
+{
+    host.engine.auto_replies.Update_AutoReply("ben", "On holiday", true);
+    host.engine.auto_replies.Update_AutoReply("ada", "Never heard", true);
+    put(1);
+    work();
+    const auto waiting = queue().get_QueueMessages();
+    ASSERT_EQ(waiting.size(), 1U);
+    EXPECT_EQ(waiting[0].ExpirationTime.text(), "2026-04-02 09:00:00");
+    const auto received = bodies(ada);
+    ASSERT_EQ(received.size(), 1U) << "an automatic reply is not answered";
+    EXPECT_TRUE(received[0].ends_with(
+        "screennamefrom=ben screennameto=ada receivedtime=2026-03-02_09:00:00 "
+        "expirationtime=2026-03-02_09:15:00 receiptrequested=False msg=On holiday ##The "
+        "expiration date for the message you wrote has been moved from the IM server to "
+        "2026-04-02 09:00:00 instead of 2026-03-02 09:15:00##"))
+        << received[0];
+
+    auto ben = log_on("ben");
+    put(2);
+    work();
+    EXPECT_TRUE(bodies(ada).at(0).ends_with("msg=On holiday"))
+        << "on line: nothing is moved, nothing is noted";
+}
+
+TEST_F(MessageQueueTest, AFailingStatementLosesNothingElse)
+{
+    auto ben = log_on("ben");
+    host.machine.watch = [](const std::string& sql) {
+        if (sql == "EDIT") {
+            throw database_error(DatabaseError::Unspecified, "no");
+        }
+    };
+    put(1);
+    host.machine.watch = nullptr;
+    EXPECT_EQ(queue().count(), 0U);
+    EXPECT_EQ(host.events.take_starting("Error "),
+        (std::vector<std::string>{"Error QueueMessage_Put -2147467259 @192.0.2.1",
+            "Error QueueMessage_Put -2147467259 @192.0.2.1"}));
+    put(2);
+    work();
+    EXPECT_EQ(bodies(ben).size(), 1U);
+    EXPECT_EQ(rows(), std::vector<std::string>{"2 1 0"});
+}

@@ -1,0 +1,165 @@
+#include "queue/QueueTable.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+using qz::DateTime;
+using qz::queue::QueueEntry;
+using qz::queue::QueueTable;
+
+namespace {
+
+const DateTime kStart = DateTime::parse("2026-03-02 09:00:00").value();
+constexpr std::int64_t kPause = 10;
+
+/// What the walks of the interface would find: every question is a scan over all entries.
+class ScannedTable {
+public:
+    explicit ScannedTable(const QueueTable& table, std::size_t places) : table_(table), places_(places) { }
+
+    bool is_message_before(const QueueEntry& entry) const
+    {
+        return first([&](const QueueEntry& other) {
+            return other.recipient == entry.recipient && other.number < entry.number;
+        }).has_value();
+    }
+    std::optional<QueueTable::Place> due(QueueTable::Place from, DateTime now) const
+    {
+        return first(
+            [&](const QueueEntry& entry) {
+                const bool rested =
+                    entry.last_attempt.empty() || qz::seconds_between(entry.last_attempt, now) > kPause;
+                return !entry.sent && rested && !is_message_before(entry);
+            },
+            from);
+    }
+    std::optional<QueueTable::Place> finished() const
+    {
+        return first([](const QueueEntry& entry) { return entry.delivered || entry.expired; });
+    }
+    std::optional<QueueTable::Place> unconfirmed() const
+    {
+        return first(
+            [](const QueueEntry& entry) { return entry.sent && !entry.delivered && !entry.expired; });
+    }
+    std::optional<QueueTable::Place> undelivered(double msg_id) const
+    {
+        return first([&](const QueueEntry& entry) { return !entry.delivered && entry.MsgID == msg_id; });
+    }
+    bool any_to_expire(DateTime now) const
+    {
+        return first([&](const QueueEntry& entry) {
+            return !entry.delivered && !entry.expired && entry.expiration_time < now;
+        }).has_value();
+    }
+
+private:
+    template <typename Condition>
+    std::optional<QueueTable::Place> first(Condition&& condition, QueueTable::Place from = 0) const
+    {
+        for (auto place = from; place < places_; ++place) {
+            if (table_.at(place).in_use() && condition(table_.at(place))) {
+                return place;
+            }
+        }
+        return std::nullopt;
+    }
+
+    const QueueTable& table_;
+    std::size_t places_;
+};
+
+QueueEntry message(const std::string& to, double msg_id, DateTime expiration = kStart.plus_seconds(900))
+{
+    QueueEntry entry;
+    entry.sender = "ada";
+    entry.recipient = to;
+    entry.MsgID = msg_id;
+    entry.expiration_time = expiration;
+    return entry;
+}
+
+} // namespace
+
+TEST(QueueTable, AnswersAsScansWould)
+{
+    const auto seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto below = [&](std::size_t limit) {
+        return random() % limit;
+    };
+
+    QueueTable table;
+    std::size_t places = 0;
+    DateTime now = kStart;
+    for (int step = 0; step < 4000; ++step) {
+        const auto used = table.in_use();
+        const auto any = used.empty() ? QueueTable::Place{0} : used[below(used.size())];
+        const auto what = used.empty() ? 0 : below(9);
+        if (what <= 2 && used.size() < 60) {
+            const auto expiration = now.plus_seconds(static_cast<std::int64_t>(below(200)));
+            const auto place = table.put(
+                message("user" + std::to_string(below(6)), static_cast<double>(below(9)), expiration));
+            places = (std::max)(places, place + 1);
+        } else if (what == 3) {
+            table.free(any);
+        } else if (what == 4) {
+            table.set_attempted(any, now);
+        } else if (what == 5 && !table.at(any).sent) {
+            table.set_sent(any, now, now.plus_seconds(-86400));
+        } else if (what == 6) {
+            table.set_expired(any, below(2) == 0);
+        } else if (what == 7 && !table.at(any).delivered) {
+            table.set_delivered(any, now);
+        } else if (what == 8) {
+            now = now.plus_seconds(static_cast<std::int64_t>(below(8)));
+        }
+
+        const ScannedTable scan(table, places);
+        table.make_due(now, kPause);
+        const auto from = below(8);
+        ASSERT_EQ(table.next_due(from), scan.due(from, now)) << "step " << step;
+        ASSERT_EQ(table.next_finished(0), scan.finished()) << "step " << step;
+        ASSERT_EQ(table.next_unconfirmed(0), scan.unconfirmed()) << "step " << step;
+        ASSERT_EQ(table.next_to_expire(now).has_value(), scan.any_to_expire(now)) << "step " << step;
+        const auto msg_id = static_cast<double>(below(9));
+        ASSERT_EQ(table.undelivered(msg_id), scan.undelivered(msg_id)) << "step " << step;
+        for (const auto place : table.in_use()) {
+            const auto& entry = table.at(place);
+            ASSERT_EQ(table.is_message_before(entry.number, entry.recipient), scan.is_message_before(entry));
+            ASSERT_EQ(table.numbered(entry.number), place);
+        }
+    }
+}
+
+TEST(QueueTable, AFreePlaceIsUsedAgainAndANumberNever)
+{
+    QueueTable table;
+    const auto first = table.put(message("ben", 1));
+    const auto number = table.at(first).number;
+    table.put(message("ben", 2));
+    table.free(first);
+    EXPECT_EQ(table.put(message("ben", 3)), first);
+    EXPECT_GT(table.at(first).number, number + 1) << "the younger message stands in the older place";
+    table.clear();
+    EXPECT_EQ(table.count_in_use(), 0U);
+    EXPECT_GT(table.at(table.put(message("ben", 4))).number, number + 2);
+}
+
+TEST(QueueTable, AClockThatIsSetBackHoldsNothingUp)
+{
+    QueueTable table;
+    const auto place = table.put(message("ben", 1));
+    table.set_attempted(place, kStart);
+    table.make_due(kStart, kPause);
+    EXPECT_EQ(table.next_due(0), std::nullopt);
+    table.make_due(kStart.plus_seconds(-3600), kPause);
+    EXPECT_EQ(table.next_due(0), place) << "its last attempt lies in the future";
+}
