@@ -3,10 +3,8 @@
 #include "base/Text.h"
 #include "helpers/Frame.h"
 #include "helpers/ProtocolKeywords.h"
-#include "helpers/ServerCommandNames.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 namespace qz::client {
@@ -18,13 +16,6 @@ using helpers::protocol_keywords;
 constexpr std::size_t kMaxSessionId = 64;
 constexpr std::size_t kMaxReasons = 8;
 constexpr std::string_view kLoopback = "127.0.0.1";
-
-/// Frame and message numbers start over after the greatest.
-std::int32_t next(std::int32_t& counter)
-{
-    counter = counter == (std::numeric_limits<std::int32_t>::max)() ? 1 : counter + 1;
-    return counter;
-}
 
 } // namespace
 
@@ -119,8 +110,7 @@ void ClientCore::leave_transport()
     reassembly_.clear();
     session_ = {};
     reasons_.clear();
-    output_ = {};
-    output_start_ = 0;
+    outbox_ = {};
     echoes_.clear();
     confirmations_.connection_lost();
 }
@@ -206,14 +196,7 @@ std::optional<TimePoint> ClientCore::next_deadline() const
 
 void ClientCore::consume_output(std::size_t bytes)
 {
-    output_start_ += (std::min)(bytes, output_.size() - output_start_);
-    if (output_start_ == output_.size()) {
-        output_ = {};
-        output_start_ = 0;
-    } else if (output_start_ >= kMaxOutput) {
-        output_.erase(0, output_start_);
-        output_start_ = 0;
-    }
+    outbox_.consume(bytes);
     if (is_logged_on()) {
         send_confirmations(); // those that found no room before
     }
@@ -265,7 +248,7 @@ void ClientCore::take_session(const Envelope& envelope)
     };
     const auto parameters = "screenname=" + credential(account_.screen_name)
         + " password=" + credential(account_.password) + " sessionidvalue=" + session_.id;
-    put_text(protocol_keywords().LogOn, parameters, fresh_id());
+    outbox_.put(protocol_keywords().LogOn, parameters, fresh_id());
 }
 
 void ClientCore::take_logon_answer(const Envelope& envelope)
@@ -412,28 +395,7 @@ SendResult ClientCore::put(const Request& request, MessageId number)
 {
     const bool is_word = !request.keyword.empty() && request.keyword.find_first_of(" =") == std::string::npos;
     const auto parameters = is_word ? compose_parameters(parser_, session_, request) : std::nullopt;
-    return parameters ? put_text(request.keyword, *parameters, number) : SendResult::NotTransmittable;
-}
-
-SendResult ClientCore::put_text(std::string_view keyword, std::string_view parameters, MessageId number)
-{
-    const auto text =
-        helpers::server_command_names().compose(keyword, parameters, static_cast<double>(number));
-    if (character_count(text) > kMaxRequestCharacters) {
-        return SendResult::TooLong;
-    }
-    constexpr std::size_t kMarksOfFrame = 64;
-    const auto chunks = helpers::split_into_chunks(text);
-    if (output().size() + text.size() + chunks.size() * kMarksOfFrame > kMaxOutput) {
-        return SendResult::OutputFull;
-    }
-    const auto message_number = next(message_counter_);
-    std::int32_t index = 0;
-    for (const auto chunk : chunks) {
-        output_ += helpers::write_frame(
-            {next(frame_counter_), message_number, ++index, static_cast<std::int32_t>(chunks.size())}, chunk);
-    }
-    return SendResult::Sent;
+    return parameters ? outbox_.put(request.keyword, *parameters, number) : SendResult::NotTransmittable;
 }
 
 MessageId ClientCore::fresh_id()

@@ -5,6 +5,7 @@
 #include "client/Backoff.h"
 #include "client/ClientEvents.h"
 #include "client/DeliveryRecord.h"
+#include "client/Outbox.h"
 #include "client/Reassembly.h"
 #include "client/Requests.h"
 #include "helpers/Crypto.h"
@@ -34,8 +35,6 @@ struct Account {
 /// One thread at a time.
 class ClientCore {
 public:
-    /// Most bytes that wait to be sent; the server's own limit.
-    static constexpr std::size_t kMaxOutput = std::size_t{1024} * 1024;
     static constexpr std::size_t kMaxUnansweredEchoes = 64;
     static constexpr std::chrono::seconds kConnectTime{60}; // until a connection stands
     static constexpr std::chrono::seconds kAnswerTime{30};  // for the session, the logon, an echo
@@ -67,7 +66,7 @@ public:
     /// When `tick` has something to do; nothing when stopped.
     std::optional<TimePoint> next_deadline() const;
     /// What is to be sent now. Valid until the next call.
-    std::string_view output() const { return std::string_view(output_).substr(output_start_); }
+    std::string_view output() const { return outbox_.bytes(); }
     /// So many bytes of it have been sent.
     void consume_output(std::size_t bytes);
 
@@ -106,7 +105,6 @@ private:
     void probe();
     bool is_probe_open() const;
     SendResult put(const Request& request, MessageId number);
-    SendResult put_text(std::string_view keyword, std::string_view parameters, MessageId number);
     MessageId fresh_id();
 
     helpers::Crypto& crypto_;
@@ -129,10 +127,7 @@ private:
     Session session_;
     std::vector<std::string> reasons_; // texts of this connection before its logon was answered
     std::string last_notice_;
-    std::string output_;
-    std::size_t output_start_ = 0; // what stands before it has been sent
-    std::int32_t frame_counter_ = 0;
-    std::int32_t message_counter_ = 0;
+    Outbox outbox_;
 
     SeenMessages seen_;
     Confirmations confirmations_;

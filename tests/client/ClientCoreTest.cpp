@@ -320,7 +320,7 @@ TEST(ClientCore, OutputIsBounded)
     for (int i = 0; i < 300; ++i) {
         talk.server(kMessage, 100 + i);
     }
-    EXPECT_LE(talk.core.output().size(), ClientCore::kMaxOutput);
+    EXPECT_LE(talk.core.output().size(), Outbox::kMaxBytes);
     talk.client();
     talk.client(); // those that found no room went as soon as there was some
     EXPECT_EQ(talk.core.unconfirmed(), 300U);
