@@ -15,11 +15,12 @@ std::optional<std::string> ChunkStore::put(
     if (header.chunk_count == 1) {
         return std::string(chunk); // nearly every message: nothing to store
     }
-    if (size_ >= kMaxChunks || chunks_of(socket) >= kMaxChunksPerSender) {
+    const MessageKey key{socket, header.message_number};
+    drop_other_count(key, header.chunk_count);
+    if ((size_ >= kMaxChunks || chunks_of(socket) >= kMaxChunksPerSender) && needs_room(key, header)) {
         throw runtime_error(
             RuntimeError::OutOfMemory, "The store of partial messages is full; a chunk was dropped");
     }
-    const MessageKey key{socket, header.message_number};
     auto& message = messages_[key];
     message.chunk_count = header.chunk_count;
     size_ +=
@@ -34,6 +35,25 @@ std::optional<std::string> ChunkStore::put(
     size_ -= message.chunks.size();
     messages_.erase(key);
     return whole;
+}
+
+/// Chunks of one message agree on their count; one that does not begins another message of that number.
+void ChunkStore::drop_other_count(const MessageKey& key, std::int32_t chunk_count)
+{
+    const auto message = messages_.find(key);
+    if (message != messages_.end() && message->second.chunk_count != chunk_count) {
+        size_ -= message->second.chunks.size();
+        messages_.erase(message);
+    }
+}
+
+/// False for a chunk that replaces another and for the one that makes its message whole.
+bool ChunkStore::needs_room(const MessageKey& key, const helpers::FrameHeader& header) const
+{
+    const auto message = messages_.find(key);
+    return message == messages_.end()
+        || (!message->second.chunks.contains(header.chunk_index)
+            && message->second.chunks.size() + 1 < static_cast<std::size_t>(header.chunk_count));
 }
 
 void ChunkStore::sweep(DateTime now)

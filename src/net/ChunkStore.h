@@ -22,7 +22,8 @@ public:
     /// Age after which a chunk is given up.
     static constexpr std::int64_t kMaxAgeSeconds = 30;
 
-    /// Takes one chunk. A chunk that is there already is replaced.
+    /// Takes one chunk. A chunk that is there already is replaced; a count that differs from that of the
+    /// chunks before begins the message anew.
     /// @return the whole message, joined in index order and dropped from the store, when this was its last
     /// chunk.
     /// @throws EngineError 9 for an index or count that makes no sense, 7 when the store is full; the chunk
@@ -48,6 +49,8 @@ private:
         std::map<std::int32_t, Chunk> chunks;
     };
 
+    void drop_other_count(const MessageKey& key, std::int32_t chunk_count);
+    bool needs_room(const MessageKey& key, const helpers::FrameHeader& header) const;
     std::size_t chunks_of(std::int16_t socket) const;
 
     std::map<MessageKey, Message> messages_;

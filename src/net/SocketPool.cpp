@@ -123,10 +123,12 @@ bool SocketPool::take_rested_socket(std::int16_t& socket)
         if (has_rested(socket, now) && sockets_->state(socket) == platform::kSocketClosed) {
             return true;
         }
-        // In use, or used again since: closing it lets it rest anew. Still flushing: it rests a little
-        // longer.
+        // In use: closing it lets it rest anew. Still flushing: it rests a little longer. Closed but not
+        // rested: it was used again since, or the clock stepped back.
         if (sockets_->state(socket) == platform::kSocketClosing) {
             resting_.emplace(now, socket);
+        } else if (sockets_->state(socket) == platform::kSocketClosed) {
+            resting_.emplace(LastActivity[static_cast<std::size_t>(socket)], socket);
         }
     }
     return false;
