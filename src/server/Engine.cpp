@@ -26,9 +26,17 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       database([this] { return create_connection(); }, settings, journal),
       activity_log(database, settings, parser, journal), counters(database, journal),
       directory(database, counters, journal), accounts(database, directory, parser, cipher, journal),
+      buddies(database, directory, accounts, parser, journal),
+      rooms(database, directory, room_members, parser, machine.clock(), journal),
       auto_replies(database, journal), sender(parser, machine.loop(), *this, journal),
       pool(connections, sender, parser, machine.clock(), *this, journal),
       closer(connections, pool, chunks, machine.clock(), *this, journal),
+      mail([this](platform::MailerEvents& listener) { return machine_.create_mailer(listener); }, accounts,
+          settings, deployment, journal),
+      notice_mails(mail, accounts, settings, machine.clock()),
+      inactivity_job(settings, database, accounts, notice_mails, machine.clock(), journal),
+      version_mails(database, accounts, ini, settings, notice_mails, machine.clock(), journal),
+      version_notices(settings, connections, sender, journal), once_per_day(deployment, ini, machine.clock()),
       message_queue(queue::MessageRows(database), queue::Delivery(connections, pool, sender, journal),
           auto_replies, settings, parser, machine.clock(), journal),
       handlers(sender), dispatcher(handlers, parser, pool, sender, settings, journal),
@@ -45,6 +53,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
 
 Engine::~Engine()
 {
+    mail.finish(); // while its failures can still be logged
     attempt([&] {
         journal.Log(
             "Service is now closing " + get_ServerIP() + ":" + std::to_string(settings.get_ListeningPort()),
@@ -261,6 +270,37 @@ void Engine::send_queued_messages()
 {
     message_queue.QueueMessage_Send();
     message_queue.QueueMessage_Send_Confirmed_and_NotExpired();
+}
+
+void Engine::ListAllUsers()
+{
+    directory.ListAllUsers();
+}
+
+void Engine::clean_up_buddies()
+{
+    journal.log_own("Removing buddies duplicated...");
+    buddies.RemoveDuplicatedBuddies();
+    directory.SetMyBuddies();
+}
+
+void Engine::run_inactivity_job()
+{
+    if (once_per_day.may_run("Inactivity")) {
+        inactivity_job.run();
+    }
+}
+
+void Engine::check_client_versions()
+{
+    if (once_per_day.may_run("ClientVersions")) {
+        version_mails.CheckOldVersions();
+    }
+}
+
+void Engine::send_last_version()
+{
+    version_notices.send_to_all();
 }
 
 void Engine::released(const std::string& /*user*/, const std::string& /*address*/, std::int16_t /*socket*/)

@@ -15,6 +15,12 @@
 #include "net/Sender.h"
 #include "net/SocketCloser.h"
 #include "net/SocketPool.h"
+#include "notify/InactivityJob.h"
+#include "notify/Mail.h"
+#include "notify/NoticeMails.h"
+#include "notify/OncePerDay.h"
+#include "notify/VersionMails.h"
+#include "notify/VersionNotices.h"
 #include "platform/Machine.h"
 #include "protocol/Announcements.h"
 #include "protocol/Dispatcher.h"
@@ -28,10 +34,12 @@
 #include "store/Accounts.h"
 #include "store/ActivityLog.h"
 #include "store/AutoReplies.h"
+#include "store/Buddies.h"
 #include "store/Counters.h"
 #include "store/Database.h"
 #include "store/Directory.h"
 #include "store/RoomMembers.h"
+#include "store/Rooms.h"
 
 #include <cstdint>
 #include <memory>
@@ -83,7 +91,9 @@ public: // the rooms, for the members of Main that forward to them
     store::Counters counters;
     store::Directory directory;
     store::Accounts accounts;
+    store::Buddies buddies;
     store::RoomMembers room_members;
+    store::Rooms rooms;
     store::AutoReplies auto_replies;
 
     net::ConnectionTable connections;
@@ -91,6 +101,13 @@ public: // the rooms, for the members of Main that forward to them
     net::Sender sender;
     net::SocketPool pool;
     net::SocketCloser closer;
+
+    notify::Mail mail;
+    notify::NoticeMails notice_mails;
+    notify::InactivityJob inactivity_job;
+    notify::VersionMails version_mails;
+    notify::VersionNotices version_notices;
+    notify::OncePerDay once_per_day;
 
     queue::MessageQueue message_queue;
 
@@ -124,6 +141,11 @@ private:
     void run_frequent_jobs() override;
     void CheckConnectionUp() override;
     void refresh_online_info() override;
+    void ListAllUsers() override;
+    void clean_up_buddies() override;
+    void run_inactivity_job() override;
+    void check_client_versions() override;
+    void send_last_version() override;
     void send_queued_messages() override;
     void released(const std::string& user, const std::string& address, std::int16_t socket) override;
     void traffic(net::Direction direction) override;

@@ -60,11 +60,24 @@ void Housekeeping::DoServerActivities()
         if (tick_number_ > 1) {
             jobs_.run_frequent_jobs();
         }
+        CounterThreeSeconds.is_due(3 * ticks_per_second_);
         if (CounterConnectionCheck.is_due(3 * ticks_per_minute_)) {
             jobs_.CheckConnectionUp();
         }
         if (CounterOnLineInfo.is_due(ticks_per_minute_)) {
             jobs_.refresh_online_info();
+        }
+        if (CounterUserList.is_due(5 * ticks_per_minute_)) {
+            jobs_.ListAllUsers();
+        }
+        if (CounterBuddyCleanup.is_due(6 * ticks_per_hour_)) {
+            jobs_.clean_up_buddies();
+        }
+        if (CounterDaily.is_due(ticks_per_day_)) {
+            jobs_.run_inactivity_job();
+        }
+        if (CounterVersionCheck.is_due(2 * ticks_per_day_)) {
+            jobs_.check_client_versions();
         }
         jobs_.send_queued_messages();
     });

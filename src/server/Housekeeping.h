@@ -17,6 +17,10 @@ public:
     virtual void CheckConnectionUp() = 0;
     /// Online information and the count of users on line.
     virtual void refresh_online_info() = 0;
+    virtual void ListAllUsers() = 0;
+    virtual void clean_up_buddies() = 0;
+    virtual void run_inactivity_job() = 0;
+    virtual void check_client_versions() = 0;
     /// On every tick, last.
     virtual void send_queued_messages() = 0;
 
@@ -67,8 +71,13 @@ private:
     std::int32_t ticks_per_minute_ = 0;
     std::int32_t ticks_per_hour_ = 0;
     std::int16_t ticks_per_day_ = 0;
+    Counter CounterThreeSeconds; // has no job
     Counter CounterConnectionCheck;
     Counter CounterOnLineInfo;
+    Counter CounterUserList;
+    Counter CounterBuddyCleanup;
+    Counter CounterDaily;
+    Counter CounterVersionCheck;
 };
 
 } // namespace qz::server

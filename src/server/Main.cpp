@@ -211,13 +211,13 @@ void Main::SendMessageExpirationTimeToClients()
 
 void Main::SendLastVersionToClients()
 {
-    engine_->not_available("SendLastVersionToClients");
+    engine_->commands.SendLastVersionToClients();
 }
 
-void Main::SendEmail(const std::string& /*recipient*/, const std::string& /*subject*/,
-    const std::string& /*body*/, std::string& /*from*/)
+void Main::SendEmail(
+    const std::string& recipient, const std::string& subject, const std::string& body, std::string& from)
 {
-    engine_->not_available("SendEmail");
+    engine_->mail.SendEmail(recipient, subject, body, from);
 }
 
 bool Main::ScreenNameExist(const std::string& user_name, const std::string& remote_ip)

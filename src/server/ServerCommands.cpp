@@ -55,6 +55,11 @@ void ServerCommands::LogOffUser(const std::string& screen_name)
     set_ServerCommand(server_command_names().LogOffCommand, screen_name);
 }
 
+void ServerCommands::SendLastVersionToClients()
+{
+    set_ServerCommand(server_command_names().LastVersionCommand, {});
+}
+
 void ServerCommands::CheckServerCommand()
 {
     guarded(journal_, "CheckServerCommand", no_address, [&] {
@@ -81,6 +86,8 @@ void ServerCommands::carry_out(const std::string& action)
         actions_.shut_down();
     } else if (action == names.CloseAllCommand) {
         actions_.CloseAllConnections();
+    } else if (action == names.LastVersionCommand) {
+        actions_.send_last_version();
     }
 }
 

@@ -17,6 +17,8 @@ public:
     /// Tells the active users, closes all connections and raises ShutDown.
     virtual void shut_down() = 0;
     virtual void CloseAllConnections() = 0;
+    /// Tells every client on line which version is the latest.
+    virtual void send_last_version() = 0;
 
 protected:
     ~CommandActions() = default;
@@ -35,6 +37,7 @@ public:
     /// Blanks of the remote command travel as BlankSubstitute, so that it ends where the message begins.
     void SendRemoteCommand(const std::string& message, const std::string& remote_command);
     void LogOffUser(const std::string& screen_name);
+    void SendLastVersionToClients();
 
     /// Carries the waiting commands out, oldest first, and removes each row behind it. An unknown command is
     /// dropped. An empty table that nobody has written to since costs no query.
