@@ -1,0 +1,82 @@
+// The objects of the store on a database in memory, with settings in a folder of their own.
+#pragma once
+
+#include "base/Text.h"
+#include "config/Deployment.h"
+#include "config/IniFile.h"
+#include "config/Settings.h"
+#include "helpers/MessageParser.h"
+#include "store/Accounts.h"
+#include "store/Counters.h"
+#include "store/Database.h"
+#include "store/Directory.h"
+#include "support/ManualClock.h"
+#include "support/MemoryDatabase.h"
+#include "support/RecordingJournal.h"
+#include "support/Secrets.h"
+#include "support/TemporaryFolder.h"
+#include "support/WatchedConnection.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qz::test {
+
+struct MemoryStore {
+    MemoryStore()
+    {
+        database.BuildConnectionString();
+        journal.lines.clear();
+    }
+
+    using Fields = std::initializer_list<std::pair<const char*, platform::Value>>;
+    std::int64_t add(const platform::Table& table, Fields fields)
+    {
+        return add_row(database.connection(), table, fields);
+    }
+    /// One column of a whole table, in the order of its keys.
+    std::vector<std::string> column(const platform::Table& table, const std::string& name)
+    {
+        const auto result = rows_of(database.connection(), table);
+        const auto at = static_cast<std::size_t>(
+            std::find_if(result.columns.begin(), result.columns.end(),
+                [&](const std::string& each) { return equal_ignoring_case(each, name); })
+            - result.columns.begin());
+        std::vector<std::string> values;
+        for (const auto& row : result.rows) {
+            values.push_back(row.at(at).text());
+        }
+        return values;
+    }
+
+    ManualClock clock;
+    int queries = 0; // that the database was asked
+    StatementWatch watch{[this](const std::string& sql) {
+        queries += sql.starts_with("SELECT") ? 1 : 0;
+    }};
+    TemporaryFolder folder;
+    RecordingJournal journal;
+    Secrets secrets{folder.path()};
+    config::IniFile ini{folder / "VELTO_Server.ini"};
+    config::Settings settings{ini, secrets.cipher, journal};
+    config::Deployment deployment{ini};
+    helpers::MessageParser parser{secrets.crypto};
+    TestStatements statements;
+    store::Database database{[this] {
+                                 platform::ConnectionOptions options;
+                                 options.database_file = ":memory:";
+                                 options.statements = statements.all();
+                                 return std::make_unique<WatchedConnection>(
+                                     platform::make_sqlite_connection(options, clock), watch);
+                             },
+        settings, journal};
+    store::Counters counters{database, journal};
+    store::Directory directory{database, counters, journal};
+    store::Accounts accounts{database, directory, parser, secrets.cipher, journal};
+};
+
+} // namespace qz::test
