@@ -31,7 +31,11 @@ protected:
     }
     void CheckConnectionUp() override { due["connections"].push_back(ticks); }
     void refresh_online_info() override { due["online"].push_back(ticks); }
-    void send_queued_messages() override { }
+    void ListAllUsers() override { due["users"].push_back(ticks); }
+    void clean_up_buddies() override { due["buddies"].push_back(ticks); }
+    void run_inactivity_job() override { due["inactivity"].push_back(ticks); }
+    void check_client_versions() override { due["versions"].push_back(ticks); }
+    void send_queued_messages() override { due["queue"].push_back(ticks); }
 
     void start(ServerSpeed speed)
     {
@@ -86,6 +90,17 @@ TEST_F(HousekeepingTest, JobsRunWhenTheirCounterPassesItsLimit)
     EXPECT_EQ(due["connections"], (std::vector<int>{1801, 3602}));
     EXPECT_EQ(due["frequent"].front(), 2) << "the first tick runs no job";
     EXPECT_EQ(due["frequent"].size(), 3699U);
+}
+
+TEST_F(HousekeepingTest, DailyJobsRunOnEveryTick)
+{
+    start(ServerSpeed::Slow);
+    tick(21602);
+    EXPECT_EQ(due["users"].front(), 301);
+    EXPECT_EQ(due["buddies"], std::vector<int>{21601});
+    for (const auto* job : {"inactivity", "versions", "queue"}) {
+        EXPECT_EQ(due[job].size(), 21602U) << job << ": a day has more ticks than 16 bits hold";
+    }
 }
 
 TEST_F(HousekeepingTest, ATickDuringATickDoesNothing)
