@@ -2,7 +2,6 @@
 
 #include "client/Conversation.h"
 #include "helpers/Frame.h"
-#include "helpers/SettingsCipher.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,23 +20,12 @@ namespace {
 const std::string kMessage = "msg screennamefrom=bob screennameto=ann receiptrequested=False msg=hi";
 const std::string kShown = "message|9|bob||ann|1899-12-30 00:00:00|1899-12-30 00:00:00|no|hi";
 
-/// A key source for a cipher that only decodes credentials.
-struct NoKey final : qz::helpers::KeySource {
-    const qz::helpers::Crypto::Key& key() override { return none; }
-    const qz::helpers::Crypto::Key& existing_key() override { return none; }
-    qz::helpers::Crypto::Key none{};
-};
-
-/// The credentials of a logon as the server reads them from a client at this address.
+/// Name, password and session of a logon as the server reads them from a client at this address.
 std::string credentials(const std::string& logon, std::string_view address)
 {
-    qz::platform::SodiumCrypto crypto;
-    NoKey keys;
-    qz::helpers::SettingsCipher cipher(crypto, keys);
-    const auto decoded = [&](std::string_view key) {
-        return cipher.DecodeCredential(std::string_view(read_value(logon, key)).substr(4), address);
-    };
-    return decoded("screenname") + "/" + decoded("password") + "/" + read_value(logon, "sessionidvalue");
+    return qz::test::read_credential(read_value(logon, "screenname"), address) + "/"
+        + qz::test::read_credential(read_value(logon, "password"), address) + "/"
+        + read_value(logon, "sessionidvalue");
 }
 
 struct Step {
@@ -188,7 +176,7 @@ TEST(ClientCore, HostileBytesDoNoHarm)
     }
     EXPECT_THAT(talk.events.take(), IsEmpty());
     EXPECT_TRUE(talk.core.is_logged_on());
-    talk.core.received("\x02" + std::string(16 * 1024, 'x'), talk.now);
+    talk.core.received("\x02" + std::string(16'384, 'x'), talk.now);
     EXPECT_THAT(talk.events.take(), ElementsAre("disconnected|oversized||again"));
 
     Conversation other;
@@ -274,7 +262,7 @@ TEST(ClientCore, MessagesThatCannotBeDeliveredAreErrors)
         {{"#", "hi"}, SendResult::NoRecipient}, {{"bob", ""}, SendResult::NoText},
         {{"bob", "  "}, SendResult::NoText}, {{"bob", "hi"}, SendResult::Sent},
         {{"#lobby", "hi"}, SendResult::Sent}, {{"bob", std::string(32'700, 'x')}, SendResult::TooLong},
-        {{"bob", std::string(16 * 2048, 'x')}, SendResult::TooLong}};
+        {{"bob", std::string(32'768, 'x')}, SendResult::TooLong}};
     for (const auto& [message, expected] : cases) {
         const auto sent = talk.core.send_message(message);
         EXPECT_EQ(sent.result, expected) << message.to << ", " << message.text.size();

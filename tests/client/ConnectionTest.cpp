@@ -13,7 +13,6 @@
 using namespace std::chrono_literals;
 using namespace qz::client;
 using qz::test::from_server;
-using testing::Contains;
 using testing::ElementsAre;
 
 namespace {

@@ -2,9 +2,8 @@
 
 #include "helpers/Frame.h"
 #include "helpers/ServerCommandNames.h"
+#include "helpers/SettingsCipher.h"
 #include "helpers/UnitCutter.h"
-
-#include <numeric>
 
 namespace qz::test {
 
@@ -14,8 +13,11 @@ using namespace client;
 
 std::string line(std::initializer_list<std::string> words)
 {
-    return std::accumulate(words.begin(), words.end(), std::string{},
-        [](std::string text, const std::string& word) { return text.empty() ? word : text + "|" + word; });
+    std::string text;
+    for (const auto& word : words) {
+        text += text.empty() ? word : "|" + word;
+    }
+    return text;
 }
 
 std::string yes_or_no(bool value)
@@ -126,6 +128,17 @@ struct Shower {
     std::string operator()(const Unknown& u) const { return line({"unknown", u.keyword, u.body}); }
 };
 
+/// For a cipher that decodes nothing of the server's own.
+class NoKey final : public helpers::KeySource {
+public:
+    virtual ~NoKey() = default;
+    const helpers::Crypto::Key& key() override { return none_; }
+    const helpers::Crypto::Key& existing_key() override { return none_; }
+
+private:
+    helpers::Crypto::Key none_{};
+};
+
 } // namespace
 
 std::string show(const Incoming& incoming)
@@ -184,6 +197,15 @@ std::vector<std::string> said(std::string_view bytes)
         }
     }
     return texts;
+}
+
+std::string read_credential(std::string_view field, std::string_view from_address)
+{
+    platform::SodiumCrypto crypto;
+    NoKey keys;
+    helpers::SettingsCipher cipher(crypto, keys);
+    field.remove_prefix((std::min)(field.size(), helpers::SettingsCipher::Marker.size()));
+    return cipher.DecodeCredential(field, from_address);
 }
 
 Conversation::Conversation(Account account, std::string client_address)

@@ -46,6 +46,9 @@ std::string from_server(std::string_view text, double number = 7);
 /// What the client has said, in order, without envelopes and frames; "!" and the bytes for what is no frame.
 std::vector<std::string> said(std::string_view bytes);
 
+/// A credential field as the server reads it from a client at this address.
+std::string read_credential(std::string_view field, std::string_view address);
+
 class Conversation {
 public:
     explicit Conversation(client::Account account = {"ann", "secret"}, std::string address = "10.0.0.7");

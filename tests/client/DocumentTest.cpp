@@ -1,10 +1,10 @@
 // The examples of docs/protocol.md, held against the codec.
+#include "client/Conversation.h"
 #include "client/Incoming.h"
 #include "helpers/Frame.h"
 #include "helpers/MessageParser.h"
 #include "helpers/ProtocolKeywords.h"
 #include "helpers/ServerCommandNames.h"
-#include "helpers/SettingsCipher.h"
 #include "helpers/UnitCutter.h"
 #include "platform/sodium/SodiumCrypto.h"
 
@@ -59,12 +59,6 @@ std::vector<Example> examples()
     return all;
 }
 
-struct NoKey final : qz::helpers::KeySource {
-    const qz::helpers::Crypto::Key& key() override { return none; }
-    const qz::helpers::Crypto::Key& existing_key() override { return none; }
-    qz::helpers::Crypto::Key none{};
-};
-
 } // namespace
 
 TEST(ProtocolDocument, ExamplesAreExactToTheByte)
@@ -94,15 +88,12 @@ TEST(ProtocolDocument, ExamplesAreExactToTheByte)
 
 TEST(ProtocolDocument, CredentialsOfTheExampleDecode)
 {
-    qz::platform::SodiumCrypto crypto;
-    NoKey keys;
-    qz::helpers::SettingsCipher cipher(crypto, keys);
     int logons = 0;
     for (const auto& example : examples()) {
         if (example.bytes.find("\nlogon screenname=") != std::string::npos) {
             const auto body = example.bytes.substr(example.bytes.find("screenname="));
             const auto decoded = [&](std::string_view key) {
-                return cipher.DecodeCredential(qz::client::read_value(body, key).substr(4), "192.0.2.10");
+                return qz::test::read_credential(qz::client::read_value(body, key), "192.0.2.10");
             };
             EXPECT_EQ(decoded("screenname"), "ann");
             EXPECT_EQ(decoded("password"), "s3cret");

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 using namespace std::string_literals;
-using qz::client::Envelope;
 using qz::client::read_envelope;
 using qz::client::read_incoming;
 using qz::test::show;
