@@ -150,12 +150,18 @@ inline constexpr Statement kSelectLastActivity{
     "SELECT Last(log.ActionTime) AS LastOfActionTime FROM log INNER JOIN users "
     "ON log.UserName = users.UserName WHERE log.UserName = '{}' GROUP BY log.UserName"};
 /// Fields DaysAgo (age of the oldest log row) and UserName, most inactive first: least number of days.
+/// As it stands a database would read the whole log to find each user's oldest row.
 inline constexpr Statement kSelectInactiveUsers{
     "SELECT TOP 100 PERCENT Max(DateDiff('d',log.ActionTime,Date())) AS DaysAgo, Log.UserName "
     " FROM Users INNER JOIN Log ON Users.UserName = Log.UserName "
     " GROUP BY Log.UserName "
     " HAVING (((Max(DateDiff('d',[log].[ActionTime],Date())))>= {} )) "
-    " ORDER BY Max(DateDiff('d',log.ActionTime,Date())) DESC , Log.UserName;"};
+    " ORDER BY Max(DateDiff('d',log.ActionTime,Date())) DESC , Log.UserName;",
+    nullptr,
+    "SELECT DateDiff('d', Oldest.ActionTime, Date()) AS DaysAgo, Oldest.UserName FROM"
+    " (SELECT users.UserName, (SELECT MIN(log.ActionTime) FROM log WHERE log.UserName = users.UserName)"
+    " AS ActionTime FROM users) AS Oldest"
+    " WHERE DateDiff('d', Oldest.ActionTime, Date()) >= {} ORDER BY DaysAgo DESC, Oldest.UserName"};
 /// A row when the active account logged on lately: greatest number of days, name.
 inline constexpr Statement kSelectRecentLogOn{
     "SELECT Distinct TOP 1 DateDiff('d',log.ActionTime,Date()) AS DaysAgo, log.UserName "
