@@ -8,6 +8,7 @@
 #include "server/MemberTable.h"
 
 #include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -125,9 +126,9 @@ Exit run_call(const Home& home, const std::string& member_name, const std::vecto
 
     CallEvents events;
     qz::platform::AsioMachine machine(home.folder());
-    qz::server::Main main(machine, events);
+    auto main = std::make_unique<qz::server::Main>(machine, events);
     Json by_reference = Json::object();
-    const auto result = member.call(main, values);
+    const auto result = member.call(*main, values);
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (member.parameters[i].by_reference) {
             by_reference[std::string(member.parameters[i].name)] =
@@ -136,6 +137,7 @@ Exit run_call(const Home& home, const std::string& member_name, const std::vecto
     }
     const Json answer = {{"result", to_json(result, member.result)}, {"args", by_reference}};
     std::cout << answer.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+    main.reset(); // a mail that is on its way may still fail
     return events.failed() ? Exit::Failed : Exit::Done;
 }
 

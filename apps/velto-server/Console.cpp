@@ -4,6 +4,7 @@
 #include "base/Text.h"
 
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <termios.h>
 #include <unistd.h>
 
@@ -33,23 +34,54 @@ private:
     termios before_{};
 };
 
+bool is_terminal()
+{
+    return isatty(STDIN_FILENO) == 1;
+}
+
+std::string read_line()
+{
+    std::string line;
+    if (!std::getline(std::cin, line)) {
+        throw CommandError(Exit::Usage, "nothing was read from standard input");
+    }
+    return qz::valid_utf8(qz::single_line(line));
+}
+
 } // namespace
 
 std::string read_secret(const std::string& prompt)
 {
-    std::string line;
-    bool read = false;
-    if (isatty(STDIN_FILENO) == 1) {
-        std::cerr << prompt << std::flush;
-        const HiddenTyping hidden;
-        read = static_cast<bool>(std::getline(std::cin, line));
-    } else {
-        read = static_cast<bool>(std::getline(std::cin, line));
+    if (!is_terminal()) {
+        return read_line();
     }
-    if (!read) {
-        throw CommandError(Exit::Usage, "nothing was read from standard input");
+    std::cerr << prompt << std::flush;
+    const HiddenTyping hidden;
+    return read_line();
+}
+
+std::string read_new_secret(const std::string& prompt, Ask ask)
+{
+    if (ask == Ask::Never || !is_terminal()) {
+        return read_line();
     }
-    return qz::valid_utf8(qz::single_line(line));
+    auto secret = read_secret(prompt);
+    if (read_secret("Once more: ") != secret) {
+        throw CommandError(Exit::Usage, "the two differ; nothing was changed");
+    }
+    return secret;
+}
+
+std::string in_column(const std::string& text, std::size_t width)
+{
+    const auto shown = qz::printable(text);
+    const auto length = qz::character_count(shown);
+    return shown + std::string(length < width ? width - length + 1 : 1, ' ');
+}
+
+void print_json(const nlohmann::ordered_json& value)
+{
+    std::cout << value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
 }
 
 } // namespace velto

@@ -1,6 +1,8 @@
 // What the commands share in talking to a person.
 #pragma once
 
+#include <cstddef>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 namespace velto {
@@ -8,5 +10,17 @@ namespace velto {
 /// Asks for a secret without showing it; from a pipe or file, reads its first line.
 /// @throws CommandError when there is no line.
 std::string read_secret(const std::string& prompt);
+
+enum class Ask { Never, OnTerminal };
+
+/// Reads a secret that is to be set: on a terminal it is asked for twice, to catch slips.
+/// @param ask  Never: reads the first line also when standard input is a terminal.
+/// @throws CommandError when there is no line, or the two differ.
+std::string read_new_secret(const std::string& prompt, Ask ask);
+
+/// Text that is safe to show, with blanks behind it up to a width and one more.
+std::string in_column(const std::string& text, std::size_t width);
+
+void print_json(const nlohmann::ordered_json& value);
 
 } // namespace velto

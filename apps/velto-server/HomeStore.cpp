@@ -47,4 +47,17 @@ HomeStore::HomeStore(const Home& home)
     journal.require_success();
 }
 
+void HomeStore::commit()
+{
+    database.turn_ended();
+    journal.require_success();
+}
+
+HomeDirectory::HomeDirectory(const Home& home) : HomeStore(home)
+{
+    directory.SetUsers();
+    directory.SetRooms();
+    journal.require_success();
+}
+
 } // namespace velto

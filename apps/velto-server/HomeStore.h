@@ -11,8 +11,11 @@
 #include "helpers/MessageParser.h"
 #include "helpers/SettingsCipher.h"
 #include "platform/asio/AsioMachine.h"
+#include "store/Accounts.h"
 #include "store/ActivityLog.h"
+#include "store/Counters.h"
 #include "store/Database.h"
+#include "store/Directory.h"
 
 #include <optional>
 
@@ -55,9 +58,22 @@ struct HomeStore : HomeSettings {
     /// @throws CommandError 1 when it cannot be opened.
     explicit HomeStore(const Home& home);
 
+    /// Makes what the command changed last: without it the changes go with the connection.
+    /// @throws CommandError 1 when that fails, or a room reported a failure before.
+    void commit();
+
     qz::helpers::MessageParser parser;
     qz::store::Database database;
     qz::store::ActivityLog log;
+};
+
+struct HomeDirectory : HomeStore {
+    /// Loads the accounts and the rooms.
+    explicit HomeDirectory(const Home& home);
+
+    qz::store::Counters counters{database, journal};
+    qz::store::Directory directory{database, counters, journal};
+    qz::store::Accounts accounts{database, directory, parser, cipher, journal};
 };
 
 } // namespace velto

@@ -3,9 +3,6 @@
 #include "Exit.h"
 #include "HomeStore.h"
 #include "config/SettingTable.h"
-#include "store/Accounts.h"
-#include "store/Counters.h"
-#include "store/Directory.h"
 
 #include <array>
 #include <iostream>
@@ -59,7 +56,7 @@ std::string random_password(qz::helpers::Crypto& crypto)
     return password;
 }
 
-void add_demo_accounts(HomeStore& store)
+void add_demo_accounts(HomeDirectory& store)
 {
     struct Person {
         const char* name;
@@ -68,15 +65,12 @@ void add_demo_accounts(HomeStore& store)
     };
     static constexpr std::array<Person, 3> kPeople{
         {{"ada", "Ada", "Abel"}, {"ben", "Ben", "Berg"}, {"cleo", "Cleo", "Costa"}}};
-    qz::store::Counters counters(store.database, store.journal);
-    qz::store::Directory directory(store.database, counters, store.journal);
-    qz::store::Accounts accounts(store.database, directory, store.parser, store.cipher, store.journal);
     std::cout << "Accounts to try:\n";
     for (const auto& person : kPeople) {
         const auto password = random_password(store.machine.crypto());
-        accounts.set_NewScreenName(person.name, std::string(person.name) + "@example.org", person.first_name,
-            person.last_name, password);
-        store.journal.require_success();
+        store.accounts.set_NewScreenName(person.name, std::string(person.name) + "@example.org",
+            person.first_name, person.last_name, password);
+        store.commit();
         std::cout << "  " << person.name << "  password " << password << "\n";
     }
 }
@@ -90,7 +84,7 @@ void run_init(const Home& home, const InitOptions& options)
         HomeSettings settings(home);
         write_settings(settings);
     }
-    HomeStore store(home);
+    HomeDirectory store(home);
     std::cout << "Home of the server: " << home.folder().string() << "\n";
     if (options.demo) {
         add_demo_accounts(store);

@@ -7,7 +7,9 @@
 #include "Home.h"
 #include "InitCommand.h"
 #include "LogCommand.h"
+#include "RoomCommand.h"
 #include "RunCommand.h"
+#include "UserCommand.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -28,6 +30,8 @@ constexpr const char* kExamples = R"(Examples:
   velto-server config set "General SetUp/ListeningPort" 2002
   velto-server call get_ListeningPort          call one member of the engine's interface
   velto-server call set_LogOlderThan 90        ... with its arguments
+  velto-server user add anna --password-file secret.txt
+  velto-server room add lobby --owner anna
   velto-server log -n 50                       the newest lines of the activity log
 
 Exit codes: 0 done, 1 failed, 2 usage, 3 no server running, 78 configuration.
@@ -45,6 +49,8 @@ public:
         add_run();
         add_check();
         add_config();
+        add_user();
+        add_room();
         add_call();
         add_log();
         command("version", "Print the version", [] {
@@ -120,6 +126,25 @@ private:
         return sub;
     }
 
+    /// A subcommand that has nothing to say beyond done or failed.
+    CLI::App* work_command(
+        CLI::App& parent, const std::string& name, const std::string& description, std::function<void()> work)
+    {
+        return subcommand(parent, name, description, [work = std::move(work)] {
+            work();
+            return Exit::Done;
+        });
+    }
+
+    /// The same for one that is about one account.
+    CLI::App* named_command(
+        CLI::App& parent, const std::string& name, const std::string& description, std::function<void()> work)
+    {
+        auto* sub = work_command(parent, name, description, std::move(work));
+        sub->add_option("NAME", name_, "Screen name")->required();
+        return sub;
+    }
+
     void add_home(CLI::App& app)
     {
         app.add_option("--home", home_, "Home folder of the server")->type_name("DIR");
@@ -173,6 +198,56 @@ private:
             "VALUE", value_, "The new value; left out for a secret, which is asked for or piped in");
     }
 
+    void add_user()
+    {
+        auto* user = app_.add_subcommand("user", "Add, list, change accounts; a running server sees it");
+        user->require_subcommand(1);
+        auto* add = work_command(*user, "add", "Add an account; its name is stored in lower case",
+            [this] { run_user_add(home(), new_user_, password_); });
+        add->add_option("NAME", new_user_.name, "Screen name")->required();
+        add->add_option("--email", new_user_.email, "Mail address");
+        add->add_option("--first-name", new_user_.first_name, "First name");
+        add->add_option("--last-name", new_user_.last_name, "Last name");
+        add_password_source(*add);
+        auto* list = work_command(*user, "list", "All accounts", [this] { run_user_list(home(), json_); });
+        list->add_flag("--json", json_, "As JSON");
+        auto* show =
+            named_command(*user, "show", "One account", [this] { run_user_show(home(), name_, json_); });
+        show->add_flag("--json", json_, "As JSON");
+        auto* password = named_command(*user, "password", "Change the password of an account",
+            [this] { run_user_password(home(), name_, password_); });
+        add_password_source(*password);
+        named_command(
+            *user, "enable", "Let an account log on", [this] { run_user_enable(home(), name_, true); });
+        named_command(*user, "disable", "Keep an account from logging on",
+            [this] { run_user_enable(home(), name_, false); });
+    }
+
+    void add_room()
+    {
+        auto* room = app_.add_subcommand("room", "List, add, delete rooms");
+        room->require_subcommand(1);
+        auto* list = work_command(*room, "list", "All rooms", [this] { run_room_list(home(), json_); });
+        list->add_flag("--json", json_, "As JSON");
+        auto* add = work_command(*room, "add", "Add a room; its name is stored in lower case",
+            [this] { run_room_add(home(), name_, owner_); });
+        add->add_option("NAME", name_, "Name of the room, without #")->required();
+        add->add_option("--owner", owner_, "Screen name of the room's owner")->required();
+        auto* remove =
+            work_command(*room, "delete", "Delete a room", [this] { run_room_delete(home(), name_); });
+        remove->add_option("NAME", name_, "Name of the room, without #")->required();
+    }
+
+    void add_password_source(CLI::App& app)
+    {
+        auto* file =
+            app.add_option("--password-file", password_.file, "File whose first line is the password")
+                ->type_name("FILE");
+        app.add_flag("--password-stdin", password_.standard_input, "Read the password from standard input")
+            ->excludes(file);
+        app.footer("Without these options the password is asked for.");
+    }
+
     void add_call()
     {
         auto* sub =
@@ -209,6 +284,9 @@ private:
     std::string name_;
     std::optional<std::string> value_;
     std::vector<std::string> arguments_;
+    std::string owner_;
+    NewUser new_user_;
+    PasswordSource password_;
     InitOptions init_;
     RunOptions run_;
     LogOptions log_;
