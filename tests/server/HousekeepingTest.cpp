@@ -24,18 +24,18 @@ protected:
 
     void run_frequent_jobs() override
     {
-        due["frequent"].push_back(ticks);
+        ran("frequent");
         if (on_frequent) {
             on_frequent();
         }
     }
-    void CheckConnectionUp() override { due["connections"].push_back(ticks); }
-    void refresh_online_info() override { due["online"].push_back(ticks); }
-    void ListAllUsers() override { due["users"].push_back(ticks); }
-    void clean_up_buddies() override { due["buddies"].push_back(ticks); }
-    void run_inactivity_job() override { due["inactivity"].push_back(ticks); }
-    void check_client_versions() override { due["versions"].push_back(ticks); }
-    void send_queued_messages() override { due["queue"].push_back(ticks); }
+    void CheckConnectionUp() override { ran("connections"); }
+    void refresh_online_info() override { ran("online"); }
+    void ListAllUsers() override { ran("users"); }
+    void clean_up_buddies() override { ran("buddies"); }
+    void run_inactivity_job() override { ran("inactivity"); }
+    void check_client_versions() override { ran("versions"); }
+    void send_queued_messages() override { ran("queue"); }
 
     void start(ServerSpeed speed)
     {
@@ -51,7 +51,16 @@ protected:
         }
     }
 
+    void ran(const char* job)
+    {
+        due[job].push_back(ticks);
+        last_order = ticks == last_tick ? last_order + ", " + job : job;
+        last_tick = ticks;
+    }
+
     int ticks = 0;
+    int last_tick = 0;
+    std::string last_order;                      // the jobs of the last tick
     std::map<std::string, std::vector<int>> due; // the ticks on which each job ran
     std::function<void()> on_frequent;
     qz::test::TemporaryFolder folder;
@@ -96,6 +105,7 @@ TEST_F(HousekeepingTest, DailyJobsRunOnEveryTick)
 {
     start(ServerSpeed::Slow);
     tick(21602);
+    EXPECT_EQ(last_order, "frequent, inactivity, versions, queue");
     EXPECT_EQ(due["users"].front(), 301);
     EXPECT_EQ(due["buddies"], std::vector<int>{21601});
     for (const auto* job : {"inactivity", "versions", "queue"}) {
