@@ -1,5 +1,7 @@
 #include "net/ConnectionTable.h"
 
+#include "helpers/MessageParser.h"
+
 #include <algorithm>
 #include <numeric>
 #include <utility>
@@ -46,6 +48,7 @@ void ConnectionTable::reset(std::int32_t upper_bound)
     by_session_id_.clear();
     by_address_.clear();
     by_socket_.clear();
+    repeated_names_.clear();
 }
 
 std::int32_t ConnectionTable::fill(const std::string& user_name, const std::string& session_id,
@@ -114,6 +117,27 @@ const ConnectionRecord* ConnectionTable::last_on(std::int16_t socket) const
     return numbers.empty() ? nullptr : &records_[static_cast<std::size_t>(numbers.back())];
 }
 
+std::string ConnectionTable::Retrieve_ScreenNameBySocket(std::int16_t socket) const
+{
+    const auto* record = first_on(socket);
+    return record == nullptr ? std::string{} : record->UserName;
+}
+
+bool ConnectionTable::UserIsOnline(const std::string& user_name) const
+{
+    constexpr std::int32_t released = 1;
+    const auto* record = first_named(helpers::MessageParser::transform(user_name));
+    return record != nullptr && record->Status != released;
+}
+
+std::vector<std::string> ConnectionTable::names_on_line_more_than_once() const
+{
+    std::vector<std::string> names(repeated_names_.begin(), repeated_names_.end());
+    std::sort(names.begin(), names.end(),
+        [&](const auto& left, const auto& right) { return named(left).front() < named(right).front(); });
+    return names;
+}
+
 std::string ConnectionTable::get_UserName_byIPAddress(const std::string& remote_ip) const
 {
     const auto& numbers = numbers_in(by_address_, remote_ip);
@@ -128,6 +152,9 @@ void ConnectionTable::enter(std::int32_t number)
     add(by_session_id_, record.SessionID, number);
     add(by_address_, record.RemoteIP, number);
     add(by_socket_, record.Socket, number);
+    if (named(record.UserName).size() == 2) {
+        repeated_names_.insert(record.UserName);
+    }
     ++count_on_line_;
 }
 
@@ -138,6 +165,9 @@ void ConnectionTable::leave(std::int32_t number)
     remove(by_session_id_, record.SessionID, number);
     remove(by_address_, record.RemoteIP, number);
     remove(by_socket_, record.Socket, number);
+    if (named(record.UserName).size() == 1) {
+        repeated_names_.erase(record.UserName);
+    }
     --count_on_line_;
 }
 

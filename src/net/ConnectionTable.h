@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <queue>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -54,6 +55,12 @@ public:
     const ConnectionRecord* first_named(std::string_view user_name) const;
     const ConnectionRecord* first_on(std::int16_t socket) const;
     const ConnectionRecord* last_on(std::int16_t socket) const;
+    /// User name of the first on-line record on the socket; empty when there is none.
+    std::string Retrieve_ScreenNameBySocket(std::int16_t socket) const;
+    /// True when the first on-line record of the name, after the parser's transform, is not marked released.
+    bool UserIsOnline(const std::string& user_name) const;
+    /// Names that several on-line records carry, in the order of their first records.
+    std::vector<std::string> names_on_line_more_than_once() const;
     bool is_session_id_used(const std::string& session_id) const
     {
         return by_session_id_.contains(session_id);
@@ -80,6 +87,7 @@ private:
     Index<std::string, TextHash> by_session_id_;
     Index<std::string, TextHash> by_address_;
     Index<std::int16_t> by_socket_;
+    std::set<std::string, std::less<>> repeated_names_; // so that policing need not compare all with all
 };
 
 } // namespace qz::net

@@ -17,6 +17,26 @@ protected:
     ~ConnectionEvents() = default; // listeners are never deleted through this type
 };
 
+/// Heard by presence.
+class ActiveUsersMenu {
+public:
+    /// Refreshes the host's view of who is on line.
+    virtual void RefreshActiveUsersMenu() = 0;
+
+protected:
+    ~ActiveUsersMenu() = default;
+};
+
+/// Heard by the host.
+class OnLineCount {
+public:
+    /// Writes the count into the activity log and raises OnLineUsers. Does not throw.
+    virtual void ReportOnLineUsers(std::int32_t count) = 0;
+
+protected:
+    ~OnLineCount() = default;
+};
+
 enum class Direction { Ingoing, Outgoing };
 
 /// Heard by the host.

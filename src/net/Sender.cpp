@@ -62,7 +62,7 @@ void Sender::SendData(std::int16_t socket, std::string_view keyword, std::string
 
 void Sender::send_chunk(std::int16_t socket, const helpers::FrameHeader& header, std::string_view chunk)
 {
-    sockets_->send(socket, parser_.transform(helpers::write_frame(header, chunk)));
+    sockets_->send(socket, helpers::MessageParser::transform(helpers::write_frame(header, chunk)));
     loop_.yield_to_pending_events();
     events_.traffic(Direction::Outgoing);
 }

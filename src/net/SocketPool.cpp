@@ -88,6 +88,11 @@ bool SocketPool::SocketFree(std::int16_t socket) const
         && state(socket) == platform::kSocketClosed;
 }
 
+bool SocketPool::is_connected(std::int16_t socket) const
+{
+    return sockets_ != nullptr && sockets_->state(socket) == platform::kSocketConnected;
+}
+
 std::string SocketPool::get_RemoteAddress(std::int16_t socket) const
 {
     if (sockets_ == nullptr) {

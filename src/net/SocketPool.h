@@ -42,6 +42,7 @@ public:
     /// The component's state of a socket; closed while there are none.
     std::int16_t state(std::int16_t socket) const;
     bool SocketFree(std::int16_t socket) const;
+    bool is_connected(std::int16_t socket) const;
     bool SessionIDFree(const std::string& session_id) const
     {
         return !connections_.is_session_id_used(session_id);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Journal.h"
+#include "net/NetEvents.h"
 #include "server/MainEvents.h"
 
 #include <cstdint>
@@ -12,7 +13,7 @@ class ActivityLog;
 
 namespace qz::server {
 
-class ServerJournal final : public Journal {
+class ServerJournal final : public Journal, public net::OnLineCount {
 public:
     explicit ServerJournal(MainEvents& events) : events_(events) { }
 
@@ -29,7 +30,7 @@ public:
     void ReportError(std::string_view routine, const EngineError& error, const std::string& address) override;
     void raise_error(std::string_view routine, const EngineError& error, const std::string& address) override;
 
-    void ReportOnLineUsers(std::int32_t count);
+    void ReportOnLineUsers(std::int32_t count) override;
 
 private:
     void write(const std::string& action, const std::string& user_name, const std::string& remote_ip);

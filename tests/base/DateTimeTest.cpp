@@ -67,3 +67,13 @@ TEST(Numbers, RoundHalvesToEvenAndOverflow)
     EXPECT_THROW(qz::to_integer<std::uint16_t>(-1), qz::EngineError);
     EXPECT_THROW(qz::to_integer<std::int32_t>(std::nan("")), qz::EngineError);
 }
+
+TEST(DateTime, NamesAreEnglishAndStartWithSundayAndJanuary)
+{
+    const auto moment = at("2026-11-22"); // a Sunday
+    EXPECT_EQ(qz::day_name(moment.civil().weekday()), "Sunday");
+    EXPECT_EQ(qz::month_name(moment.civil().month), "November");
+    EXPECT_EQ(qz::day_name(6), "Saturday");
+    EXPECT_EQ(qz::month_name(1), "January");
+    EXPECT_EQ(qz::month_name(12), "December");
+}
