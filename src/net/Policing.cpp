@@ -48,8 +48,8 @@ void Policing::CloseAllPreviousConnections(const std::string& screen_name, const
     guarded(journal_, "CloseAllPreviousConnections", remote_ip, [&] {
         const auto name = helpers::MessageParser::transform(screen_name);
         for_each_named(name, [&](const ConnectionRecord& record) {
-            sender_.SendData(record.Socket, helpers::protocol_keywords().Notice,
-                explanation(name, remote_ip, record));
+            sender_.SendData(
+                record.Socket, helpers::protocol_keywords().Notice, explanation(name, remote_ip, record));
             journal_.log_own(remote_ip + " forced log off of " + name);
             closer_.SocketClosing(record.Socket);
         });

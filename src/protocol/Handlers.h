@@ -1,19 +1,39 @@
-// The request handlers that the dispatcher's table names.
+// The request handlers that the dispatcher's table names: one for each command, each in the source of its
+// family.
 #pragma once
 
 #include "net/Sender.h"
+#include "protocol/LogOn.h"
+#include "protocol/PresenceRequests.h"
 #include "protocol/Request.h"
+#include "protocol/TransferRequests.h"
 
 namespace qz::protocol {
 
 class Handlers {
 public:
-    explicit Handlers(net::Sender& sender) : sender_(sender) { }
+    struct Families {
+        LogOn& log_on;
+        PresenceRequests& presence;
+        TransferRequests& transfers;
+    };
+    Handlers(Families families, net::Sender& sender) : families_(families), sender_(sender) { }
 
+    void log_on(const Request& request) { families_.log_on.Request_LogOn(request); }
+    void active_users(const Request& request) { families_.presence.GetActiveRightNow(request); }
+    void on_line_buddies(const Request& request) { families_.presence.Request_OnLineBuddies(request); }
+    void all_buddies(const Request& request) { families_.presence.GetAllBuddies(request); }
+    void find_buddy(const Request& request) { families_.presence.Request_FindBuddy(request); }
+    void status_change(const Request& request) { families_.presence.Request_Status(request); }
+    void client_version(const Request& request) { families_.presence.Request_ClientVersion(request); }
+    void file_transfer(const Request& request) { families_.transfers.Request_FileTransfer(request); }
+    void screen_transfer(const Request& request) { families_.transfers.Request_ScreenTransfer(request); }
+    void admin_screen_name(const Request& request) { families_.presence.Request_AdminScreenName(request); }
     /// Request_Echo: answers with the same keyword and an empty body.
     void echo(const Request& request);
 
 private:
+    Families families_;
     net::Sender& sender_;
 };
 

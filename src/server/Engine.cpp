@@ -39,9 +39,19 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       version_notices(settings, connections, sender, journal), once_per_day(deployment, ini, machine.clock()),
       message_queue(queue::MessageRows(database), queue::Delivery(connections, pool, sender, journal),
           auto_replies, settings, parser, machine.clock(), journal),
-      handlers(sender), dispatcher(handlers, parser, pool, sender, settings, journal),
+      presence(connections, directory, sender, journal, journal),
+      presence_lists(connections, directory, presence, sender, journal),
+      policy(connections, sender, settings, journal),
+      policing(connections, sender, closer, accounts, presence, journal),
+      registration(connections, policing, pool, machine.clock()),
+      welcome(presence, presence_lists, policy, directory, journal),
+      log_on({registration, welcome, presence}, accounts, cipher, parser, sender, journal),
+      presence_requests({presence, presence_lists, accounts, settings}, connections, parser, sender, journal),
+      transfer_requests(connections, parser, sender, journal),
+      handlers({log_on, presence_requests, transfer_requests}, sender),
+      dispatcher(handlers, parser, pool, sender, settings, journal),
       receiver(connections, chunks, sender, closer, parser, machine.clock(), {dispatcher, *this}, journal),
-      announcements(connections, sender, journal), commands(database, *this, journal),
+      announcements(connections, sender, journal), commands(database, parser, *this, journal),
       housekeeping(settings, *this, journal)
 {
     journal.attach(activity_log);
@@ -197,13 +207,29 @@ void Engine::shut_down()
     events_.ShutDown();
 }
 
+void Engine::PropagatePolicy()
+{
+    policy.PropagatePolicy();
+}
+
 void Engine::CloseAllConnections()
 {
-    guarded(journal, "CloseAllConnections", no_address, [&] {
-        closer.close_all();
-        journal.log_own("All active connections closed");
-        journal.ReportOnLineUsers(connections.count_on_line());
-    });
+    policing.CloseAllConnections();
+}
+
+void Engine::Send_RemoteCommand2All(const std::string& message, const std::string& remote_command)
+{
+    announcements.Send_RemoteCommand2All(message, remote_command);
+}
+
+void Engine::Send_MessageToAllActive(const std::string& text)
+{
+    announcements.Send_MessageToAllActive(text);
+}
+
+void Engine::log_off(const std::string& screen_name)
+{
+    policing.log_off(screen_name);
 }
 
 void Engine::set_ListeningPort(std::uint16_t port)
@@ -249,6 +275,7 @@ std::unique_ptr<platform::Connection> Engine::create_connection() const
 
 void Engine::run_frequent_jobs()
 {
+    policing.UserIsOnlineHowManyTimes();
     commands.CheckServerCommand();
     chunks.sweep(machine_.clock().now());
     message_queue.QueueMessage_PurgeExpired();
@@ -303,9 +330,10 @@ void Engine::send_last_version()
     version_notices.send_to_all();
 }
 
-void Engine::released(const std::string& /*user*/, const std::string& /*address*/, std::int16_t /*socket*/)
+void Engine::released(const std::string& user, const std::string& address, std::int16_t socket)
 {
-    journal.ReportOnLineUsers(connections.count_on_line());
+    presence.Update_Status(protocol_keywords().StatusOffLine, user, socket, address);
+    presence.RefreshActiveUsersMenu();
 }
 
 void Engine::traffic(net::Direction direction)

@@ -11,7 +11,9 @@
 #include "net/ChunkStore.h"
 #include "net/ConnectionTable.h"
 #include "net/NetEvents.h"
+#include "net/Policing.h"
 #include "net/Receiver.h"
+#include "net/Registration.h"
 #include "net/Sender.h"
 #include "net/SocketCloser.h"
 #include "net/SocketPool.h"
@@ -25,6 +27,13 @@
 #include "protocol/Announcements.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/Handlers.h"
+#include "protocol/LogOn.h"
+#include "protocol/Policy.h"
+#include "protocol/Presence.h"
+#include "protocol/PresenceLists.h"
+#include "protocol/PresenceRequests.h"
+#include "protocol/TransferRequests.h"
+#include "protocol/Welcome.h"
 #include "queue/MessageQueue.h"
 #include "server/Housekeeping.h"
 #include "server/Main.h"
@@ -65,7 +74,6 @@ public:
     void Server_Start();
     void Server_End();
     void ShutDownServer();
-    void CloseAllConnections() override;
     void set_ListeningPort(std::uint16_t port);
     std::string get_ServerIP();
     std::string server_time() const { return machine_.clock().now().text(); }
@@ -111,6 +119,15 @@ public: // the rooms, for the members of Main that forward to them
 
     queue::MessageQueue message_queue;
 
+    protocol::Presence presence;
+    protocol::PresenceLists presence_lists;
+    protocol::Policy policy;
+    net::Policing policing; // tells presence, so it comes after it
+    net::Registration registration;
+    protocol::Welcome welcome;
+    protocol::LogOn log_on;
+    protocol::PresenceRequests presence_requests;
+    protocol::TransferRequests transfer_requests;
     protocol::Handlers handlers;
     protocol::Dispatcher dispatcher;
     net::Receiver receiver;
@@ -138,6 +155,11 @@ private:
 
     // What the rooms and components tell upwards.
     void shut_down() override;
+    void PropagatePolicy() override;
+    void CloseAllConnections() override;
+    void Send_RemoteCommand2All(const std::string& message, const std::string& remote_command) override;
+    void Send_MessageToAllActive(const std::string& text) override;
+    void log_off(const std::string& screen_name) override;
     void run_frequent_jobs() override;
     void CheckConnectionUp() override;
     void refresh_online_info() override;

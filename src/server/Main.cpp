@@ -155,13 +155,12 @@ std::int16_t Main::Retrieve_UserSocket(const std::string& user_name)
 
 void Main::CloseAllConnections()
 {
-    engine_->CloseAllConnections();
+    engine_->policing.CloseAllConnections();
 }
 
-std::string Main::get_UserStatus(const std::string& /*screen_name*/, const std::string& /*remote_ip*/)
+std::string Main::get_UserStatus(const std::string& screen_name, const std::string& /*remote_ip*/)
 {
-    engine_->not_available("get_UserStatus");
-    return {};
+    return engine_->presence.get_UserStatus(screen_name);
 }
 
 void Main::Send_InstantMessage(const std::string& /*message*/, const std::string& /*screen_name*/)
@@ -189,24 +188,24 @@ bool Main::Update_AutoReply(const std::string& user_name, const std::string& mes
     return engine_->auto_replies.Update_AutoReply(user_name, message, enabled);
 }
 
-void Main::SendPolicy(const std::string& /*screen_name*/)
+void Main::SendPolicy(const std::string& screen_name)
 {
-    engine_->not_available("SendPolicy");
+    engine_->policy.SendPolicy(screen_name);
 }
 
 void Main::SendPolicyToClients()
 {
-    engine_->not_available("SendPolicyToClients");
+    engine_->commands.SendPolicyToClients();
 }
 
-void Main::SendMessageExpirationTime(const std::string& /*screen_name*/)
+void Main::SendMessageExpirationTime(const std::string& screen_name)
 {
-    engine_->not_available("SendMessageExpirationTime");
+    engine_->policy.SendMessageExpirationTime(screen_name);
 }
 
 void Main::SendMessageExpirationTimeToClients()
 {
-    engine_->not_available("SendMessageExpirationTimeToClients");
+    engine_->policy.SendMessageExpirationTimeToClients();
 }
 
 void Main::SendLastVersionToClients()

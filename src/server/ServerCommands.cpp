@@ -10,8 +10,16 @@ namespace qz::server {
 
 using helpers::server_command_names;
 
-ServerCommands::ServerCommands(store::Database& database, CommandActions& actions, Journal& journal)
-    : database_(database), actions_(actions), journal_(journal)
+namespace {
+
+constexpr const char* kRemoteCommandKey = "remotecommand";
+constexpr const char* kMessageKey = "msg";
+
+} // namespace
+
+ServerCommands::ServerCommands(store::Database& database, const helpers::MessageParser& parser,
+    CommandActions& actions, Journal& journal)
+    : database_(database), parser_(parser), actions_(actions), journal_(journal)
 {
 }
 
@@ -36,6 +44,11 @@ void ServerCommands::delete_ServerCommand(std::int32_t id)
 void ServerCommands::PushCloseAllConnections()
 {
     set_ServerCommand(server_command_names().CloseAllCommand, {});
+}
+
+void ServerCommands::SendPolicyToClients()
+{
+    set_ServerCommand(server_command_names().PolicyCommand, {});
 }
 
 void ServerCommands::SendInstantMessageToAll(const std::string& message)
@@ -73,22 +86,37 @@ void ServerCommands::CheckServerCommand()
             empty_mark_ = mark;
         }
         for (; !rows.AtEnd(); rows.MoveNext()) {
-            carry_out(rows.Fields("Action").text());
+            carry_out(rows.Fields("Action").text(), rows.Fields("Parameters").text());
             delete_ServerCommand(rows.Fields("IDCommand").integer());
         }
     });
 }
 
-void ServerCommands::carry_out(const std::string& action)
+void ServerCommands::carry_out(const std::string& action, const std::string& parameters)
 {
     const auto& names = server_command_names();
     if (action == names.ShutDownCommand) {
         actions_.shut_down();
-    } else if (action == names.CloseAllCommand) {
-        actions_.CloseAllConnections();
+    } else if (action == names.PolicyCommand) {
+        actions_.PropagatePolicy();
     } else if (action == names.LastVersionCommand) {
         actions_.send_last_version();
+    } else if (action == names.CloseAllCommand) {
+        actions_.CloseAllConnections();
+    } else if (action == names.RemoteCommand) {
+        carry_out_remote_command(parameters);
+    } else if (action == names.InstantMessageCommand) {
+        actions_.Send_MessageToAllActive(parameters);
+    } else if (action == names.LogOffCommand) {
+        actions_.log_off(parameters);
     }
+}
+
+void ServerCommands::carry_out_remote_command(const std::string& parameters)
+{
+    const auto remote_command = parser_.value(parameters, kRemoteCommandKey);
+    actions_.Send_RemoteCommand2All(parser_.value(parameters, kMessageKey),
+        replace_all(remote_command, helpers::protocol_keywords().BlankSubstitute, " "));
 }
 
 } // namespace qz::server

@@ -127,6 +127,20 @@ void Accounts::set_ScreenName_Enabled(const std::string& name, bool enabled)
     });
 }
 
+bool Accounts::save_client_version(
+    const std::string& name, const std::string& version, const std::string& remote_ip)
+{
+    return guarded(journal_, "CheckScreenName_Password", remote_ip, false, [&] {
+        auto row = row_of(statements::kSelectClientInUse, name);
+        if (row.RecordCount() < 1) {
+            return false;
+        }
+        row.SetField("IMClientInUse", version);
+        row.Update();
+        return true;
+    });
+}
+
 void Accounts::EncryptDBPasswords()
 {
     guarded(journal_, "EncryptDBPasswords", no_address, [&] {

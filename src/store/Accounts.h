@@ -57,6 +57,11 @@ public:
     bool ChangeUserNamePassword(const std::string& name, const std::string& old_password,
         const std::string& new_password, const std::string& remote_ip, std::string& service_message);
     void set_ScreenName_Enabled(const std::string& name, bool enabled);
+    /// Stores the client that the account last used. Errors are reported under "CheckScreenName_Password", a
+    /// label that hosts know.
+    /// @return false when there is no such account or the update fails.
+    bool save_client_version(
+        const std::string& name, const std::string& version, const std::string& remote_ip);
     /// Encodes every stored password that is still plain.
     void EncryptDBPasswords();
 

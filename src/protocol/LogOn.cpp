@@ -1,0 +1,95 @@
+#include "protocol/LogOn.h"
+
+#include "base/Guarded.h"
+#include "base/Text.h"
+#include "helpers/ProtocolKeywords.h"
+
+namespace qz::protocol {
+
+using helpers::protocol_keywords;
+
+LogOn::LogOn(Outcomes outcomes, store::Accounts& accounts, helpers::SettingsCipher& cipher,
+    const helpers::MessageParser& parser, net::Sender& sender, Journal& journal)
+    : outcomes_(outcomes), accounts_(accounts), cipher_(cipher), parser_(parser), sender_(sender),
+      journal_(journal)
+{
+}
+
+void LogOn::Request_LogOn(const Request& request)
+{
+    attempt([&] { log_on(credentials_in(request), request); });
+    outcomes_.menu.RefreshActiveUsersMenu();
+}
+
+LogOn::Credentials LogOn::credentials_in(const Request& request)
+{
+    return {decoded(parser_.value(request.parameters, "screenname"), request.remote_ip),
+        decoded(parser_.value(request.parameters, "password"), request.remote_ip),
+        parser_.value(request.parameters, "sessionidvalue")};
+}
+
+/// The marker's characters are dropped, whichever they are. A field that cannot be decoded is used as it
+/// stands.
+std::string LogOn::decoded(const std::string& field, const std::string& remote_ip)
+{
+    constexpr auto marker_length = helpers::SettingsCipher::Marker.size(); // of one byte each
+    const auto marker = first_characters(field, marker_length);
+    if (character_count(marker) < marker_length) {
+        return field;
+    }
+    auto text = field;
+    attempt([&] { text = cipher_.DecodeCredential(field.substr(marker.size()), remote_ip); });
+    return text;
+}
+
+void LogOn::log_on(const Credentials& credentials, const Request& request)
+{
+    const auto& user = credentials.screen_name;
+    if (!accounts_.ScreenNameExist(user, request.remote_ip)) {
+        log_failure(user, request);
+    } else if (!accounts_.ScreenName_Enabled(user)) {
+        refuse_disabled(user, request);
+    } else if (!accounts_.CheckScreenName_Password(user, credentials.password, request.remote_ip)) {
+        refuse_password(user, request);
+    } else {
+        let_in(credentials, request);
+    }
+}
+
+void LogOn::refuse_disabled(const std::string& user, const Request& request)
+{
+    sender_.SendData(request.socket, protocol_keywords().Notice, "Your account is disabled!");
+    log_failure(user, request, " because the account is disabled!");
+    answer(request.socket, protocol_keywords().AnswerNo);
+}
+
+void LogOn::refuse_password(const std::string& user, const Request& request)
+{
+    answer(request.socket, protocol_keywords().AnswerNo);
+    log_failure(user, request);
+}
+
+void LogOn::let_in(const Credentials& credentials, const Request& request)
+{
+    const auto& user = credentials.screen_name;
+    if (!outcomes_.registration.bind(user, credentials.session_id, request.socket, request.remote_ip)) {
+        return;
+    }
+    answer(request.socket, protocol_keywords().AnswerAccepted);
+    // Sending may yield: a client that went away meanwhile has been announced off line, and stays so.
+    if (outcomes_.registration.is_bound(user, request.socket)) {
+        outcomes_.welcome.greet({user, request.socket, request.remote_ip});
+    }
+}
+
+void LogOn::answer(std::int16_t socket, const std::string& word)
+{
+    sender_.SendData(socket, protocol_keywords().LogOn, "answer=" + word);
+}
+
+void LogOn::log_failure(const std::string& user, const Request& request, const char* reason)
+{
+    journal_.Log("LogOn failed for " + user + " from " + request.remote_ip + reason, user, request.remote_ip);
+}
+
+} // namespace qz::protocol

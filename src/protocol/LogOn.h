@@ -1,0 +1,58 @@
+// The logon: who a client is, and whether it may come in.
+#pragma once
+
+#include "base/Journal.h"
+#include "helpers/MessageParser.h"
+#include "helpers/SettingsCipher.h"
+#include "net/NetEvents.h"
+#include "net/Registration.h"
+#include "net/Sender.h"
+#include "protocol/Request.h"
+#include "protocol/Welcome.h"
+#include "store/Accounts.h"
+
+#include <cstdint>
+#include <string>
+
+namespace qz::protocol {
+
+class LogOn {
+public:
+    /// Where a logon leads.
+    struct Outcomes {
+        net::Registration& registration;
+        Welcome& welcome;
+        net::ActiveUsersMenu& menu;
+    };
+    LogOn(Outcomes outcomes, store::Accounts& accounts, helpers::SettingsCipher& cipher,
+        const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);
+
+    /// An unknown name gets no answer, a disabled account a notice and a refusal, a wrong password a refusal.
+    /// A step that fails is skipped.
+    void Request_LogOn(const Request& request);
+
+private:
+    struct Credentials {
+        std::string screen_name;
+        std::string password;
+        std::string session_id;
+    };
+    Credentials credentials_in(const Request& request);
+    std::string decoded(const std::string& field, const std::string& remote_ip);
+
+    void log_on(const Credentials& credentials, const Request& request);
+    void refuse_disabled(const std::string& user, const Request& request);
+    void refuse_password(const std::string& user, const Request& request);
+    void let_in(const Credentials& credentials, const Request& request);
+    void answer(std::int16_t socket, const std::string& word);
+    void log_failure(const std::string& user, const Request& request, const char* reason = "");
+
+    Outcomes outcomes_;
+    store::Accounts& accounts_;
+    helpers::SettingsCipher& cipher_;
+    const helpers::MessageParser& parser_;
+    net::Sender& sender_;
+    Journal& journal_;
+};
+
+} // namespace qz::protocol

@@ -1,0 +1,85 @@
+#include "protocol/PresenceLists.h"
+
+#include "base/Guarded.h"
+#include "base/Text.h"
+#include "helpers/ProtocolKeywords.h"
+
+namespace qz::protocol {
+
+using helpers::protocol_keywords;
+
+PresenceLists::PresenceLists(const net::ConnectionTable& connections, const store::Directory& directory,
+    const Presence& presence, net::Sender& sender, Journal& journal)
+    : connections_(connections), directory_(directory), presence_(presence), sender_(sender),
+      journal_(journal)
+{
+}
+
+void PresenceLists::get_OnLine_Buddies(const Asker& asker)
+{
+    guarded(journal_, "Get_OnLine_Buddies", asker.remote_ip, [&] {
+        ListText list;
+        for (const auto entry : directory_.list_of(asker.user)) {
+            const auto& buddy = directory_.buddies()[entry].Buddy;
+            if (connections_.UserIsOnline(buddy)) {
+                list.add({buddy, presence_.get_UserStatus(buddy)});
+            }
+        }
+        send(asker, protocol_keywords().OnLineBuddies, list, "OnLine Buddies sent to " + asker.user);
+    });
+}
+
+void PresenceLists::GetAllBuddies(const Asker& asker)
+{
+    guarded(journal_, "GetAllBuddies", asker.remote_ip, [&] {
+        ListText list;
+        for (const auto entry : directory_.list_of(asker.user)) {
+            const auto& buddy = directory_.buddies()[entry];
+            list.add({buddy.Buddy, buddy.Group, presence_.get_UserStatus(buddy.Buddy)});
+        }
+        send(asker, protocol_keywords().AllBuddies, list, "Get all buddies from " + asker.user);
+    });
+}
+
+void PresenceLists::GetActiveRightNow(const Asker& asker)
+{
+    guarded(journal_, "GetActiveRightNow", asker.remote_ip, [&] {
+        ListText list;
+        for (const auto& record : connections_.records()) {
+            if (record.OnLine && connections_.first_named(record.UserName) == &record) {
+                list.add({record.UserName, record.StatusText});
+            }
+        }
+        send(asker, protocol_keywords().ActiveUsers, list, "Get active right now from " + asker.user);
+    });
+}
+
+void PresenceLists::SearchBuddy(const Asker& asker, const std::string& text)
+{
+    guarded(journal_, "SearchBuddy", asker.remote_ip, [&] {
+        const auto wanted = lower(text);
+        const auto holds = [&](const std::string& name) {
+            return lower(name).find(wanted) != std::string::npos;
+        };
+        ListText list;
+        for (const auto& user : directory_.users()) {
+            if (!wanted.empty() && user.AccountActive
+                && (holds(user.UserName) || holds(user.FirstName) || holds(user.LastName))) {
+                list.add({user.UserName, user.FirstName, user.LastName});
+            }
+        }
+        send(asker, protocol_keywords().FindBuddy, list,
+            "SearchBuddy from " + asker.user + " for buddy string: " + text);
+    });
+}
+
+void PresenceLists::send(
+    const Asker& asker, std::string_view keyword, const ListText& list, const std::string& log_line)
+{
+    if (!list.empty()) {
+        sender_.SendData(asker.socket, keyword, list.text());
+        journal_.Log(log_line, asker.user, asker.remote_ip);
+    }
+}
+
+} // namespace qz::protocol

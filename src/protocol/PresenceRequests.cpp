@@ -1,0 +1,73 @@
+#include "protocol/PresenceRequests.h"
+
+#include "base/Guarded.h"
+#include "helpers/ProtocolKeywords.h"
+#include "protocol/Values.h"
+
+namespace qz::protocol {
+
+PresenceRequests::PresenceRequests(Sources sources, const net::ConnectionTable& connections,
+    const helpers::MessageParser& parser, net::Sender& sender, Journal& journal)
+    : sources_(sources), connections_(connections), parser_(parser), sender_(sender), journal_(journal)
+{
+}
+
+void PresenceRequests::Request_OnLineBuddies(const Request& request)
+{
+    const auto asker = named_in(request);
+    sources_.lists.get_OnLine_Buddies(asker);
+    journal_.Log("Get on line buddies for " + asker.user, asker.user, asker.remote_ip);
+}
+
+void PresenceRequests::Request_FindBuddy(const Request& request)
+{
+    sources_.lists.SearchBuddy(behind(request), screen_name(parser_, request.parameters, "screennametofind"));
+}
+
+void PresenceRequests::Request_Status(const Request& request)
+{
+    const auto user = screen_name(parser_, request.parameters, "screenname");
+    sources_.presence.Update_Status(
+        blank_value(parser_, request.parameters, "status"), user, request.socket, request.remote_ip);
+}
+
+void PresenceRequests::Request_AdminScreenName(const Request& request)
+{
+    guarded(journal_, "Request_AdminScreenName", request.remote_ip, [&] {
+        const auto user = screen_name(parser_, request.parameters, "screenname");
+        sender_.SendData(request.socket, helpers::protocol_keywords().AdminScreenName,
+            "screenname=" + sources_.settings.get_AdminScreenName());
+        journal_.Log("Request AdminScreenName requested from " + user, user, request.remote_ip);
+    });
+}
+
+void PresenceRequests::Request_ClientVersion(const Request& request)
+{
+    const auto user = screen_name(parser_, request.parameters, "screenname");
+    const auto version = parser_.value(request.parameters, "clientversion");
+    if (sources_.accounts.save_client_version(user, version, request.remote_ip)) {
+        journal_.Log("Saved client version " + version + " for " + user, user, request.remote_ip);
+    }
+}
+
+void PresenceRequests::GetAllBuddies(const Request& request)
+{
+    sources_.lists.GetAllBuddies(behind(request));
+}
+
+void PresenceRequests::GetActiveRightNow(const Request& request)
+{
+    sources_.lists.GetActiveRightNow(behind(request));
+}
+
+PresenceLists::Asker PresenceRequests::named_in(const Request& request) const
+{
+    return {screen_name(parser_, request.parameters, "screenname"), request.socket, request.remote_ip};
+}
+
+PresenceLists::Asker PresenceRequests::behind(const Request& request) const
+{
+    return {connections_.Retrieve_ScreenNameBySocket(request.socket), request.socket, request.remote_ip};
+}
+
+} // namespace qz::protocol

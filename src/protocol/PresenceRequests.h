@@ -1,0 +1,48 @@
+// The requests about presence: lists, a new status, the administrator's name, the client's version.
+#pragma once
+
+#include "base/Journal.h"
+#include "config/Settings.h"
+#include "helpers/MessageParser.h"
+#include "net/ConnectionTable.h"
+#include "net/Sender.h"
+#include "protocol/Presence.h"
+#include "protocol/PresenceLists.h"
+#include "protocol/Request.h"
+#include "store/Accounts.h"
+
+namespace qz::protocol {
+
+class PresenceRequests {
+public:
+    /// What the requests are answered from.
+    struct Sources {
+        Presence& presence;
+        PresenceLists& lists;
+        store::Accounts& accounts;
+        const config::Settings& settings;
+    };
+    PresenceRequests(Sources sources, const net::ConnectionTable& connections,
+        const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);
+
+    void Request_OnLineBuddies(const Request& request);
+    void Request_FindBuddy(const Request& request);
+    void Request_Status(const Request& request);
+    void Request_AdminScreenName(const Request& request);
+    void Request_ClientVersion(const Request& request);
+    void GetAllBuddies(const Request& request);
+    void GetActiveRightNow(const Request& request);
+
+private:
+    /// Whoever the request names, and whoever is on line on its socket.
+    PresenceLists::Asker named_in(const Request& request) const;
+    PresenceLists::Asker behind(const Request& request) const;
+
+    Sources sources_;
+    const net::ConnectionTable& connections_;
+    const helpers::MessageParser& parser_;
+    net::Sender& sender_;
+    Journal& journal_;
+};
+
+} // namespace qz::protocol
