@@ -3,6 +3,7 @@
 #pragma once
 
 #include "net/Sender.h"
+#include "protocol/BuddyRequests.h"
 #include "protocol/LogOn.h"
 #include "protocol/PresenceRequests.h"
 #include "protocol/Request.h"
@@ -15,17 +16,25 @@ public:
     struct Families {
         LogOn& log_on;
         PresenceRequests& presence;
+        BuddyRequests& buddies;
         TransferRequests& transfers;
     };
     Handlers(Families families, net::Sender& sender) : families_(families), sender_(sender) { }
 
     void log_on(const Request& request) { families_.log_on.Request_LogOn(request); }
+    void last_version(const Request& request) { families_.presence.Request_LastVersion(request); }
+    void where_is_buddy(const Request& request) { families_.presence.Request_WhereIsBuddy(request); }
     void active_users(const Request& request) { families_.presence.GetActiveRightNow(request); }
     void on_line_buddies(const Request& request) { families_.presence.Request_OnLineBuddies(request); }
+    void room_list(const Request& request) { families_.presence.Request_RoomList(request); }
     void all_buddies(const Request& request) { families_.presence.GetAllBuddies(request); }
     void find_buddy(const Request& request) { families_.presence.Request_FindBuddy(request); }
     void status_change(const Request& request) { families_.presence.Request_Status(request); }
+    void add_buddy(const Request& request) { families_.buddies.Request_NewBuddy(request); }
+    void delete_buddy(const Request& request) { families_.buddies.Request_DeleteBuddy(request); }
     void client_version(const Request& request) { families_.presence.Request_ClientVersion(request); }
+    void buddy_details(const Request& request) { families_.buddies.Request_BuddyDetails(request); }
+    void buddy_key(const Request& request) { families_.buddies.Request_BuddyKey(request); }
     void file_transfer(const Request& request) { families_.transfers.Request_FileTransfer(request); }
     void screen_transfer(const Request& request) { families_.transfers.Request_ScreenTransfer(request); }
     void admin_screen_name(const Request& request) { families_.presence.Request_AdminScreenName(request); }

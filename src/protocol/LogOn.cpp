@@ -46,7 +46,7 @@ void LogOn::log_on(const Credentials& credentials, const Request& request)
 {
     const auto& user = credentials.screen_name;
     if (!accounts_.ScreenNameExist(user, request.remote_ip)) {
-        log_failure(user, request);
+        pass_over_unknown(credentials, request);
     } else if (!accounts_.ScreenName_Enabled(user)) {
         refuse_disabled(user, request);
     } else if (!accounts_.CheckScreenName_Password(user, credentials.password, request.remote_ip)) {
@@ -54,6 +54,13 @@ void LogOn::log_on(const Credentials& credentials, const Request& request)
     } else {
         let_in(credentials, request);
     }
+}
+
+void LogOn::pass_over_unknown(const Credentials& credentials, const Request& request)
+{
+    attempt(
+        [&] { outcomes_.alarm.report(credentials.screen_name, credentials.password, request.remote_ip); });
+    log_failure(credentials.screen_name, request);
 }
 
 void LogOn::refuse_disabled(const std::string& user, const Request& request)

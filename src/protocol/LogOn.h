@@ -7,6 +7,7 @@
 #include "net/NetEvents.h"
 #include "net/Registration.h"
 #include "net/Sender.h"
+#include "notify/LogOnAlarm.h"
 #include "protocol/Request.h"
 #include "protocol/Welcome.h"
 #include "store/Accounts.h"
@@ -22,13 +23,14 @@ public:
     struct Outcomes {
         net::Registration& registration;
         Welcome& welcome;
+        notify::LogOnAlarm& alarm;
         net::ActiveUsersMenu& menu;
     };
     LogOn(Outcomes outcomes, store::Accounts& accounts, helpers::SettingsCipher& cipher,
         const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);
 
-    /// An unknown name gets no answer, a disabled account a notice and a refusal, a wrong password a refusal.
-    /// A step that fails is skipped.
+    /// An unknown name gets no answer, but the administrator a mail; a disabled account a notice and a
+    /// refusal, a wrong password a refusal. A step that fails is skipped.
     void Request_LogOn(const Request& request);
 
 private:
@@ -41,6 +43,7 @@ private:
     std::string decoded(const std::string& field, const std::string& remote_ip);
 
     void log_on(const Credentials& credentials, const Request& request);
+    void pass_over_unknown(const Credentials& credentials, const Request& request);
     void refuse_disabled(const std::string& user, const Request& request);
     void refuse_password(const std::string& user, const Request& request);
     void let_in(const Credentials& credentials, const Request& request);

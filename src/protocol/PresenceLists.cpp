@@ -9,9 +9,9 @@ namespace qz::protocol {
 using helpers::protocol_keywords;
 
 PresenceLists::PresenceLists(const net::ConnectionTable& connections, const store::Directory& directory,
-    const Presence& presence, net::Sender& sender, Journal& journal)
-    : connections_(connections), directory_(directory), presence_(presence), sender_(sender),
-      journal_(journal)
+    const store::RoomMembers& members, const Presence& presence, net::Sender& sender, Journal& journal)
+    : connections_(connections), directory_(directory), members_(members), presence_(presence),
+      sender_(sender), journal_(journal)
 {
 }
 
@@ -26,6 +26,20 @@ void PresenceLists::get_OnLine_Buddies(const Asker& asker)
             }
         }
         send(asker, protocol_keywords().OnLineBuddies, list, "OnLine Buddies sent to " + asker.user);
+    });
+}
+
+void PresenceLists::get_Rooms(const Asker& asker)
+{
+    guarded(journal_, "get_Rooms", asker.remote_ip, [&] {
+        ListText list;
+        for (const auto& room : directory_.rooms()) {
+            if (!room.RoomName.empty()) { // the one record of an empty table
+                list.add({room.RoomName, room.UserName_Owner,
+                    std::to_string(members_.in_room(room.RoomName).size())});
+            }
+        }
+        send(asker, protocol_keywords().RoomList, list, "Rooms sent to " + asker.user);
     });
 }
 
@@ -51,6 +65,18 @@ void PresenceLists::GetActiveRightNow(const Asker& asker)
             }
         }
         send(asker, protocol_keywords().ActiveUsers, list, "Get active right now from " + asker.user);
+    });
+}
+
+void PresenceLists::GetWhereIAm(const Asker& asker, const std::string& buddy)
+{
+    guarded(journal_, "GetWhereIAm", asker.remote_ip, [&] {
+        ListText list;
+        for (const auto slot : members_.of_user(buddy)) {
+            list.add({members_.slots()[static_cast<std::size_t>(slot)].RoomName});
+        }
+        send(asker, protocol_keywords().WhereIsBuddy, list,
+            "Get where I am list from " + asker.user + " for buddy: " + buddy);
     });
 }
 

@@ -1,4 +1,4 @@
-// The lists that a client asks for: buddies, who is on line, users found by a text.
+// The lists that a client asks for: buddies, rooms, who is on line or where, users found by a text.
 #pragma once
 
 #include "base/Journal.h"
@@ -7,6 +7,7 @@
 #include "protocol/Presence.h"
 #include "protocol/Values.h"
 #include "store/Directory.h"
+#include "store/RoomMembers.h"
 
 #include <cstdint>
 #include <string>
@@ -26,14 +27,18 @@ public:
     };
 
     PresenceLists(const net::ConnectionTable& connections, const store::Directory& directory,
-        const Presence& presence, net::Sender& sender, Journal& journal);
+        const store::RoomMembers& members, const Presence& presence, net::Sender& sender, Journal& journal);
 
     /// The user's buddies that are on line: name, status.
     void get_OnLine_Buddies(const Asker& asker);
+    /// All rooms: room, owner, number of guests.
+    void get_Rooms(const Asker& asker);
     /// All of the user's buddies: name, group, status.
     void GetAllBuddies(const Asker& asker);
     /// Every name on line once, in table order: name, status.
     void GetActiveRightNow(const Asker& asker);
+    /// The rooms that a buddy is in.
+    void GetWhereIAm(const Asker& asker, const std::string& buddy);
     /// Enabled accounts whose screen, first or last name holds the text, in any letter case: the three names.
     /// An empty text finds nothing.
     void SearchBuddy(const Asker& asker, const std::string& text);
@@ -44,6 +49,7 @@ private:
 
     const net::ConnectionTable& connections_;
     const store::Directory& directory_;
+    const store::RoomMembers& members_;
     const Presence& presence_;
     net::Sender& sender_;
     Journal& journal_;

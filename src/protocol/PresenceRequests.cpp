@@ -19,6 +19,16 @@ void PresenceRequests::Request_OnLineBuddies(const Request& request)
     journal_.Log("Get on line buddies for " + asker.user, asker.user, asker.remote_ip);
 }
 
+void PresenceRequests::Request_RoomList(const Request& request)
+{
+    sources_.lists.get_Rooms(named_in(request));
+}
+
+void PresenceRequests::Request_WhereIsBuddy(const Request& request)
+{
+    sources_.lists.GetWhereIAm(behind(request), screen_name(parser_, request.parameters, "screennametofind"));
+}
+
 void PresenceRequests::Request_FindBuddy(const Request& request)
 {
     sources_.lists.SearchBuddy(behind(request), screen_name(parser_, request.parameters, "screennametofind"));
@@ -48,6 +58,11 @@ void PresenceRequests::Request_ClientVersion(const Request& request)
     if (sources_.accounts.save_client_version(user, version, request.remote_ip)) {
         journal_.Log("Saved client version " + version + " for " + user, user, request.remote_ip);
     }
+}
+
+void PresenceRequests::Request_LastVersion(const Request& request)
+{
+    sources_.version_notices.send_to(connections_.Retrieve_ScreenNameBySocket(request.socket));
 }
 
 void PresenceRequests::GetAllBuddies(const Request& request)

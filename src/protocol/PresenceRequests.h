@@ -6,6 +6,7 @@
 #include "helpers/MessageParser.h"
 #include "net/ConnectionTable.h"
 #include "net/Sender.h"
+#include "notify/VersionNotices.h"
 #include "protocol/Presence.h"
 #include "protocol/PresenceLists.h"
 #include "protocol/Request.h"
@@ -20,16 +21,20 @@ public:
         Presence& presence;
         PresenceLists& lists;
         store::Accounts& accounts;
+        notify::VersionNotices& version_notices;
         const config::Settings& settings;
     };
     PresenceRequests(Sources sources, const net::ConnectionTable& connections,
         const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);
 
     void Request_OnLineBuddies(const Request& request);
+    void Request_RoomList(const Request& request);
+    void Request_WhereIsBuddy(const Request& request);
     void Request_FindBuddy(const Request& request);
     void Request_Status(const Request& request);
     void Request_AdminScreenName(const Request& request);
     void Request_ClientVersion(const Request& request);
+    void Request_LastVersion(const Request& request);
     void GetAllBuddies(const Request& request);
     void GetActiveRightNow(const Request& request);
 

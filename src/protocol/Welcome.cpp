@@ -4,9 +4,10 @@
 
 namespace qz::protocol {
 
-Welcome::Welcome(Presence& presence, PresenceLists& lists, Policy& policy, const store::Directory& directory,
-    Journal& journal)
-    : presence_(presence), lists_(lists), policy_(policy), directory_(directory), journal_(journal)
+Welcome::Welcome(Presence& presence, PresenceLists& lists, Policy& policy,
+    notify::VersionNotices& version_notices, const store::Directory& directory, Journal& journal)
+    : presence_(presence), lists_(lists), policy_(policy), version_notices_(version_notices),
+      directory_(directory), journal_(journal)
 {
 }
 
@@ -18,7 +19,9 @@ void Welcome::greet(const PresenceLists::Asker& client)
     journal_.Log(
         "LogOn successfully for " + client.user + " from " + client.remote_ip, client.user, client.remote_ip);
     lists_.get_OnLine_Buddies(client);
+    lists_.get_Rooms(client);
     policy_.SendPolicy(client.user);
+    version_notices_.send_to(client.user);
     policy_.SendMessageExpirationTime(client.user);
     directory_.ListAllUsers();
 }

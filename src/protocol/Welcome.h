@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Journal.h"
+#include "notify/VersionNotices.h"
 #include "protocol/Policy.h"
 #include "protocol/Presence.h"
 #include "protocol/PresenceLists.h"
@@ -11,8 +12,8 @@ namespace qz::protocol {
 
 class Welcome {
 public:
-    Welcome(Presence& presence, PresenceLists& lists, Policy& policy, const store::Directory& directory,
-        Journal& journal);
+    Welcome(Presence& presence, PresenceLists& lists, Policy& policy, notify::VersionNotices& version_notices,
+        const store::Directory& directory, Journal& journal);
 
     /// Tells the user's buddies, then sends the client everything that it needs to start. A step that fails
     /// is skipped.
@@ -22,6 +23,7 @@ private:
     Presence& presence_;
     PresenceLists& lists_;
     Policy& policy_;
+    notify::VersionNotices& version_notices_;
     const store::Directory& directory_;
     Journal& journal_;
 };

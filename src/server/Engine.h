@@ -18,6 +18,7 @@
 #include "net/SocketCloser.h"
 #include "net/SocketPool.h"
 #include "notify/InactivityJob.h"
+#include "notify/LogOnAlarm.h"
 #include "notify/Mail.h"
 #include "notify/NoticeMails.h"
 #include "notify/OncePerDay.h"
@@ -25,6 +26,7 @@
 #include "notify/VersionNotices.h"
 #include "platform/Machine.h"
 #include "protocol/Announcements.h"
+#include "protocol/BuddyRequests.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/Handlers.h"
 #include "protocol/LogOn.h"
@@ -116,6 +118,7 @@ public: // the rooms, for the members of Main that forward to them
     notify::VersionMails version_mails;
     notify::VersionNotices version_notices;
     notify::OncePerDay once_per_day;
+    notify::LogOnAlarm log_on_alarm;
 
     queue::MessageQueue message_queue;
 
@@ -127,6 +130,7 @@ public: // the rooms, for the members of Main that forward to them
     protocol::Welcome welcome;
     protocol::LogOn log_on;
     protocol::PresenceRequests presence_requests;
+    protocol::BuddyRequests buddy_requests;
     protocol::TransferRequests transfer_requests;
     protocol::Handlers handlers;
     protocol::Dispatcher dispatcher;

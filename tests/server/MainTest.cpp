@@ -183,7 +183,8 @@ TEST(MainShutdown, TellsTheActiveUsersFirst)
     server.machine.tick(2);
     EXPECT_THAT(server.events.take(),
         ElementsAre("Outgoing", "Log 1 messages have been sent correctly",
-            "Log VELTOServer is shutting down because of shutdown command...", "OnLine 0",
+            "Log VELTOServer is shutting down because of shutdown command...",
+            "Log New status for ann: offline [ann, 192.0.2.10]", "OnLine 0",
             "Log All active connections closed", "OnLine 0", "Log VELTOServer now is closing", "ShutDown",
             "Tick"));
     EXPECT_THAT(ann.take_units(), testing::SizeIs(2));
@@ -301,10 +302,8 @@ TEST_F(MainTest, SaysWhatItDoesNotServe)
 {
     create();
     events.list.clear();
-    EXPECT_EQ(main->get_UserStatus("ann", ""), "");
-    main->SendPolicyToClients();
-    EXPECT_THAT(
-        events.take(), ElementsAre("Error get_UserStatus 445 @", "Error SendPolicyToClients 445 @"));
+    main->Send_InstantMessage("text", "ann");
+    EXPECT_THAT(events.take(), ElementsAre("Error Send_InstantMessage 445 @"));
 }
 
 TEST(Engines, TwoInOneProcessKeepApart)
