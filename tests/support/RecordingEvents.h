@@ -20,6 +20,8 @@ class RecordingEvents final : public server::MainEvents {
 public:
     std::vector<std::string> list;
     std::string last_error; // source and description of the last Error
+    /// Messages of clients that were carried out so far.
+    std::size_t handled() const { return handled_; }
     /// Called with each event after it was written down.
     std::function<void(const std::string&)> on_event;
 
@@ -48,7 +50,9 @@ public:
     void OnLineUsers(std::int32_t users) override { keep("OnLine " + std::to_string(users)); }
     void SocketActivity(server::SocketActivity activity) override
     {
-        keep(activity == server::SocketActivity::Ingoing ? "Ingoing" : "Outgoing");
+        const bool ingoing = activity == server::SocketActivity::Ingoing;
+        handled_ += ingoing ? 1 : 0;
+        keep(ingoing ? "Ingoing" : "Outgoing");
     }
     void TimerActivity() override { keep("Tick"); }
     void ShutDown() override { keep("ShutDown"); }
@@ -57,6 +61,8 @@ public:
     void NewConnectionRequested(const std::string& address) override { keep("Connection " + address); }
 
 private:
+    std::size_t handled_ = 0;
+
     void keep(std::string event)
     {
         list.push_back(std::move(event));
