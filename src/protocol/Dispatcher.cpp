@@ -22,9 +22,11 @@ struct Command {
 
 // The order is the order of comparison.
 const std::array<Command, 23> kCommands{{
-    {&ProtocolKeywords::TypingNotice, &ProtocolKeywords::TypingNotice},
-    {&ProtocolKeywords::InstantMessage, &ProtocolKeywords::InstantMessage},
-    {&ProtocolKeywords::MessageReceipt, &ProtocolKeywords::MessageReceipt},
+    {&ProtocolKeywords::TypingNotice, &ProtocolKeywords::TypingNotice, Gate::None, &Handlers::typing},
+    {&ProtocolKeywords::InstantMessage, &ProtocolKeywords::InstantMessage, Gate::None,
+        &Handlers::instant_message},
+    {&ProtocolKeywords::MessageReceipt, &ProtocolKeywords::MessageReceipt, Gate::None,
+        &Handlers::message_receipt},
     {&ProtocolKeywords::LogOn, &ProtocolKeywords::LogOn, Gate::None, &Handlers::log_on},
     {&ProtocolKeywords::LastVersionRequest, &ProtocolKeywords::LastVersionRequest, Gate::None,
         &Handlers::last_version},
@@ -41,10 +43,10 @@ const std::array<Command, 23> kCommands{{
     {&ProtocolKeywords::DeleteBuddy, &ProtocolKeywords::DeleteBuddy, Gate::None, &Handlers::delete_buddy},
     {&ProtocolKeywords::ClientVersionReport, &ProtocolKeywords::ClientVersionReport, Gate::None,
         &Handlers::client_version},
-    {&ProtocolKeywords::AutoReply, &ProtocolKeywords::AutoReply},
+    {&ProtocolKeywords::AutoReply, &ProtocolKeywords::AutoReply, Gate::None, &Handlers::auto_reply},
     {&ProtocolKeywords::BuddyDetails, &ProtocolKeywords::BuddyDetails, Gate::None, &Handlers::buddy_details},
     {&ProtocolKeywords::BuddyKey, &ProtocolKeywords::BuddyKey, Gate::None, &Handlers::buddy_key},
-    {&ProtocolKeywords::Room, &ProtocolKeywords::Room},
+    {&ProtocolKeywords::Room, &ProtocolKeywords::Room, Gate::None, &Handlers::room},
     {&ProtocolKeywords::FileTransfer, &ProtocolKeywords::FileTransfer, Gate::FileTransfer,
         &Handlers::file_transfer},
     {&ProtocolKeywords::ScreenTransfer, &ProtocolKeywords::ScreenTransfer, Gate::ScreenTransfer,

@@ -3,10 +3,13 @@
 #pragma once
 
 #include "net/Sender.h"
+#include "protocol/AutoReplyRequests.h"
 #include "protocol/BuddyRequests.h"
 #include "protocol/LogOn.h"
+#include "protocol/MessageRequests.h"
 #include "protocol/PresenceRequests.h"
 #include "protocol/Request.h"
+#include "protocol/RoomRequests.h"
 #include "protocol/TransferRequests.h"
 
 namespace qz::protocol {
@@ -18,9 +21,15 @@ public:
         PresenceRequests& presence;
         BuddyRequests& buddies;
         TransferRequests& transfers;
+        MessageRequests& messages;
+        AutoReplyRequests& auto_replies;
+        RoomRequests& rooms;
     };
     Handlers(Families families, net::Sender& sender) : families_(families), sender_(sender) { }
 
+    void typing(const Request& request) { families_.messages.Request_Typing(request); }
+    void instant_message(const Request& request) { families_.messages.Request_Msg(request); }
+    void message_receipt(const Request& request) { families_.messages.Request_MsgReceipt(request); }
     void log_on(const Request& request) { families_.log_on.Request_LogOn(request); }
     void last_version(const Request& request) { families_.presence.Request_LastVersion(request); }
     void where_is_buddy(const Request& request) { families_.presence.Request_WhereIsBuddy(request); }
@@ -33,6 +42,8 @@ public:
     void add_buddy(const Request& request) { families_.buddies.Request_NewBuddy(request); }
     void delete_buddy(const Request& request) { families_.buddies.Request_DeleteBuddy(request); }
     void client_version(const Request& request) { families_.presence.Request_ClientVersion(request); }
+    void auto_reply(const Request& request) { families_.auto_replies.Request_AutoReply(request); }
+    void room(const Request& request) { families_.rooms.Request_Room(request); }
     void buddy_details(const Request& request) { families_.buddies.Request_BuddyDetails(request); }
     void buddy_key(const Request& request) { families_.buddies.Request_BuddyKey(request); }
     void file_transfer(const Request& request) { families_.transfers.Request_FileTransfer(request); }

@@ -11,8 +11,9 @@ namespace qz::protocol {
 using helpers::protocol_keywords;
 
 Presence::Presence(net::ConnectionTable& connections, const store::Directory& directory, net::Sender& sender,
-    net::OnLineCount& count, Journal& journal)
-    : connections_(connections), directory_(directory), sender_(sender), count_(count), journal_(journal)
+    net::OnLineCount& count, PresenceListener& listener, Journal& journal)
+    : connections_(connections), directory_(directory), sender_(sender), count_(count), listener_(listener),
+      journal_(journal)
 {
 }
 
@@ -35,6 +36,7 @@ void Presence::Update_Status(
         }
         announcements_.pop_back();
         journal_.Log("New status for " + user + ": " + status, user, remote_ip);
+        listener_.presence_changed();
     });
 }
 

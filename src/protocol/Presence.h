@@ -14,10 +14,20 @@
 
 namespace qz::protocol {
 
+/// Hears that somebody's status is another one now.
+class PresenceListener {
+public:
+    /// Called at the end of each change of status. Does not throw.
+    virtual void presence_changed() = 0;
+
+protected:
+    ~PresenceListener() = default; // never deleted through this type
+};
+
 class Presence final : public net::ActiveUsersMenu {
 public:
     Presence(net::ConnectionTable& connections, const store::Directory& directory, net::Sender& sender,
-        net::OnLineCount& count, Journal& journal);
+        net::OnLineCount& count, PresenceListener& listener, Journal& journal);
 
     /// Records a new status with the user's connections and tells it to every user whose list holds this one
     /// and who is on line on another socket.
@@ -41,6 +51,7 @@ private:
     const store::Directory& directory_;
     net::Sender& sender_;
     net::OnLineCount& count_;
+    PresenceListener& listener_;
     Journal& journal_;
     std::vector<Announcement*> announcements_; // innermost last; sending may yield, so there can be several
 };

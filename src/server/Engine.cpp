@@ -40,7 +40,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       log_on_alarm(notice_mails, accounts, settings, deployment, machine.clock()),
       message_queue(queue::MessageRows(database), queue::Delivery(connections, pool, sender, journal),
           auto_replies, settings, parser, machine.clock(), journal),
-      presence(connections, directory, sender, journal, journal),
+      presence(connections, directory, sender, journal, *this, journal),
       presence_lists(connections, directory, room_members, presence, sender, journal),
       policy(connections, sender, settings, journal),
       policing(connections, sender, closer, accounts, presence, journal),
@@ -51,14 +51,22 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
           sender, journal),
       buddy_requests({buddies, directory, accounts}, connections, parser, sender, journal),
       transfer_requests(connections, parser, sender, journal),
-      handlers({log_on, presence_requests, buddy_requests, transfer_requests}, sender),
+      message_requests({accounts, rooms, auto_replies, presence, connections}, {message_queue, sender, pool},
+          settings, parser, machine.clock(), journal),
+      auto_reply_requests(auto_replies, parser, sender, journal),
+      room_requests(rooms, directory, connections, parser, sender, journal),
+      handlers({log_on, presence_requests, buddy_requests, transfer_requests, message_requests,
+                   auto_reply_requests, room_requests},
+          sender),
       dispatcher(handlers, parser, pool, sender, settings, journal),
       receiver(connections, chunks, sender, closer, parser, machine.clock(), {dispatcher, *this}, journal),
-      announcements(connections, sender, journal), commands(database, parser, *this, journal),
-      housekeeping(settings, *this, journal)
+      announcements(connections, sender, journal),
+      on_line_info(ini, connections, directory, presence, machine.clock(), journal),
+      commands(database, parser, *this, journal), housekeeping(settings, *this, journal)
 {
     journal.attach(activity_log);
     machine_.loop().add_listener(database, platform::TurnPhase::Commit);
+    machine_.loop().add_listener(on_line_info, platform::TurnPhase::Commit);
     database.BuildConnectionString();
     connections.reset(counters.get_BuddiesCount());
     reset_room_members();
@@ -73,6 +81,7 @@ Engine::~Engine()
             protocol_keywords().HostName, ready_address());
     });
     database.ClosedbConnection();
+    machine_.loop().remove_listener(on_line_info);
     machine_.loop().remove_listener(database);
 }
 
@@ -255,13 +264,6 @@ std::string Engine::get_ServerIP()
         journal, "get_ServerIP", no_address, std::string{}, [&] { return server_socket().local_address(); });
 }
 
-void Engine::not_available(std::string_view member)
-{
-    journal.ReportError(member,
-        runtime_error(RuntimeError::NotAvailable, std::string(member) + " is not available in this build"),
-        no_address);
-}
-
 platform::ServerSocket& Engine::server_socket()
 {
     if (!server_socket_) {
@@ -293,6 +295,7 @@ void Engine::CheckConnectionUp()
 
 void Engine::refresh_online_info()
 {
+    on_line_info.WriteOnLineInfo();
     journal.ReportOnLineUsers(connections.count_on_line());
 }
 
@@ -333,8 +336,14 @@ void Engine::send_last_version()
     version_notices.send_to_all();
 }
 
+void Engine::presence_changed()
+{
+    on_line_info.WriteOnLineInfo();
+}
+
 void Engine::released(const std::string& user, const std::string& address, std::int16_t socket)
 {
+    room_requests.UnscribeFromRooms(user);
     presence.Update_Status(protocol_keywords().StatusOffLine, user, socket, address);
     presence.RefreshActiveUsersMenu();
 }

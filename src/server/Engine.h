@@ -24,16 +24,20 @@
 #include "notify/OncePerDay.h"
 #include "notify/VersionMails.h"
 #include "notify/VersionNotices.h"
+#include "online/OnLineInfoWriter.h"
 #include "platform/Machine.h"
 #include "protocol/Announcements.h"
+#include "protocol/AutoReplyRequests.h"
 #include "protocol/BuddyRequests.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/Handlers.h"
 #include "protocol/LogOn.h"
+#include "protocol/MessageRequests.h"
 #include "protocol/Policy.h"
 #include "protocol/Presence.h"
 #include "protocol/PresenceLists.h"
 #include "protocol/PresenceRequests.h"
+#include "protocol/RoomRequests.h"
 #include "protocol/TransferRequests.h"
 #include "protocol/Welcome.h"
 #include "queue/MessageQueue.h"
@@ -62,6 +66,7 @@ namespace qz::server {
 class Engine final : private CommandActions,
                      private TickJobs,
                      private net::ConnectionEvents,
+                     private protocol::PresenceListener,
                      private net::TrafficEvents,
                      private platform::ServerSocketEvents,
                      private platform::ClientSocketEvents {
@@ -79,9 +84,6 @@ public:
     void set_ListeningPort(std::uint16_t port);
     std::string get_ServerIP();
     std::string server_time() const { return machine_.clock().now().text(); }
-
-    /// Reports a member that this build does not serve.
-    void not_available(std::string_view member);
 
 private:
     platform::Machine& machine_;
@@ -132,10 +134,14 @@ public: // the rooms, for the members of Main that forward to them
     protocol::PresenceRequests presence_requests;
     protocol::BuddyRequests buddy_requests;
     protocol::TransferRequests transfer_requests;
+    protocol::MessageRequests message_requests;
+    protocol::AutoReplyRequests auto_reply_requests;
+    protocol::RoomRequests room_requests;
     protocol::Handlers handlers;
     protocol::Dispatcher dispatcher;
     net::Receiver receiver;
     protocol::Announcements announcements;
+    online::OnLineInfoWriter on_line_info;
 
     ServerCommands commands;
     Housekeeping housekeeping;
@@ -173,6 +179,7 @@ private:
     void check_client_versions() override;
     void send_last_version() override;
     void send_queued_messages() override;
+    void presence_changed() override;
     void released(const std::string& user, const std::string& address, std::int16_t socket) override;
     void traffic(net::Direction direction) override;
     void new_connection_requested(const std::string& address) override;

@@ -163,9 +163,9 @@ std::string Main::get_UserStatus(const std::string& screen_name, const std::stri
     return engine_->presence.get_UserStatus(screen_name);
 }
 
-void Main::Send_InstantMessage(const std::string& /*message*/, const std::string& /*screen_name*/)
+void Main::Send_InstantMessage(const std::string& message, const std::string& screen_name)
 {
-    engine_->not_available("Send_InstantMessage");
+    engine_->message_requests.Send_InstantMessage(message, screen_name);
 }
 
 std::vector<queue::QueueMessageSmall> Main::get_QueueMessages()

@@ -298,14 +298,6 @@ TEST_F(MainTest, AcceptsConnectionsOnlyWhileTheHostWants)
             "Log New connection request on socket 1 from 192.0.2.10"));
 }
 
-TEST_F(MainTest, SaysWhatItDoesNotServe)
-{
-    create();
-    events.list.clear();
-    main->Send_InstantMessage("text", "ann");
-    EXPECT_THAT(events.take(), ElementsAre("Error Send_InstantMessage 445 @"));
-}
-
 TEST(Engines, TwoInOneProcessKeepApart)
 {
     TestEngine first;

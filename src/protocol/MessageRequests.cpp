@@ -1,0 +1,200 @@
+#include "protocol/MessageRequests.h"
+
+#include "base/Guarded.h"
+#include "base/Text.h"
+#include "helpers/ProtocolKeywords.h"
+#include "platform/Sockets.h"
+#include "protocol/Values.h"
+
+#include <cstdio>
+
+namespace qz::protocol {
+
+using helpers::protocol_keywords;
+
+namespace {
+
+constexpr std::int64_t kSecondsPerMinute = 60;
+constexpr std::int64_t kRoomSeconds = 60; // room messages are for those who are there now
+
+bool is_room(const std::string& recipient)
+{
+    return recipient.starts_with(protocol_keywords().RoomPrefix);
+}
+
+std::string room_of(const std::string& recipient)
+{
+    return replace_all(recipient, protocol_keywords().RoomPrefix, "");
+}
+
+/// Reads "mm/dd/yyyy hh.mm.ss".
+/// @throws EngineError 13 for anything else.
+DateTime expiration_in(const std::string& text)
+{
+    int month = 0, day = 0, year = 0, hour = 0, minute = 0, second = 0, length = 0;
+    const int fields = std::sscanf(
+        text.c_str(), "%2d/%2d/%4d %2d.%2d.%2d%n", &month, &day, &year, &hour, &minute, &second, &length);
+    std::string plain(32, '\0');
+    plain.resize(static_cast<std::size_t>(std::snprintf(plain.data(), plain.size(),
+        "%04d-%02d-%02d %02d:%02d:%02d", year, month, day, hour, minute, second)));
+    const auto date = fields == 6 && static_cast<std::size_t>(length) == text.size() ? DateTime::parse(plain)
+                                                                                     : std::nullopt;
+    if (!date) {
+        throw runtime_error(RuntimeError::TypeMismatch);
+    }
+    return *date;
+}
+
+} // namespace
+
+MessageRequests::MessageRequests(People people, Ways ways, const config::Settings& settings,
+    const helpers::MessageParser& parser, const Clock& clock, Journal& journal)
+    : people_(people), ways_(ways), settings_(settings), parser_(parser), clock_(clock), journal_(journal)
+{
+}
+
+void MessageRequests::Request_Msg(const Request& request)
+{
+    guarded(journal_, "Request_Msg", request.remote_ip, [&] {
+        auto message = message_in(request);
+        if (!recipient_exists(message)) {
+            return;
+        }
+        const auto expiration =
+            trim(replace_all(parser_.value(request.parameters, "expirationend"), "_", " "));
+        message.expiration_time = expiration.empty()
+            ? clock_.now().plus_seconds(kSecondsPerMinute * settings_.get_Message_Expiration_Time())
+            : expiration_in(std::string(expiration));
+        if (people_.auto_replies.Retrieve_AutoReply(message.sender)) {
+            tell(message.sender, "You have AutoReply On");
+        }
+        if (message.recipient == message.sender) {
+            tell(message.sender, "You can't send messages to yourself!");
+        } else if (is_room(message.recipient)) {
+            send_to_room(std::move(message));
+        } else {
+            send_to_user(message);
+        }
+    });
+}
+
+/// The message as the request words it, but for its expiration.
+queue::NewMessage MessageRequests::message_in(const Request& request) const
+{
+    queue::NewMessage message;
+    message.sender = screen_name(parser_, request.parameters, "screennamefrom");
+    message.recipient = blank_value(parser_, request.parameters, "screennameto");
+    message.text = parser_.value(request.parameters, "msg");
+    message.msg_id = request.number;
+    message.remote_ip = request.remote_ip;
+    message.receipt_requested = !is_room(message.recipient)
+        && helpers::read_boolean(parser_.value(request.parameters, "receiptrequested"));
+    return message;
+}
+
+/// Tells the sender when the recipient does not exist. A user who does not exist as given is looked for in
+/// lower case.
+bool MessageRequests::recipient_exists(queue::NewMessage& message)
+{
+    const auto& to = message.recipient;
+    if (is_room(to)) {
+        if (people_.rooms.RoomExists(room_of(to))) {
+            return true;
+        }
+        tell(message.sender, "The room " + room_of(to) + " doesn't exist!");
+        return false;
+    }
+    if (people_.accounts.ScreenNameExist(to, message.remote_ip)) {
+        return true;
+    }
+    if (people_.accounts.ScreenNameExist(lower(to), message.remote_ip)) {
+        message.recipient = lower(to);
+        return true;
+    }
+    tell(message.sender, "The buddy " + to + " doesn't exist!");
+    return false;
+}
+
+void MessageRequests::send_to_room(queue::NewMessage message)
+{
+    message.room = lower(room_of(message.recipient));
+    if (!people_.rooms.RoomExists(message.room)) {
+        return;
+    }
+    people_.rooms.AddUserInRoom(message.sender, message.room, message.remote_ip);
+    if (!people_.rooms.UserAlreadyInRoom(message.sender, message.room)) {
+        return;
+    }
+    message.expiration_time = clock_.now().plus_seconds(kRoomSeconds);
+    for (const auto& member : people_.rooms.members_of(message.room)) {
+        if (member != message.sender) {
+            message.recipient = member;
+            put(message);
+        }
+    }
+}
+
+void MessageRequests::send_to_user(const queue::NewMessage& message)
+{
+    const auto& keywords = protocol_keywords();
+    const auto looks = "You are sending a message to " + message.recipient + " that looks to be ";
+    const auto status = people_.presence.get_UserStatus(message.recipient);
+    if (status == keywords.StatusOffLine) {
+        tell(message.sender,
+            looks + "offline; the system will try to delivery your message until to "
+                + message.expiration_time.text());
+    } else if (status != keywords.StatusOnLine) {
+        tell(message.sender,
+            looks + status
+                + "; the system will deliver your message but it's possible it will be not read soon");
+    }
+    put(message);
+}
+
+void MessageRequests::put(const queue::NewMessage& message)
+{
+    ways_.queue.QueueMessage_Put(message, people_.connections.UserIsOnline(message.recipient));
+    ways_.queue.QueueMessage_Send();
+}
+
+void MessageRequests::tell(const std::string& user, const std::string& notice)
+{
+    ways_.sender.SendData(people_.connections.Retrieve_UserSocket(user), protocol_keywords().Notice, notice);
+}
+
+void MessageRequests::Request_Typing(const Request& request)
+{
+    Send_TypingMessage(screen_name(parser_, request.parameters, "screennamefrom"),
+        screen_name(parser_, request.parameters, "screennameto"), request.remote_ip);
+}
+
+void MessageRequests::Send_TypingMessage(
+    const std::string& sender, const std::string& recipient, const std::string& remote_ip)
+{
+    guarded(journal_, "Send_TypingMessage", remote_ip, [&] {
+        const auto to = lower(recipient);
+        const auto socket = people_.connections.Retrieve_UserSocket(to);
+        if (!people_.connections.UserIsOnline(to) || ways_.pool.state(socket) != platform::kSocketConnected) {
+            return;
+        }
+        ways_.sender.SendData(socket, protocol_keywords().TypingNotice, "screennamefrom=" + sender);
+        journal_.Log(sender + " is typing to " + to, sender, remote_ip);
+    });
+}
+
+void MessageRequests::Request_MsgReceipt(const Request& request)
+{
+    ways_.queue.QueueMessage_SetToDelivered(leading_number(parser_.value(request.parameters, "msgid")));
+}
+
+void MessageRequests::Send_InstantMessage(const std::string& message, const std::string& screen_name)
+{
+    guarded(journal_, "Send_InstantMessage", no_address, [&] {
+        if (people_.accounts.ScreenNameExist(screen_name)) {
+            tell(screen_name, message);
+            journal_.log_own("Message sent correctly to " + screen_name);
+        }
+    });
+}
+
+} // namespace qz::protocol

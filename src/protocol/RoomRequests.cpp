@@ -1,0 +1,164 @@
+#include "protocol/RoomRequests.h"
+
+#include "base/Guarded.h"
+#include "helpers/ProtocolKeywords.h"
+#include "protocol/Values.h"
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace qz::protocol {
+
+using helpers::protocol_keywords;
+
+namespace {
+
+std::string list_of(const std::vector<std::string>& names)
+{
+    ListText list;
+    for (const auto& name : names) {
+        list.add({name});
+    }
+    return list.text();
+}
+
+} // namespace
+
+RoomRequests::RoomRequests(store::Rooms& rooms, store::Directory& directory,
+    const net::ConnectionTable& connections, const helpers::MessageParser& parser, net::Sender& sender,
+    Journal& journal)
+    : rooms_(rooms), directory_(directory), connections_(connections), parser_(parser), sender_(sender),
+      journal_(journal)
+{
+}
+
+void RoomRequests::Request_Room(const Request& request)
+{
+    using Action = void (RoomRequests::*)(const Call&);
+    static constexpr std::array<std::pair<std::string_view, Action>, 6> kActions{{
+        {"join", &RoomRequests::join},
+        {"leave", &RoomRequests::leave},
+        {"guest", &RoomRequests::guests},
+        {"whereiam", &RoomRequests::where_am_i},
+        {"createnew", &RoomRequests::create},
+        {"delete", &RoomRequests::remove},
+    }};
+    guarded(journal_, "Request_Room", request.remote_ip, [&] {
+        const auto wanted = parser_.value(request.parameters, "action");
+        for (const auto& [name, action] : kActions) {
+            if (name == wanted) {
+                (this->*action)({request, screen_name(parser_, request.parameters, "screenname"),
+                    blank_value(parser_, request.parameters, "roomname")});
+            }
+        }
+    });
+}
+
+void RoomRequests::join(const Call& call)
+{
+    if (!rooms_.RoomExists(call.room) || rooms_.UserAlreadyInRoom(call.user, call.room)) {
+        return;
+    }
+    rooms_.AddUserInRoom(call.user, call.room, call.request.remote_ip);
+    answer(call, "action=joinok screenname=" + without_blanks(call.user) + " roomname=" + call.room);
+    Send_MessageToGuestsInRoom(call.room, "The buddy " + call.user + " joined the room: " + call.room);
+    log(call, "Room: " + call.room + " joined from " + call.user);
+}
+
+void RoomRequests::leave(const Call& call)
+{
+    if (!rooms_.RoomExists(call.room) || !rooms_.UserAlreadyInRoom(call.user, call.room)) {
+        return;
+    }
+    rooms_.LeaveUserFromRoom(call.user, call.room);
+    answer(call, "action=leaveok screenname=" + without_blanks(call.user) + " roomname=" + call.room);
+    Send_MessageToGuestsInRoom(call.room, "The buddy " + call.user + " left the room: " + call.room);
+    log(call, "Room: " + call.room + " left from " + call.user);
+}
+
+void RoomRequests::guests(const Call& call)
+{
+    const auto list = rooms_.RoomExists(call.room) ? BuddiesInRoom(call.room) : std::string();
+    if (!list.empty()) {
+        answer(call, "action=guest roomname=" + without_blanks(call.room) + " guests=" + list);
+        log(call, "All users in room: " + call.room + " from " + call.user);
+    }
+}
+
+void RoomRequests::where_am_i(const Call& call)
+{
+    const auto list = RoomJointFromBuddy(call.user);
+    if (!list.empty()) {
+        answer(call, "action=whereiam rooms=" + list);
+        log(call, "All rooms joint from " + call.user);
+    }
+}
+
+void RoomRequests::create(const Call& call)
+{
+    std::string feedback = "The room " + call.room + " already exists";
+    if (!rooms_.RoomExists(call.room)) {
+        rooms_.RoomCreate(call.room, call.user, call.request.remote_ip,
+            blank_value(parser_, call.request.parameters, "encryptionkey"));
+        directory_.SetRooms();
+        feedback = "The room " + call.room + " has been created sucessfully";
+        log(call, "New room " + call.room + " created from " + call.user);
+    }
+    answer(call, "action=createnew feedback=" + feedback);
+}
+
+/// The feedback tells only whether the room was there; whether the user owns it is decided by the deletion.
+void RoomRequests::remove(const Call& call)
+{
+    std::string feedback = "The room " + call.room + " doesn't exist";
+    if (rooms_.RoomExists(call.room)) {
+        rooms_.RoomDelete(call.room, "'" + parser_.CleanText(call.user) + "'", call.request.remote_ip);
+        directory_.SetRooms();
+        feedback = "The room " + call.room + " has been deleted";
+        log(call, "Delete room " + call.room + " from " + call.user);
+    }
+    answer(call, "action=delete feedback=" + feedback);
+}
+
+void RoomRequests::UnscribeFromRooms(const std::string& user)
+{
+    guarded(journal_, "UnscribeFromRooms", no_address, [&] {
+        for (const auto& room : rooms_.rooms_of(user)) {
+            rooms_.LeaveUserFromRoom(user, room);
+            Send_MessageToGuestsInRoom(room, "The buddy " + user + " left the room: " + room);
+        }
+    });
+}
+
+std::string RoomRequests::BuddiesInRoom(const std::string& room) const
+{
+    return list_of(rooms_.members_of(room));
+}
+
+std::string RoomRequests::RoomJointFromBuddy(const std::string& user) const
+{
+    return list_of(rooms_.rooms_of(user));
+}
+
+void RoomRequests::answer(const Call& call, const std::string& body)
+{
+    sender_.SendData(call.request.socket, protocol_keywords().Room, body);
+}
+
+void RoomRequests::log(const Call& call, const std::string& line)
+{
+    journal_.Log(line, call.user, call.request.remote_ip);
+}
+
+/// Reaches the members that are on line.
+void RoomRequests::Send_MessageToGuestsInRoom(const std::string& room, const std::string& text)
+{
+    for (const auto& member : rooms_.members_of(room)) {
+        if (const auto socket = connections_.Retrieve_UserSocket(member); socket != 0) {
+            sender_.SendData(socket, protocol_keywords().Notice, text);
+        }
+    }
+}
+
+} // namespace qz::protocol

@@ -1,0 +1,56 @@
+// Rooms: joining, leaving, who is there, creating and deleting, and what the guests are told.
+#pragma once
+
+#include "base/Journal.h"
+#include "helpers/MessageParser.h"
+#include "net/ConnectionTable.h"
+#include "net/Sender.h"
+#include "protocol/Request.h"
+#include "store/Directory.h"
+#include "store/Rooms.h"
+
+#include <string>
+
+namespace qz::protocol {
+
+class RoomRequests {
+public:
+    RoomRequests(store::Rooms& rooms, store::Directory& directory, const net::ConnectionTable& connections,
+        const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);
+
+    /// A request that does not meet its condition is dropped without an answer, but creating and deleting
+    /// always answer with a feedback text.
+    void Request_Room(const Request& request);
+    /// Removes a user who goes away from every room, and tells the guests of each.
+    void UnscribeFromRooms(const std::string& user);
+
+    /// The members of a room, and the rooms of a user, as one list text.
+    std::string BuddiesInRoom(const std::string& room) const;
+    std::string RoomJointFromBuddy(const std::string& user) const;
+
+private:
+    /// What every action reads.
+    struct Call {
+        const Request& request;
+        std::string user;
+        std::string room;
+    };
+    void join(const Call& call);
+    void leave(const Call& call);
+    void guests(const Call& call);
+    void where_am_i(const Call& call);
+    void create(const Call& call);
+    void remove(const Call& call);
+    void answer(const Call& call, const std::string& body);
+    void log(const Call& call, const std::string& line);
+    void Send_MessageToGuestsInRoom(const std::string& room, const std::string& text);
+
+    store::Rooms& rooms_;
+    store::Directory& directory_;
+    const net::ConnectionTable& connections_;
+    const helpers::MessageParser& parser_;
+    net::Sender& sender_;
+    Journal& journal_;
+};
+
+} // namespace qz::protocol
