@@ -77,28 +77,28 @@ protected:
 TEST_F(ReceiverTest, ChecksWhoSends)
 {
     const struct {
-        bool on_line;
         const char* message;
+        bool on_line;
         bool passes;
     } cases[] = {
-        {false, "logon screenname=x", true},
-        {false, "lastversion", true},
-        {false, "chunkreceived", true},
-        {false, "Logon screenname=x", false},
-        {false, "msg sessionidvalue=77", false},
-        {false, "logonx", false},
-        {false, " logon", false},
-        {true, "echo sessionidvalue=77", true},
-        {true, "logon sessionidvalue=77", true},
-        {true, "echo sessionidvalue=7", false},
-        {true, "echo sessionidvalue=778", false},
-        {true, "echo sessionidvalue= 77", false},
-        {true, "echo", false},
-        {true, "chunkreceived", false},
-        {true, "logon screenname=x", false},
-        {true, "echo msg=sessionidvalue=77", false},
-        {true, "echo msg=a sessionidvalue=77", false},
-        {true, "echo sessionidvalue=78 sessionidvalue=77", false},
+        {"logon screenname=x", false, true},
+        {"lastversion", false, true},
+        {"chunkreceived", false, true},
+        {"Logon screenname=x", false, false},
+        {"msg sessionidvalue=77", false, false},
+        {"logonx", false, false},
+        {" logon", false, false},
+        {"echo sessionidvalue=77", true, true},
+        {"logon sessionidvalue=77", true, true},
+        {"echo sessionidvalue=7", true, false},
+        {"echo sessionidvalue=778", true, false},
+        {"echo sessionidvalue= 77", true, false},
+        {"echo", true, false},
+        {"chunkreceived", true, false},
+        {"logon screenname=x", true, false},
+        {"echo msg=sessionidvalue=77", true, false},
+        {"echo msg=a sessionidvalue=77", true, false},
+        {"echo sessionidvalue=78 sessionidvalue=77", true, false},
     };
     for (const auto& each : cases) {
         const auto socket = peer->number();

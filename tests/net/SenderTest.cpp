@@ -81,10 +81,10 @@ TEST_F(SenderTest, CutsAtEvery2048Characters)
 
 TEST_F(SenderTest, TheSeventeenthChunkOverflows)
 {
-    send(16 * 2048);
+    send(std::size_t{16} * 2048);
     EXPECT_EQ(headers().back(), "17 2 16/16 2048");
     EXPECT_THAT(net.journal.failures, IsEmpty());
-    send(16 * 2048 + 1);
+    send(std::size_t{16} * 2048 + 1);
     EXPECT_EQ(headers().back(), "33 3 16/17 2048");
     ASSERT_EQ(net.journal.failures.size(), 1U);
     EXPECT_EQ(net.journal.failures[0].routine, "SendData");
@@ -99,7 +99,7 @@ TEST_F(SenderTest, SkipsWhatIsNotConnected)
     net.closer.SocketClosing(1);
     send(3000);
     for (const int socket : {0, 2, 99, -1}) {
-        send(20 * 2048, static_cast<std::int16_t>(socket));
+        send(std::size_t{20} * 2048, static_cast<std::int16_t>(socket));
     }
     EXPECT_THAT(net.notes, IsEmpty());
     EXPECT_THAT(headers(), IsEmpty());

@@ -100,10 +100,11 @@ TEST_F(HostileBytes, NumbersThatMakeNoSense)
     std::string stream;
     for (const auto& index : numbers) {
         for (const auto& count : numbers) {
-            stream += "\x01\x11"
-                      "1\x11\x12"
-                + index + "\x12\x13" + index + "\x13\x14" + count + "\x14x\x04";
-            stream += "\x02\x0E" + index + "\x0F\r\nlogon\x03";
+            stream += qz::replace_all(qz::replace_all("\x01\x11"
+                                                      "1\x11\x12$\x12\x13$\x13\x14#\x14x\x04",
+                                          "$", index),
+                "#", count);
+            stream += qz::replace_all("\x02\x0E$\x0F\r\nlogon\x03", "$", index);
         }
     }
     stranger_sends(stream);
@@ -160,10 +161,9 @@ TEST_F(HostileBytes, ControlCharactersInEveryField)
         }
         const auto c = std::string(1, control);
         auto ann = server.client_on_line("ann" + c, "7" + c);
-        for (const auto& message : {"echo sessionidvalue=7" + c, "echo" + c + " sessionidvalue=7" + c,
-                 "filetransfer" + c + " a" + c + "=b" + c + " sessionidvalue=7" + c,
-                 "echo sessionidvalue=7" + c + " screenname=" + c + " myIP=" + c}) {
-            ann.send(envelope(message));
+        for (const auto* message : {"echo sessionidvalue=7$", "echo$ sessionidvalue=7$",
+                 "filetransfer$ a$=b$ sessionidvalue=7$", "echo sessionidvalue=7$ screenname=$ myIP=$"}) {
+            ann.send(envelope(qz::replace_all(message, "$", c)));
         }
         server.settle();
         for (const auto& reply : messages_in(ann.take())) {
