@@ -56,11 +56,11 @@ std::string_view strip_from(std::string_view line, std::size_t at)
 std::string with_value(std::string_view line, std::size_t at, std::string_view value)
 {
     const auto old = strip_from(line, at);
-    const auto end = line.find_first_of("\r\n", at);
+    const auto end = line.find_last_not_of("\r\n") + 1; // a lone CR before it belongs to the value
     if (!old.empty()) {
         at = static_cast<std::size_t>(old.data() - line.data());
     }
-    return std::string(line.substr(0, at)).append(value).append(end < line.size() ? line.substr(end) : "");
+    return std::string(line.substr(0, at)).append(value).append(line.substr(end));
 }
 
 bool is_hex_digit(char c)
