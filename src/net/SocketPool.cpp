@@ -99,7 +99,10 @@ std::string SocketPool::get_RemoteAddress(std::int16_t socket) const
         return {};
     }
     const auto address = sockets_->remote_address(socket);
-    return address == helpers::protocol_keywords().HostAddress ? sockets_->local_address() : address;
+    if (address != helpers::protocol_keywords().HostAddress) {
+        return address;
+    }
+    return own_address_.empty() ? sockets_->local_address() : own_address_;
 }
 
 std::int16_t SocketPool::take_socket()

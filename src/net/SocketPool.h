@@ -47,8 +47,10 @@ public:
     {
         return !connections_.is_session_id_used(session_id);
     }
-    /// The peer's address; the server's own in place of HostAddress.
+    /// The peer's address; the server's own in place of HostAddress, for a client on the same machine.
     std::string get_RemoteAddress(std::int16_t socket) const;
+    /// The server's own address as a deployment states it; empty for the one that the machine finds.
+    void set_own_address(const std::string& address) { own_address_ = address; }
 
 private:
     std::int16_t take_socket();
@@ -64,6 +66,7 @@ private:
     TrafficEvents& events_;
     Journal& journal_;
     platform::ClientSockets* sockets_ = nullptr;
+    std::string own_address_;
     std::vector<DateTime> LastActivity; // the empty time: never used
 
     // The rule says "the first number, in order, that is closed and rested". These two find it without a

@@ -10,7 +10,9 @@ std::string greeting(const std::string& first_name)
 std::string separator()
 {
     constexpr std::size_t length = 90;
-    return std::string(length, '-');
+    std::string line;
+    line.append(length, '-');
+    return line;
 }
 
 std::string now_line(DateTime now)

@@ -23,7 +23,8 @@ void VersionNotices::send_to(const std::string& user_name)
 
 void VersionNotices::send_to_all()
 {
-    for (std::size_t i = 0; i < connections_.records().size(); ++i) { // by number: sending may yield
+    for (std::size_t i = 0; i < connections_.records().size();
+         ++i) { // NOLINT(modernize-loop-convert): sending may yield
         const auto& record = connections_.records()[i];
         if (record.OnLine) {
             send_to(std::string(record.UserName)); // a copy: the record may move meanwhile

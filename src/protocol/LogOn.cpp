@@ -38,7 +38,15 @@ std::string LogOn::decoded(const std::string& field, const std::string& remote_i
         return field;
     }
     auto text = field;
-    attempt([&] { text = cipher_.DecodeCredential(field.substr(marker.size()), remote_ip); });
+    const auto decode = [&](const std::string& address) {
+        attempt([&] { text = cipher_.DecodeCredential(field.substr(marker.size()), address); });
+    };
+    decode(remote_ip);
+    if (text.empty()) {
+        // A client on this machine sees the loopback address, in whose place remote_ip holds the server's
+        // own.
+        decode(helpers::protocol_keywords().HostAddress);
+    }
     return text;
 }
 

@@ -120,6 +120,7 @@ void Engine::create_components()
     housekeeping.use(timer_.get());
     sender.use(client_sockets_.get());
     pool.use(client_sockets_.get());
+    pool.set_own_address(deployment.local_address());
     closer.use(client_sockets_.get());
 }
 
@@ -260,8 +261,10 @@ void Engine::set_ListeningPort(std::uint16_t port)
 
 std::string Engine::get_ServerIP()
 {
-    return guarded(
-        journal, "get_ServerIP", no_address, std::string{}, [&] { return server_socket().local_address(); });
+    return guarded(journal, "get_ServerIP", no_address, std::string{}, [&] {
+        auto stated = deployment.local_address();
+        return stated.empty() ? server_socket().local_address() : stated;
+    });
 }
 
 platform::ServerSocket& Engine::server_socket()

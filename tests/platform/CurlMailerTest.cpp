@@ -11,6 +11,7 @@
 #include <map>
 #include <netinet/in.h>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,8 +41,10 @@ public:
         socklen_t size = sizeof(address_);
         address_.sin_family = AF_INET;
         address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(socket_, reinterpret_cast<sockaddr*>(&address_), size);
-        getsockname(socket_, reinterpret_cast<sockaddr*>(&address_), &size);
+        auto* address = reinterpret_cast<sockaddr*>(&address_);
+        if (bind(socket_, address, size) != 0 || getsockname(socket_, address, &size) != 0) {
+            throw std::runtime_error("no port can be taken");
+        }
     }
     DeadPort(const DeadPort&) = delete;
     DeadPort& operator=(const DeadPort&) = delete;
