@@ -28,8 +28,8 @@ void Announcements::Send_RemoteCommand2All(const std::string& message, const std
 void Announcements::send_to_all(std::string_view keyword, const std::string& body)
 {
     std::int32_t sent = 0;
-    for (std::size_t i = 0; i < connections_.records().size();
-         ++i) { // NOLINT(modernize-loop-convert): sending may yield
+    // By number: sending may yield, and the table may grow meanwhile.
+    for (std::size_t i = 0; i < connections_.records().size(); ++i) { // NOLINT(modernize-loop-convert)
         const auto& record = connections_.records()[i];
         if (record.OnLine) {
             sender_.SendData(record.Socket, keyword, body);

@@ -62,7 +62,7 @@ void Policy::SendMessageExpirationTimeToClients()
 /// walk.
 void Policy::for_each_on_line(const std::function<void(const std::string& user)>& action) const
 {
-    for (std::size_t i = 0; i < connections_.records().size(); ++i) {
+    for (std::size_t i = 0; i < connections_.records().size(); ++i) { // NOLINT(modernize-loop-convert)
         if (connections_.records()[i].OnLine) {
             const auto user = connections_.records()[i].UserName;
             action(user);
