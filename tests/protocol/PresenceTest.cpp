@@ -354,6 +354,7 @@ TEST(Presence, FiveHundredBuddiesEachHearOnce)
     talk->start();
     talk->engine().pool.LoadSockets(many, false);
     std::vector<qz::test::ChatClient> clients;
+    clients.reserve(many);
     for (int i = 0; i < many; ++i) {
         clients.push_back(talk->on_line(name(i)));
     }
