@@ -182,6 +182,18 @@ TEST_P(LogOnConversation, TakesCredentialsInEveryForm)
     EXPECT_THAT(talk->log(), Contains(StartsWith("LogOn failed for \xC3\xA4\xC3\xB6\xC3\xBC from")));
 }
 
+TEST_P(LogOnConversation, AClientOnTheMachineSealsWithTheAddressThatItSees)
+{
+    auto client = talk->connect();
+    qz::platform::SodiumCrypto crypto;
+    const auto coded = [&](const std::string& text) {
+        return EncodeCredential(crypto, text, "127.0.0.1", CredentialForm::Address);
+    };
+    client.wire().send(qz::test::envelope("logon screenname=" + coded("ann") + " password=" + coded("secret")
+        + " sessionidvalue=" + client.session_id()));
+    EXPECT_THAT(client.hear(), Contains("logon answer=accepted"));
+}
+
 TEST_P(LogOnConversation, ASealForAnotherAddressOpensNothing)
 {
     auto client = talk->connect();
