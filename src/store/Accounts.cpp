@@ -47,7 +47,7 @@ bool Accounts::set_NewScreenName(const std::string& name, const std::string& ema
     const std::string& first_name, const std::string& last_name, const std::string& password)
 {
     return guarded(journal_, "NewScreenName", no_address, false, [&] {
-        if (ScreenNameExist(name)) {
+        if (trim(name).empty() || ScreenNameExist(name)) {
             return false;
         }
         database_.execute(statements::kInsertUser,

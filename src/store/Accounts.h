@@ -46,7 +46,7 @@ public:
     bool ScreenName_Enabled(const std::string& name);
 
     /// Creates an account; the name is stored in lower case, the password as given.
-    /// @return false when the name is taken or the insert fails.
+    /// @return false when the name is blank or taken, or the insert fails.
     bool set_NewScreenName(const std::string& name, const std::string& email, const std::string& first_name,
         const std::string& last_name, const std::string& password);
     bool set_MyDetails(const std::string& name, const AccountDetails& details, const std::string& remote_ip);
