@@ -161,7 +161,7 @@ constexpr std::array kTable{
     not_served(safeguard("DurableQueue", "Queued messages survive a restart")),
     not_served(
         safeguard("LogonThrottle", "Failed logons delay further ones, and bring a bounded number of mails")),
-    not_served(safeguard("DailyJobsOncePerDay", "The daily jobs run once a day")),
+    safeguard("DailyJobsOncePerDay", "The daily jobs run once a day"),
     not_served(safeguard("HidePasswords", "Passwords are masked in diagnostics and mails")),
     not_served(safeguard("VerifyReceipt", "Only its recipient may confirm a message")),
     not_served(safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon")),
