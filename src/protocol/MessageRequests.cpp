@@ -6,7 +6,8 @@
 #include "platform/Sockets.h"
 #include "protocol/Values.h"
 
-#include <cstdio>
+#include <optional>
+#include <string_view>
 
 namespace qz::protocol {
 
@@ -29,16 +30,17 @@ std::string room_of(const std::string& recipient)
 
 /// Reads "mm/dd/yyyy hh.mm.ss".
 /// @throws EngineError 13 for anything else.
-DateTime expiration_in(const std::string& text)
+DateTime expiration_in(std::string_view text)
 {
-    int month = 0, day = 0, year = 0, hour = 0, minute = 0, second = 0, length = 0;
-    const int fields = std::sscanf(
-        text.c_str(), "%2d/%2d/%4d %2d.%2d.%2d%n", &month, &day, &year, &hour, &minute, &second, &length);
-    std::string plain(32, '\0');
-    plain.resize(static_cast<std::size_t>(std::snprintf(plain.data(), plain.size(),
-        "%04d-%02d-%02d %02d:%02d:%02d", year, month, day, hour, minute, second)));
-    const auto date = fields == 6 && static_cast<std::size_t>(length) == text.size() ? DateTime::parse(plain)
-                                                                                     : std::nullopt;
+    constexpr std::size_t length = 19;
+    std::optional<DateTime> date;
+    if (text.size() == length && text[2] == '/' && text[5] == '/' && text[13] == '.' && text[16] == '.') {
+        const auto part = [&](std::size_t at, std::size_t count) {
+            return std::string(text.substr(at, count));
+        };
+        date = DateTime::parse(part(6, 4) + "-" + part(0, 2) + "-" + part(3, 2) + part(10, 3) + ":"
+            + part(14, 2) + ":" + part(17, 2));
+    }
     if (!date) {
         throw runtime_error(RuntimeError::TypeMismatch);
     }
@@ -60,11 +62,11 @@ void MessageRequests::Request_Msg(const Request& request)
         if (!recipient_exists(message)) {
             return;
         }
-        const auto expiration =
-            trim(replace_all(parser_.value(request.parameters, "expirationend"), "_", " "));
+        const std::string expiration(
+            trim(replace_all(parser_.value(request.parameters, "expirationend"), "_", " ")));
         message.expiration_time = expiration.empty()
             ? clock_.now().plus_seconds(kSecondsPerMinute * settings_.get_Message_Expiration_Time())
-            : expiration_in(std::string(expiration));
+            : expiration_in(expiration);
         if (people_.auto_replies.Retrieve_AutoReply(message.sender)) {
             tell(message.sender, "You have AutoReply On");
         }
@@ -92,26 +94,24 @@ queue::NewMessage MessageRequests::message_in(const Request& request) const
     return message;
 }
 
-/// Tells the sender when the recipient does not exist. A user who does not exist as given is looked for in
-/// lower case.
+/// Tells the sender when the recipient does not exist. What does not exist as given is looked for in lower
+/// case.
 bool MessageRequests::recipient_exists(queue::NewMessage& message)
 {
-    const auto& to = message.recipient;
-    if (is_room(to)) {
-        if (people_.rooms.RoomExists(room_of(to))) {
-            return true;
-        }
-        tell(message.sender, "The room " + room_of(to) + " doesn't exist!");
-        return false;
-    }
-    if (people_.accounts.ScreenNameExist(to, message.remote_ip)) {
+    const auto exists = [&](const std::string& name) {
+        return is_room(name) ? people_.rooms.RoomExists(room_of(name))
+                             : people_.accounts.ScreenNameExist(name, message.remote_ip);
+    };
+    const auto given = message.recipient;
+    if (exists(given)) {
         return true;
     }
-    if (people_.accounts.ScreenNameExist(lower(to), message.remote_ip)) {
-        message.recipient = lower(to);
+    message.recipient = lower(given);
+    if (exists(message.recipient)) {
         return true;
     }
-    tell(message.sender, "The buddy " + to + " doesn't exist!");
+    tell(message.sender,
+        (is_room(given) ? "The room " + room_of(given) : "The buddy " + given) + " doesn't exist!");
     return false;
 }
 
