@@ -95,10 +95,11 @@ void RoomRequests::where_am_i(const Call& call)
     }
 }
 
+/// A room without a name could never be joined, written to or deleted: it counts as one that is there.
 void RoomRequests::create(const Call& call)
 {
     std::string feedback = "The room " + call.room + " already exists";
-    if (!rooms_.RoomExists(call.room)) {
+    if (!call.room.empty() && !rooms_.RoomExists(call.room)) {
         rooms_.RoomCreate(call.room, call.user, call.request.remote_ip,
             blank_value(parser_, call.request.parameters, "encryptionkey"));
         directory_.SetRooms();

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,9 +31,9 @@ class MessageRequestsTest : public testing::Test {
 protected:
     MessageRequestsTest()
     {
+        // The table of room members is as large as the table of users.
         for (const auto* name : {"ann", "bob", "carl", "dora", "mary ann", "o'neil"}) {
             talk->add_user(name);
-            talk->add_buddy(name, "ann"); // the table of room members is as large as the lists
         }
         talk->add_user("Eve"); // made by another program
         talk->add_room("the attic", "bob");
