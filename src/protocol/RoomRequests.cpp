@@ -125,9 +125,10 @@ void RoomRequests::remove(const Call& call)
 void RoomRequests::UnscribeFromRooms(const std::string& user)
 {
     guarded(journal_, "UnscribeFromRooms", no_address, [&] {
+        const auto left = "The buddy " + user + " left the room: ";
         for (const auto& room : rooms_.rooms_of(user)) {
             rooms_.LeaveUserFromRoom(user, room);
-            Send_MessageToGuestsInRoom(room, "The buddy " + user + " left the room: " + room);
+            Send_MessageToGuestsInRoom(room, left + room);
         }
     });
 }
