@@ -10,6 +10,9 @@ namespace velto {
 
 namespace {
 
+constexpr std::chrono::seconds kPause(10);
+constexpr std::size_t kMostErrors = 200; // descriptions can hold names, of which there is no end
+
 void print(const nlohmann::ordered_json& event)
 {
     std::cout << event.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)
@@ -21,9 +24,23 @@ void print(const nlohmann::ordered_json& event)
 void LoggedEvents::Error(const std::string& routine_name, std::int32_t error_number,
     const std::string& error_source, const std::string& error_description, const std::string& pc_ip)
 {
+    // The log's own failures carry their statement behind the arrow: for hosts, too long for a line.
+    const auto description = error_description.substr(0, error_description.find(" -> "));
+    const auto now = std::chrono::steady_clock::now();
+    if (shown_.size() > kMostErrors) {
+        shown_.clear();
+    }
+    auto& shown = shown_[routine_name + description];
+    if (shown.when != std::chrono::steady_clock::time_point{} && now - shown.when < kPause) {
+        ++shown.repetitions;
+        return;
+    }
     const auto place = pc_ip.empty() ? std::string() : " [" + qz::printable(pc_ip) + "]";
-    spdlog::error("{}: {} (error {}, {}){}", qz::printable(routine_name), qz::printable(error_description),
-        error_number, error_source, place);
+    const auto before =
+        shown.repetitions == 0 ? std::string() : ", " + std::to_string(shown.repetitions) + " times more";
+    spdlog::error("{}: {} (error {}, {}{}){}", qz::printable(routine_name), qz::printable(description),
+        error_number, error_source, before, place);
+    shown = {now, 0};
 }
 
 void LoggedEvents::LogMessage(

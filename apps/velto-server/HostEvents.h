@@ -4,6 +4,9 @@
 #include "platform/EventLoop.h"
 #include "server/MainEvents.h"
 
+#include <chrono>
+#include <cstdint>
+#include <map>
 #include <string>
 
 namespace velto {
@@ -54,7 +57,8 @@ private:
     bool has_shut_down_ = false;
 };
 
-/// One line of the host's log for everything worth a line.
+/// One line of the host's log for everything worth a line. An error that keeps coming is shown once in ten
+/// seconds, with the number of its repetitions: a database that is gone fails every statement.
 class LoggedEvents final : public RunEvents {
 public:
     using RunEvents::RunEvents;
@@ -62,6 +66,13 @@ public:
         const std::string& error_description, const std::string& pc_ip) override;
     void LogMessage(
         const std::string& message, const std::string& user_name, const std::string& user_remote_ip) override;
+
+private:
+    struct Shown {
+        std::chrono::steady_clock::time_point when;
+        std::int64_t repetitions = 0;
+    };
+    std::map<std::string, Shown> shown_; // by routine and description
 };
 
 /// Every event as one JSON line on standard output, for programs.

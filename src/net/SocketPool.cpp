@@ -98,7 +98,7 @@ std::string SocketPool::get_RemoteAddress(std::int16_t socket) const
     if (sockets_ == nullptr) {
         return {};
     }
-    const auto address = sockets_->remote_address(socket);
+    auto address = sockets_->remote_address(socket);
     if (address != helpers::protocol_keywords().HostAddress) {
         return address;
     }
