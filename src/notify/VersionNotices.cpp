@@ -23,8 +23,8 @@ void VersionNotices::send_to(const std::string& user_name)
 
 void VersionNotices::send_to_all()
 {
-    for (std::size_t i = 0; i < connections_.records().size();
-         ++i) { // NOLINT(modernize-loop-convert): sending may yield
+    // By number: sending may yield, and the table may grow meanwhile.
+    for (std::size_t i = 0; i < connections_.records().size(); ++i) { // NOLINT(modernize-loop-convert)
         const auto& record = connections_.records()[i];
         if (record.OnLine) {
             send_to(std::string(record.UserName)); // a copy: the record may move meanwhile
