@@ -77,7 +77,7 @@ TEST(Connection, TalksOverARealSocketAndComesBack)
     qz::test::CountingCrypto crypto; // short delays
     const qz::platform::SystemClock clock;
     qz::test::RecordingEvents events;
-    Connection connection({"localhost", server.port()}, {"ann", "secret"}, crypto, clock, events);
+    Connection connection({"127.0.0.1", server.port()}, {"ann", "secret"}, crypto, clock, events);
     const auto log_on = [&] {
         ASSERT_TRUE(connection.run_until([&] { return server.accept(); }, 10s));
         server.say("session sessionidvalue=42");
