@@ -26,8 +26,8 @@ std::string sender_and_recipient(const QueueEntry& entry)
 
 MessageQueue::MessageQueue(MessageRows rows, Delivery delivery, store::AutoReplies& auto_replies,
     config::Settings& settings, helpers::MessageParser& parser, const Clock& clock, Journal& journal)
-    : rows_(std::move(rows)), delivery_(std::move(delivery)), auto_replies_(auto_replies),
-      settings_(settings), parser_(parser), clock_(clock), journal_(journal)
+    : rows_(rows), delivery_(delivery), auto_replies_(auto_replies), settings_(settings), parser_(parser),
+      clock_(clock), journal_(journal)
 {
 }
 

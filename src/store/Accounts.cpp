@@ -38,6 +38,7 @@ bool Accounts::CheckScreenName_Password(
 bool Accounts::ScreenName_Enabled(const std::string& name)
 {
     return guarded(journal_, "ScreenName_Enabled", no_address, false, [&] {
+        directory_.load_users_once();
         const auto* user = directory_.user_named(parser_.CleanText(name));
         return user != nullptr && user->AccountActive;
     });
@@ -156,12 +157,14 @@ void Accounts::EncryptDBPasswords()
 
 std::string Accounts::Retrieve_UserEmail(const std::string& name) const
 {
+    directory_.load_users_once();
     const auto* user = directory_.user_named_in_any_case(name);
     return user == nullptr ? std::string{} : user->Email;
 }
 
 std::string Accounts::Retrieve_UserFirstName(const std::string& name) const
 {
+    directory_.load_users_once();
     const auto* user = directory_.user_named_in_any_case(name);
     return user == nullptr ? std::string{} : user->FirstName;
 }
@@ -199,6 +202,7 @@ std::string Accounts::Retrieve_UserPassWord(const std::string& name)
 
 DateTime Accounts::Retrieve_UserCreationTime(const std::string& name) const
 {
+    directory_.load_users_once();
     const auto* user = directory_.user_named(name);
     return user == nullptr ? DateTime{} : user->CreationTime;
 }
@@ -222,6 +226,7 @@ platform::Recordset Accounts::row_of(const platform::Statement& statement, const
 
 std::string Accounts::field(std::string_view name, std::string UserRecord::*member) const
 {
+    directory_.load_users_once();
     const auto* user = directory_.user_named(name);
     return user == nullptr ? std::string{} : user->*member;
 }

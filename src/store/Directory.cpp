@@ -70,6 +70,13 @@ void Directory::SetUsers()
         {"SetUsers", tables::kUsers, statements::kSelectUsers, &Counters::users, &Directory::index_users});
 }
 
+void Directory::load_users_once()
+{
+    if (!users_.loaded_before) {
+        SetUsers();
+    }
+}
+
 void Directory::SetMyBuddies()
 {
     load(buddies_,
@@ -92,6 +99,7 @@ template <typename Record> void Directory::load(Snapshot<Record>& snapshot, cons
     if (mark && mark == snapshot.loaded_mark) {
         return;
     }
+    snapshot.loaded_before = true;
     snapshot.loaded_mark.reset();
     guarded(journal_, source.loader, no_address, [&] {
         // Counted a second time: the first count only tells an empty table.

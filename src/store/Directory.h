@@ -29,6 +29,9 @@ public:
     void SetMyBuddies();
     void SetRooms();
 
+    /// SetUsers, unless users were loaded before: an engine that is not started answers about accounts, too.
+    void load_users_once();
+
     /// In order of name; buddies in order of owner, then buddy.
     const std::vector<UserRecord>& users() const { return users_.records; }
     const std::vector<BuddyRecord>& buddies() const { return buddies_.records; }
@@ -56,6 +59,7 @@ private:
     template <typename Record> struct Snapshot {
         std::vector<Record> records{1};
         std::optional<std::uint64_t> loaded_mark; // the table's change mark when it was loaded
+        bool loaded_before = false;
     };
     struct Source {
         std::string_view loader;

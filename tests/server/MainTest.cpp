@@ -60,6 +60,14 @@ TEST_F(MainTest, StoresTheDefaultsOfEmptyDatabaseSettings)
     EXPECT_TRUE(main->get_StarTime().empty());
 }
 
+TEST_F(MainTest, AnswersAboutAccountsBeforeTheStart)
+{
+    create();
+    machine.database().add(qz::store::tables::kUsers, {{"UserName", "ann"}, {"Email", "ann@example.org"}});
+    EXPECT_EQ(main->Retrieve_UserEmail("ANN"), "ann@example.org");
+    EXPECT_TRUE(main->ScreenName_Enabled("ann"));
+}
+
 TEST_F(MainTest, StartsInOrder)
 {
     create();
