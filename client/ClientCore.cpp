@@ -208,6 +208,10 @@ void ClientCore::take_unit(const std::string& unit)
     if (unit.starts_with(protocol_keywords().FrameStart)) {
         const auto frame = helpers::parse_frame(unit);
         whole = frame ? reassembly_.put(frame->header, frame->chunk, now_) : std::nullopt;
+        if (frame && frame->header.chunk_index == 1
+            && frame->header.chunk_count > static_cast<std::int32_t>(kMaxChunks)) {
+            events_.incoming(CutOff{frame->header.chunk_count});
+        }
     }
     if (!whole) {
         return;

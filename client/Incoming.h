@@ -170,6 +170,12 @@ struct Notice {
 /// The answer to an echo request of the program.
 struct Echo { };
 
+/// An answer, a list for instance, that is longer than the server can send: it stops after the 16th chunk, so
+/// none of the answer can be shown.
+struct CutOff {
+    std::int32_t chunks = 0; // that the whole answer would have
+};
+
 /// What this library does not know, or what lacks a field that it needs.
 struct Unknown {
     std::string keyword;
@@ -179,7 +185,7 @@ struct Unknown {
 using Incoming = std::variant<Message, Receipt, Typing, PresenceChange, BuddiesOnLine, ActiveUsers,
     AllBuddies, FoundUsers, RoomList, WhereIsBuddy, RoomReply, AutoReplyState, AutoReplySaved, BuddyDetails,
     BuddyKey, BuddyUpdated, Administrator, Policy, VersionNotice, ExpirationTime, RemoteCommand, Transfer,
-    Notice, Echo, Unknown>;
+    Notice, Echo, CutOff, Unknown>;
 
 struct Envelope {
     MessageId number = 0;

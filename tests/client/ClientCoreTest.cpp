@@ -163,6 +163,16 @@ TEST(ClientCore, BytesMaySplitAnywhere)
     }
 }
 
+TEST(ClientCore, TellsOnceOfAnAnswerThatTheServerCannotSendWhole)
+{
+    Conversation talk;
+    talk.log_on();
+    for (int index = 1; index <= 16; ++index) {
+        talk.core.received(qz::helpers::write_frame({index, 1, index, 17}, "x"), talk.now);
+    }
+    EXPECT_THAT(talk.events.take(), ElementsAre("cut off|17"));
+}
+
 TEST(ClientCore, HostileBytesDoNoHarm)
 {
     Conversation talk;
@@ -170,7 +180,7 @@ TEST(ClientCore, HostileBytesDoNoHarm)
     const auto frame = [](int index, int count, const std::string& text) {
         return qz::helpers::write_frame({1, 1, index, count}, text);
     };
-    for (const auto& bytes : {"\x01\x04"s, "\x02\x03"s, "\x01\x11x\x04"s, frame(2, 1, "x"), frame(1, 17, "x"),
+    for (const auto& bytes : {"\x01\x04"s, "\x02\x03"s, "\x01\x11x\x04"s, frame(2, 1, "x"), frame(2, 17, "x"),
              frame(1, 1, ""), frame(1, 1, "\x02no number\x03"), "\xFF\xFE\x02\xFF\x03"s}) {
         talk.core.received(bytes, talk.now);
     }

@@ -125,6 +125,7 @@ struct Shower {
     }
     std::string operator()(const Notice& n) const { return line({"notice", n.text}); }
     std::string operator()(const Echo& /*echo*/) const { return "echo"; }
+    std::string operator()(const CutOff& c) const { return line({"cut off", std::to_string(c.chunks)}); }
     std::string operator()(const Unknown& u) const { return line({"unknown", u.keyword, u.body}); }
 };
 
