@@ -19,7 +19,6 @@
 
 using namespace std::chrono_literals;
 using namespace qz;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

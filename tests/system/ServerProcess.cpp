@@ -46,6 +46,7 @@ pid_t spawn(
     const std::vector<std::string>& words, const std::filesystem::path& in, const std::filesystem::path& out)
 {
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (const auto& word : words) {
         argv.push_back(const_cast<char*>(word.c_str()));
     }
