@@ -131,7 +131,6 @@ void Engine::begin_start_record()
     reset_room_members();
     message_queue.QueueMessage_ClearQueue();
     const auto logs = machine_.home() / kLogsFolder;
-    log_path_ = logs.string() + "/";
     attempt([&] { std::filesystem::create_directory(logs); }); // it may be there already
 }
 

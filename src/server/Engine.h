@@ -187,7 +187,6 @@ private:
     void data_arrived(std::int16_t socket, const std::string& unit) override;
     void closed(std::int16_t socket) override;
 
-    std::string log_path_;
     bool ready_ = false;                                      // the ready line was logged: it is logged once
     std::unique_ptr<platform::Timer> timer_;                  // QZ_Timer_1
     std::unique_ptr<platform::ServerSocket> server_socket_;   // QZ_WinSock_Server
