@@ -21,6 +21,10 @@ inline constexpr Table kMessages{"messages", "IDMessage"};
 inline constexpr Table kLog{"log", "IDLog"};
 inline constexpr Table kCommand{"command", "IDCommand"};
 inline constexpr Table kAutoReply{"autoreply", "IDAutoReply"};
+// Of the safeguards.
+inline constexpr Table kQueue{"queue", "IDQueue"};
+inline constexpr Table kQueueCount{"queuecount", "IDQueueCount"};
+inline constexpr Table kLastLogOn{"lastlogon", "IDLastLogOn"};
 
 } // namespace tables
 

@@ -94,9 +94,41 @@ CREATE TABLE IF NOT EXISTS autoreply (
 CREATE INDEX IF NOT EXISTS autoreply_UserName ON autoreply (UserName);
 )sql";
 
+// Tables of the safeguards: messages that wait with their texts, what became of all accepted ones, and when
+// each user last logged on. The message is the one text that compares with case: it is never searched.
+constexpr const char* kSafeguardTables = R"sql(
+CREATE TABLE IF NOT EXISTS queue (
+    IDQueue INTEGER PRIMARY KEY AUTOINCREMENT,
+    UserName_From TEXT COLLATE NOCASE,
+    UserName_To TEXT COLLATE NOCASE,
+    MsgID NUMERIC,
+    Message TEXT,
+    RoomName TEXT COLLATE NOCASE,
+    ReceiptRequested INTEGER DEFAULT 0,
+    ReceivedTime TEXT,
+    ExpirationTime TEXT,
+    Sent INTEGER DEFAULT 0,
+    SentTime TEXT
+);
+
+CREATE TABLE IF NOT EXISTS queuecount (
+    IDQueueCount INTEGER PRIMARY KEY AUTOINCREMENT,
+    Accepted INTEGER DEFAULT 0,
+    Confirmed INTEGER DEFAULT 0,
+    Expired INTEGER DEFAULT 0
+);
+
+CREATE TABLE IF NOT EXISTS lastlogon (
+    IDLastLogOn INTEGER PRIMARY KEY AUTOINCREMENT,
+    UserName TEXT COLLATE NOCASE,
+    LogOnTime TEXT
+);
+CREATE UNIQUE INDEX IF NOT EXISTS lastlogon_UserName ON lastlogon (UserName);
+)sql";
+
 /// The migration at position n leads from version n to version n + 1. What was released is never changed; new
 /// tables and columns are a new entry.
-constexpr std::array kMigrations{kFirstTables};
+constexpr std::array kMigrations{kFirstTables, kSafeguardTables};
 
 int version_of(SqliteDatabase& database)
 {
