@@ -2,6 +2,7 @@
 
 #include "base/EngineError.h"
 #include "platform/database/Recordset.h"
+#include "platform/sqlite/SqliteSchema.h"
 #include "support/ManualClock.h"
 #include "support/MemoryDatabase.h"
 #include "support/TemporaryFolder.h"
@@ -402,7 +403,9 @@ TEST_F(SqliteConnectionTest, RefusesANewerFile)
     OtherProgram(file).run("PRAGMA user_version = 4711");
     const auto before = content(file);
     const auto description = refusal();
-    EXPECT_TRUE(mentions(description, "4711") && mentions(description, "up to 1")) << description;
+    EXPECT_TRUE(mentions(description, "4711")
+        && mentions(description, "up to " + std::to_string(current_schema_version())))
+        << description;
     EXPECT_EQ(content(file), before);
 }
 
