@@ -2,8 +2,8 @@
 // server.
 #pragma once
 
-#include "Exit.h"
 #include "Home.h"
+#include "common/Exit.h"
 
 #include <string>
 #include <vector>

@@ -1,8 +1,8 @@
 // velto-server check: looks a home over before something goes wrong.
 #pragma once
 
-#include "Exit.h"
 #include "Home.h"
+#include "common/Exit.h"
 
 namespace velto {
 

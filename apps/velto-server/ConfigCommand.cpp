@@ -1,9 +1,9 @@
 #include "ConfigCommand.h"
 
-#include "Console.h"
-#include "Exit.h"
 #include "HomeStore.h"
 #include "base/Text.h"
+#include "common/Console.h"
+#include "common/Exit.h"
 #include "config/SettingTable.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "Home.h"
 
-#include "Exit.h"
 #include "base/EngineError.h"
+#include "common/Exit.h"
 #include "config/IniFile.h"
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "HomeLock.h"
 
-#include "Exit.h"
+#include "common/Exit.h"
 
 #include <array>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "HomeStore.h"
 
-#include "Exit.h"
 #include "base/Text.h"
+#include "common/Exit.h"
 #include "server/HomeFiles.h"
 #include "store/Statements.h"
 

@@ -1,7 +1,7 @@
 #include "InitCommand.h"
 
-#include "Exit.h"
 #include "HomeStore.h"
+#include "common/Exit.h"
 #include "config/SettingTable.h"
 
 #include <array>

@@ -1,7 +1,7 @@
 #include "Names.h"
 
-#include "Exit.h"
 #include "base/Text.h"
+#include "common/Exit.h"
 #include "helpers/ProtocolKeywords.h"
 
 namespace velto {

@@ -1,10 +1,10 @@
 #include "RoomCommand.h"
 
-#include "Console.h"
-#include "Exit.h"
 #include "HomeStore.h"
 #include "Names.h"
 #include "base/Text.h"
+#include "common/Console.h"
+#include "common/Exit.h"
 #include "store/RoomMembers.h"
 #include "store/Rooms.h"
 

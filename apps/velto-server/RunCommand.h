@@ -1,8 +1,8 @@
 // velto-server run: the server in the foreground.
 #pragma once
 
-#include "Exit.h"
 #include "Home.h"
+#include "common/Exit.h"
 
 namespace velto {
 

@@ -1,12 +1,11 @@
 #include "UserCommand.h"
 
-#include "Console.h"
-#include "Exit.h"
 #include "HomeStore.h"
 #include "Names.h"
 #include "base/Text.h"
+#include "common/Console.h"
+#include "common/Exit.h"
 
-#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -19,21 +18,11 @@ using qz::store::UserRecord;
 
 constexpr std::size_t kLongestPassword = 100; // characters
 
-std::string first_line_of(const std::string& path)
-{
-    std::ifstream file(path);
-    std::string line;
-    if (!std::getline(file, line)) {
-        throw CommandError(Exit::Failed, "no password can be read from the file " + qz::printable(path));
-    }
-    return qz::valid_utf8(qz::single_line(line));
-}
-
 std::string take_password(const PasswordSource& source, const std::string& name)
 {
     auto password = source.file.empty() ? read_new_secret("Password of " + qz::printable(name) + ": ",
                         source.standard_input ? Ask::Never : Ask::OnTerminal)
-                                        : first_line_of(source.file);
+                                        : read_secret_file(source.file);
     if (password.empty()) {
         throw CommandError(Exit::Usage, "the password must not be empty");
     }

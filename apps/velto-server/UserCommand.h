@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Home.h"
+#include "common/Console.h"
 
 #include <string>
 
@@ -12,12 +13,6 @@ struct NewUser {
     std::string email;
     std::string first_name;
     std::string last_name;
-};
-
-/// Where a password comes from: the first line of a file or of standard input, else a prompt.
-struct PasswordSource {
-    std::string file;
-    bool standard_input = false;
 };
 
 // All throw CommandError 1 when there is no such account.

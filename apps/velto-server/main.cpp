@@ -3,13 +3,13 @@
 #include "CallCommand.h"
 #include "CheckCommand.h"
 #include "ConfigCommand.h"
-#include "Exit.h"
 #include "Home.h"
 #include "InitCommand.h"
 #include "LogCommand.h"
 #include "RoomCommand.h"
 #include "RunCommand.h"
 #include "UserCommand.h"
+#include "common/Exit.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -11,6 +11,16 @@ namespace velto {
 /// @throws CommandError when there is no line.
 std::string read_secret(const std::string& prompt);
 
+/// Where a password comes from: the first line of a file or of standard input, else a prompt.
+struct PasswordSource {
+    std::string file;
+    bool standard_input = false;
+};
+
+/// The first line of a file that holds a secret.
+/// @throws CommandError 1 when there is none.
+std::string read_secret_file(const std::string& path);
+
 enum class Ask { Never, OnTerminal };
 
 /// Reads a secret that is to be set: on a terminal it is asked for twice, to catch slips.

@@ -1,8 +1,9 @@
-#include "Console.h"
+#include "common/Console.h"
 
-#include "Exit.h"
 #include "base/Text.h"
+#include "common/Exit.h"
 
+#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <termios.h>
@@ -58,6 +59,16 @@ std::string read_secret(const std::string& prompt)
     std::cerr << prompt << std::flush;
     const HiddenTyping hidden;
     return read_line();
+}
+
+std::string read_secret_file(const std::string& path)
+{
+    std::ifstream file(path);
+    std::string line;
+    if (!std::getline(file, line)) {
+        throw CommandError(Exit::Failed, "no password can be read from the file " + qz::printable(path));
+    }
+    return qz::valid_utf8(qz::single_line(line));
 }
 
 std::string read_new_secret(const std::string& prompt, Ask ask)
