@@ -303,7 +303,9 @@ void ClientCore::take_message(const Message& message)
     if (!is_logged_on()) {
         return;
     }
-    confirmations_.add(message.id);
+    if (confirms_) {
+        confirmations_.add(message.id);
+    }
     if (seen_.is_new(message)) {
         events_.incoming(message);
     }

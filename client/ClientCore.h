@@ -78,6 +78,9 @@ public:
         MessageId id = 0; // names the message in its receipt; 0 when it was not sent
     };
     SentMessage send_message(const OutgoingMessage& message);
+    /// Whether messages that come from now on are confirmed, as they are at first. A program in which nobody
+    /// reads leaves them with the server, which keeps them for the user's next client.
+    void confirm_messages(bool on) { confirms_ = on; }
     /// Confirmations that the server may not have yet.
     std::size_t unconfirmed() const { return confirmations_.size(); }
 
@@ -129,6 +132,7 @@ private:
     std::string last_notice_;
     Outbox outbox_;
 
+    bool confirms_ = true;
     SeenMessages seen_;
     Confirmations confirmations_;
     std::deque<SentEcho> echoes_; // not answered yet, oldest first

@@ -11,6 +11,7 @@ enum class Exit : int {
     Failed = 1,
     Usage = 2,
     NoServer = 3,
+    Unconfirmed = 4,    // a message was accepted, but its recipient has not confirmed it
     Configuration = 78, // EX_CONFIG of sysexits.h
 };
 

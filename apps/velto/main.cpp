@@ -1,0 +1,181 @@
+// velto: the client for terminals and scripts.
+
+#include "ListCommands.h"
+#include "ListenCommand.h"
+#include "LogOnOptions.h"
+#include "SendCommand.h"
+#include "common/Exit.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <string>
+
+namespace velto {
+
+namespace {
+
+constexpr const char* kExamples = R"(Examples:
+  velto send --user ada ben "Lunch at 12?"               waits until ben's client has it
+  uptime | velto send --user robot --password-file pw '#lobby' -
+  velto listen --user ada --json --count 1               the next message, as one JSON line
+  velto who --user ada --server im.example.org:2001      everybody on line
+  velto rooms --user ada --json
+
+Exit codes: 0 done, 1 failed or refused, 2 usage, 3 server not reachable,
+4 accepted by the server but not confirmed by the recipient in time.
+
+VELTO_SERVER, VELTO_USER and VELTO_PASSWORD_FILE stand for the options of these names. A name is logged on
+once at a time: a command that logs on with the name of a running client ends that client's connection, so
+give scripts a name of their own.)";
+
+std::string environment(const char* name)
+{
+    const char* const value = std::getenv(name);
+    return value == nullptr ? std::string{} : value;
+}
+
+/// The command line, and the one command that it chose.
+class CommandLine {
+public:
+    CommandLine()
+    {
+        if (const auto server = environment("VELTO_SERVER"); !server.empty()) {
+            log_on_.server = server;
+        }
+        log_on_.user = environment("VELTO_USER");
+        log_on_.password.file = environment("VELTO_PASSWORD_FILE");
+        app_.footer(kExamples);
+        app_.require_subcommand(1);
+        add_log_on(app_);
+        add_send();
+        add_listen();
+        add_lists();
+        app_.add_subcommand("version", "Print the version")->callback([this] {
+            chosen_ = [] {
+                std::cout << "velto " VELTO_VERSION "\n";
+                return Exit::Done;
+            };
+        });
+    }
+
+    Exit run(int argc, char** argv)
+    {
+        try {
+            app_.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            const bool asked_for_help = error.get_exit_code() == 0;
+            app_.exit(error);
+            return asked_for_help ? Exit::Done : Exit::Usage;
+        }
+        if (log_on_.password.standard_input) {
+            log_on_.password.file.clear(); // of the environment
+        }
+        return chosen_();
+    }
+
+private:
+    CLI::App* command(const std::string& name, const std::string& description, const std::string& footer,
+        std::function<Exit()> work)
+    {
+        auto* sub = app_.add_subcommand(name, description);
+        add_log_on(*sub);
+        sub->footer(footer);
+        sub->callback([this, work = std::move(work)] { chosen_ = work; });
+        return sub;
+    }
+
+    void add_log_on(CLI::App& app)
+    {
+        app.add_option("--server", log_on_.server,
+               "The server; 127.0.0.1:2001 when neither this nor VELTO_SERVER says")
+            ->type_name("HOST:PORT");
+        app.add_option("--user", log_on_.user, "Screen name to log on with; else VELTO_USER")
+            ->type_name("NAME");
+        auto* file = app.add_option("--password-file", log_on_.password.file,
+                            "File whose first line is the password; else VELTO_PASSWORD_FILE")
+                         ->type_name("FILE");
+        app.add_flag("--password-stdin", log_on_.password.standard_input,
+               "Read the password from the first line of standard input")
+            ->excludes(file);
+    }
+
+    void add_send()
+    {
+        auto* sub = command("send", "Send one message and wait until its recipient has it",
+            "Examples:\n"
+            "  velto send --user ada ben \"Lunch at 12?\"\n"
+            "  velto send --user robot --password-file pw --timeout 300 ben - < report.txt\n"
+            "  velto send --user ada --no-wait '#lobby' \"Good morning\"\n\n"
+            "Exit codes: 0 delivered (with --no-wait, or to a room: accepted by the server), 1 refused,\n"
+            "3 server not reachable, 4 accepted but not confirmed in time. The server goes on trying to "
+            "deliver\n"
+            "an accepted message until it expires.",
+            [this] { return run_send(log_on_, send_); });
+        sub->add_option("TO", send_.to, "A screen name, or # and the name of a room (quote the #)")
+            ->required();
+        sub->add_option("TEXT", send_.text, "The message; - or nothing for standard input");
+        sub->add_option("--timeout", send_.timeout, "How long to wait for the recipient's confirmation")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(1, 1000000))
+            ->capture_default_str();
+        sub->add_flag("--no-wait", send_.no_wait, "Do not wait for the recipient, only for the server");
+        sub->add_flag("-q,--quiet", send_.quiet, "Print nothing when it worked");
+    }
+
+    void add_listen()
+    {
+        auto* sub = command("listen", "Print what comes, one line each, and confirm messages",
+            "Examples:\n"
+            "  velto listen --user ada\n"
+            "  velto listen --user robot --password-file pw --json | while read -r event; do ...; done\n"
+            "  velto listen --user robot --password-file pw --json --count 1 --timeout 60\n\n"
+            "With --json, \"event\" is message, receipt, typing, status, notice, remote_command, "
+            "file_transfer or\n"
+            "screen_transfer. Exit codes: 0 done, 1 fewer than --count messages came in time, 3 not "
+            "reachable.",
+            [this] { return run_listen(log_on_, listen_); });
+        sub->add_flag("--json", listen_.json, "One JSON object a line");
+        sub->add_option("--count", listen_.count, "End after so many messages")
+            ->type_name("N")
+            ->check(CLI::Range(1, 1000000000));
+        sub->add_option("--timeout", listen_.timeout, "End after so many seconds")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(1, 1000000000));
+    }
+
+    void add_lists()
+    {
+        auto* who = command("who", "Everybody on line, with their status",
+            "Example:\n  velto who --user ada --json", [this] { return run_who(log_on_, json_); });
+        who->add_flag("--json", json_, "As JSON");
+        auto* rooms = command("rooms", "All rooms, with their owner and how many are in them",
+            "Example:\n  velto rooms --user ada", [this] { return run_rooms(log_on_, json_); });
+        rooms->add_flag("--json", json_, "As JSON");
+    }
+
+    CLI::App app_{"The VELTO client for terminals and scripts", "velto"};
+    std::function<Exit()> chosen_;
+    LogOnOptions log_on_;
+    SendOptions send_;
+    ListenOptions listen_;
+    bool json_ = false;
+};
+
+} // namespace
+
+} // namespace velto
+
+int main(int argc, char** argv)
+{
+    try {
+        return static_cast<int>(velto::CommandLine().run(argc, argv));
+    } catch (const velto::CommandError& error) {
+        std::cerr << "velto: " << error.what() << "\n";
+        return static_cast<int>(error.code());
+    } catch (const std::exception& error) {
+        std::cerr << "velto: " << error.what() << "\n";
+        return static_cast<int>(velto::Exit::Failed);
+    }
+}
