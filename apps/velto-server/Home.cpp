@@ -43,7 +43,7 @@ std::string Home::init_command() const
     return "velto-server init --home " + folder_.string();
 }
 
-void Home::require_folder() const
+void Home::require_present() const
 {
     std::error_code ignored;
     if (!fs::is_directory(folder_, ignored)) {
@@ -51,6 +51,11 @@ void Home::require_folder() const
             "there is no home folder " + folder_.string() + "\nMake one with: " + init_command()
                 + "\nor name another with --home or VELTO_HOME.");
     }
+}
+
+void Home::require_folder() const
+{
+    require_present();
     if (access(folder_.c_str(), W_OK | X_OK) != 0) {
         throw CommandError(Exit::Configuration,
             "the home folder " + folder_.string()

@@ -20,7 +20,9 @@ public:
     /// The command that makes this home, for messages.
     std::string init_command() const;
 
-    /// @throws CommandError 78 when the folder is missing or cannot be written.
+    /// @throws CommandError 78 when the folder is missing.
+    void require_present() const;
+    /// @throws CommandError 78 also when it cannot be written.
     void require_folder() const;
     /// @throws CommandError 78 also when the settings file is missing or cannot be read.
     void require_initialised() const;

@@ -3,10 +3,13 @@
 #include "common/Exit.h"
 
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <string>
 #include <sys/file.h>
+#include <thread>
 #include <unistd.h>
 
 namespace velto {
@@ -25,6 +28,20 @@ pid_t process_in(int descriptor)
     return length > 0 ? static_cast<pid_t>(std::strtol(text.data(), nullptr, 10)) : 0;
 }
 
+/// Whoever asks who runs here holds the lock for a moment, too: it is tried again for a little while.
+bool lock_at_last(int descriptor)
+{
+    constexpr int kTries = 10;
+    constexpr std::chrono::milliseconds kPause(10);
+    for (int tries = 1; flock(descriptor, LOCK_EX | LOCK_NB) != 0; ++tries) {
+        if (tries == kTries) {
+            return false;
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+    return true;
+}
+
 } // namespace
 
 HomeLock::HomeLock(const Home& home)
@@ -33,7 +50,7 @@ HomeLock::HomeLock(const Home& home)
     if (descriptor_ < 0) {
         throw CommandError(Exit::Failed, "the file " + lock_file(home).string() + " cannot be made");
     }
-    if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+    if (!lock_at_last(descriptor_)) {
         const auto process = process_in(descriptor_);
         close(descriptor_);
         throw CommandError(Exit::Failed,
@@ -58,6 +75,11 @@ HomeLock::~HomeLock()
 std::optional<pid_t> HomeLock::holder(const Home& home)
 {
     const int descriptor = open(lock_file(home).c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0 && errno != ENOENT) {
+        throw CommandError(Exit::Failed,
+            "the file " + lock_file(home).string()
+                + " cannot be read by this user\nRun the command as the owner of the home.");
+    }
     if (descriptor < 0) {
         return std::nullopt;
     }

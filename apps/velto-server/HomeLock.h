@@ -20,6 +20,7 @@ public:
     HomeLock& operator=(const HomeLock&) = delete;
 
     /// The process that runs in the home; nothing when none does.
+    /// @throws CommandError 1 when this user may not know.
     static std::optional<pid_t> holder(const Home& home);
 
 private:

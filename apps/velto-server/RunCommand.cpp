@@ -4,6 +4,7 @@
 #include "HomeStore.h"
 #include "HostEvents.h"
 #include "SignalWatcher.h"
+#include "StatusKeeper.h"
 #include "platform/asio/AsioMachine.h"
 #include "server/Main.h"
 
@@ -78,6 +79,7 @@ Exit run_server(const Home& home, const RunOptions& options)
     qz::platform::AsioMachine machine(home.folder());
     const auto events = make_events(options, machine.loop());
     auto main = std::make_unique<qz::server::Main>(machine, *events);
+    auto status = std::make_unique<StatusKeeper>(home, machine, *main);
     Deadline deadline(machine);
     const SignalWatcher signals([&](int received) {
         machine.loop().post([&, received] {
@@ -95,9 +97,12 @@ Exit run_server(const Home& home, const RunOptions& options)
         }
         if (!events->has_started()) {
             machine.loop().stop();
+            return;
         }
+        status->start();
     });
     machine.loop().run();
+    status.reset();
     main.reset();
     if (!events->has_started()) {
         throw CommandError(Exit::Failed,

@@ -8,6 +8,7 @@
 #include "LogCommand.h"
 #include "RoomCommand.h"
 #include "RunCommand.h"
+#include "StatusCommand.h"
 #include "UserCommand.h"
 #include "common/Exit.h"
 
@@ -26,6 +27,7 @@ namespace {
 constexpr const char* kExamples = R"(Examples:
   velto-server init --home /srv/velto          make a home with its settings and database
   velto-server run --home /srv/velto           run the server in the foreground; Ctrl-C ends it gracefully
+  velto-server status --json                   process, address, users on line, waiting messages...
   velto-server check --home /srv/velto         look the settings over
   velto-server config set "General SetUp/ListeningPort" 2002
   velto-server call get_ListeningPort          call one member of the engine's interface
@@ -47,6 +49,7 @@ public:
         add_home(app_);
         add_init();
         add_run();
+        add_status();
         add_check();
         add_config();
         add_user();
@@ -165,6 +168,13 @@ private:
         auto* sub =
             command("run", "Run the server in the foreground", [this] { return run_server(home(), run_); });
         sub->add_flag("--events", run_.events, "Print every event as one JSON line");
+    }
+
+    void add_status()
+    {
+        auto* sub = command("status", "What the running server tells of itself; exit code 3 when none runs",
+            [this] { return run_status(home(), json_); });
+        sub->add_flag("--json", json_, "As JSON");
     }
 
     void add_check()

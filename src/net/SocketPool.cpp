@@ -93,6 +93,15 @@ bool SocketPool::is_connected(std::int16_t socket) const
     return sockets_ != nullptr && sockets_->state(socket) == platform::kSocketConnected;
 }
 
+std::int64_t SocketPool::count_connected() const
+{
+    std::int64_t connected = 0;
+    for (std::int16_t socket = 0; socket < get_SocketsCount(); ++socket) {
+        connected += is_connected(socket) ? 1 : 0;
+    }
+    return connected;
+}
+
 std::string SocketPool::get_RemoteAddress(std::int16_t socket) const
 {
     if (sockets_ == nullptr) {

@@ -43,6 +43,7 @@ public:
     std::int16_t state(std::int16_t socket) const;
     bool SocketFree(std::int16_t socket) const;
     bool is_connected(std::int16_t socket) const;
+    std::int64_t count_connected() const;
     bool SessionIDFree(const std::string& session_id) const
     {
         return !connections_.is_session_id_used(session_id);

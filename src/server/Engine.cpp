@@ -62,7 +62,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       receiver(connections, chunks, sender, closer, parser, machine.clock(), {dispatcher, *this}, journal),
       announcements(connections, sender, journal),
       on_line_info(ini, connections, directory, presence, machine.clock(), journal),
-      commands(database, parser, *this, journal), housekeeping(settings, *this, journal)
+      commands(database, parser, *this, journal), housekeeping(settings, *this, journal),
+      figures(connections, pool, message_queue, database, counters)
 {
     journal.attach(activity_log);
     machine_.loop().add_listener(database, platform::TurnPhase::Commit);

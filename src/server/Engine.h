@@ -41,6 +41,7 @@
 #include "protocol/TransferRequests.h"
 #include "protocol/Welcome.h"
 #include "queue/MessageQueue.h"
+#include "server/FigureSource.h"
 #include "server/Housekeeping.h"
 #include "server/Main.h"
 #include "server/MainEvents.h"
@@ -145,6 +146,7 @@ public: // the rooms, for the members of Main that forward to them
 
     ServerCommands commands;
     Housekeeping housekeeping;
+    FigureSource figures;
 
     ServerStatus status = ServerStatus::Arrested;
     bool accept_incoming_connections = false;

@@ -63,6 +63,11 @@ DateTime Main::get_StarTime() const
     return engine_->start_time;
 }
 
+Figures Main::figures()
+{
+    return engine_->figures.read();
+}
+
 std::string Main::get_ServerIP()
 {
     return engine_->get_ServerIP();

@@ -5,6 +5,7 @@
 #include "config/Settings.h"
 #include "platform/Machine.h"
 #include "queue/QueueMessageSmall.h"
+#include "server/Figures.h"
 #include "server/MainEvents.h"
 
 #include <cstdint>
@@ -64,6 +65,9 @@ public:
     std::string get_ConnectionOK();
     /// "Connection OK", or three lines for the administrator, which show the database password.
     std::string ConnectionTest();
+
+    /// For hosts in this process; not a member of the interface.
+    Figures figures();
 
     // Remote commands: rows of the table `command`, carried out by a later tick.
     void set_ServerCommand(const std::string& command_to_send, const std::string& parameters);

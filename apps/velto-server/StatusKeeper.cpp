@@ -1,0 +1,62 @@
+#include "StatusKeeper.h"
+
+#include "base/EngineError.h"
+#include "base/Text.h"
+
+#include <chrono>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+namespace velto {
+
+namespace {
+
+constexpr int kSecondsBetweenSigns = 10;
+
+} // namespace
+
+StatusKeeper::StatusKeeper(const Home& home, qz::platform::Machine& machine, qz::server::Main& main)
+    : file_(home), main_(main), timer_(machine.create_timer(*this))
+{
+    file_.remove(); // what a killed server left behind
+}
+
+StatusKeeper::~StatusKeeper()
+{
+    file_.remove();
+}
+
+void StatusKeeper::start()
+{
+    identity_ = {getpid(), main_.get_StarTime().text(), main_.get_ServerIP(), main_.get_ListeningPort(),
+        main_.Version()};
+    write(main_.figures());
+    timer_->set_interval(std::chrono::seconds(1));
+    timer_->set_enabled(true);
+}
+
+void StatusKeeper::timer_ticked()
+{
+    ++seconds_since_write_;
+    const auto figures = main_.figures();
+    if (figures != written_ || seconds_since_write_ >= kSecondsBetweenSigns) {
+        write(figures);
+    }
+}
+
+void StatusKeeper::write(const qz::server::Figures& figures)
+{
+    written_ = figures;
+    seconds_since_write_ = 0;
+    try {
+        file_.write(identity_, figures);
+        failing_ = false;
+    } catch (const qz::EngineError& error) {
+        if (!failing_) {
+            spdlog::warn("the status file cannot be written: {}", qz::printable(error.description()));
+        }
+        failing_ = true;
+    }
+}
+
+} // namespace velto

@@ -1,0 +1,39 @@
+// Keeps the status file of a running server true.
+#pragma once
+
+#include "StatusFile.h"
+#include "platform/Machine.h"
+#include "server/Main.h"
+
+#include <memory>
+
+namespace velto {
+
+/// Looks at the figures once a second. The file is written when one has changed, and every ten seconds
+/// otherwise: a file that is older belongs to a server that hangs.
+class StatusKeeper final : private qz::platform::TimerEvents {
+public:
+    /// All of them must outlive the keeper. Begins with start().
+    StatusKeeper(const Home& home, qz::platform::Machine& machine, qz::server::Main& main);
+    /// Removes the file.
+    ~StatusKeeper();
+    StatusKeeper(const StatusKeeper&) = delete;
+    StatusKeeper& operator=(const StatusKeeper&) = delete;
+
+    /// The server has started.
+    void start();
+
+private:
+    void timer_ticked() override;
+    void write(const qz::server::Figures& figures);
+
+    StatusFile file_;
+    qz::server::Main& main_;
+    std::unique_ptr<qz::platform::Timer> timer_;
+    ServerIdentity identity_;
+    qz::server::Figures written_;
+    int seconds_since_write_ = 0;
+    bool failing_ = false; // a failure is logged once, until it works again
+};
+
+} // namespace velto

@@ -1,0 +1,35 @@
+#include "server/FigureSource.h"
+
+#include "base/Guarded.h"
+#include "store/Statements.h"
+
+namespace qz::server {
+
+Figures FigureSource::read()
+{
+    Figures figures;
+    figures.users_on_line = connections_.count_on_line();
+    figures.connections = pool_.count_connected();
+    figures.queued_messages = static_cast<std::int64_t>(message_queue_.count());
+    // A database that is gone is reported by those who need it; the number of accounts is then the last one.
+    attempt([&] { read_database(figures); });
+    figures.accounts = accounts_;
+    return figures;
+}
+
+void FigureSource::read_database(Figures& figures)
+{
+    auto& connection = database_.connection();
+    if (connection.State() != platform::ConnectionState::Open) {
+        return;
+    }
+    figures.database = connection.description();
+    const auto mark = connection.change_mark(store::tables::kUsers);
+    if (mark == counted_mark_) {
+        return;
+    }
+    counted_mark_ = mark; // also when the count fails: it is tried again after the next change
+    accounts_ = counters_.users().value_or(static_cast<std::int32_t>(accounts_));
+}
+
+} // namespace qz::server
