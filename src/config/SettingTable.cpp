@@ -155,15 +155,14 @@ constexpr std::array kTable{
                              "Seconds within which a new connection must log on; 0 for no limit"),
         "60")),
     with_init(integer("Mail", "Port", 1, kMostPort, "25", "Port of the mail server"), "25"),
-    not_served(
-        safeguard("VerifySender", "Refuse requests that name another sender than the connection's user")),
+    safeguard("VerifySender", "Refuse requests that name another sender than the connection's user"),
     not_served(safeguard("KeepUntilConfirmed", "Send messages again until they are confirmed or expire")),
     not_served(safeguard("DurableQueue", "Queued messages survive a restart")),
     not_served(
         safeguard("LogonThrottle", "Failed logons delay further ones, and bring a bounded number of mails")),
     safeguard("DailyJobsOncePerDay", "The daily jobs run once a day"),
     not_served(safeguard("HidePasswords", "Passwords are masked in diagnostics and mails")),
-    not_served(safeguard("VerifyReceipt", "Only its recipient may confirm a message")),
+    safeguard("VerifyReceipt", "Only its recipient may confirm a message"),
     not_served(safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon")),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),

@@ -1,5 +1,6 @@
 #include "net/ConnectionTable.h"
 
+#include "base/Text.h"
 #include "helpers/MessageParser.h"
 
 #include <algorithm>
@@ -121,6 +122,14 @@ std::string ConnectionTable::Retrieve_ScreenNameBySocket(std::int16_t socket) co
 {
     const auto* record = first_on(socket);
     return record == nullptr ? std::string{} : record->UserName;
+}
+
+bool ConnectionTable::is_logged_on(std::string_view user_name, std::int16_t socket) const
+{
+    const auto& numbers = numbers_in(by_socket_, socket);
+    return !user_name.empty() && std::any_of(numbers.begin(), numbers.end(), [&](std::int32_t number) {
+        return equal_ignoring_case(records_[static_cast<std::size_t>(number)].UserName, user_name);
+    });
 }
 
 bool ConnectionTable::UserIsOnline(const std::string& user_name) const

@@ -57,6 +57,9 @@ public:
     const ConnectionRecord* last_on(std::int16_t socket) const;
     /// User name of the first on-line record on the socket; empty when there is none.
     std::string Retrieve_ScreenNameBySocket(std::int16_t socket) const;
+    /// True when an on-line record on the socket carries the name, in any letter case: requests name users in
+    /// lower case. False for an empty name.
+    bool is_logged_on(std::string_view user_name, std::int16_t socket) const;
     /// True when the first on-line record of the name, after the parser's transform, is not marked released.
     bool UserIsOnline(const std::string& user_name) const;
     /// Names that several on-line records carry, in the order of their first records.

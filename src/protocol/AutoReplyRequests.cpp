@@ -17,18 +17,18 @@ AutoReplyRequests::AutoReplyRequests(store::AutoReplies& auto_replies, const hel
 void AutoReplyRequests::Request_AutoReply(const Request& request)
 {
     guarded(journal_, "Request_AutoReply", request.remote_ip, [&] {
-        const auto user = screen_name(parser_, request.parameters, "screenname");
         const auto action = parser_.value(request.parameters, "action");
         if (action == "check") {
-            check(request, user);
+            check(request);
         } else if (action == "update") {
-            update(request, user);
+            update(request);
         }
     });
 }
 
-void AutoReplyRequests::check(const Request& request, const std::string& user)
+void AutoReplyRequests::check(const Request& request)
 {
+    const auto& user = request.user;
     const auto& enabled = helpers::boolean_text(auto_replies_.Retrieve_AutoReply(user));
     const auto message = without_blanks(auto_replies_.Retrieve_AutoReplyMessage(user));
     sender_.SendData(request.socket, protocol_keywords().AutoReply,
@@ -36,8 +36,9 @@ void AutoReplyRequests::check(const Request& request, const std::string& user)
     journal_.Log("AutoReply check for " + user, user, request.remote_ip);
 }
 
-void AutoReplyRequests::update(const Request& request, const std::string& user)
+void AutoReplyRequests::update(const Request& request)
 {
+    const auto& user = request.user;
     const auto& keywords = protocol_keywords();
     const bool enabled = helpers::read_boolean(parser_.value(request.parameters, "status"));
     const bool saved =

@@ -18,8 +18,8 @@ public:
     void Request_AutoReply(const Request& request);
 
 private:
-    void check(const Request& request, const std::string& user);
-    void update(const Request& request, const std::string& user);
+    void check(const Request& request);
+    void update(const Request& request);
 
     store::AutoReplies& auto_replies_;
     const helpers::MessageParser& parser_;

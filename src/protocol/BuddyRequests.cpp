@@ -138,8 +138,7 @@ void BuddyRequests::answer_update(
 
 BuddyRequests::Entry BuddyRequests::entry_in(const Request& request, const char* buddy_key) const
 {
-    return {screen_name(parser_, request.parameters, "screenname"),
-        screen_name(parser_, request.parameters, buddy_key)};
+    return {request.user, screen_name(parser_, request.parameters, buddy_key)};
 }
 
 } // namespace qz::protocol

@@ -10,10 +10,12 @@
 #include "net/SocketPool.h"
 #include "protocol/EnvelopeReader.h"
 #include "protocol/Handlers.h"
+#include "protocol/SenderCheck.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace qz::protocol {
 
@@ -22,16 +24,24 @@ enum class Gate { None, FileTransfer, ScreenTransfer };
 
 class Dispatcher final : public net::IncomingMessages {
 public:
+    /// What a request must pass before its handler sees it.
+    struct Rules {
+        const SenderCheck& senders;
+        config::Settings& policy;
+    };
     Dispatcher(Handlers& handlers, const helpers::MessageParser& parser, const net::SocketPool& pool,
-        net::Sender& sender, config::Settings& settings, Journal& journal);
+        net::Sender& sender, Rules rules, Journal& journal);
+
+    /// The command words, in the order of comparison.
+    static std::vector<std::string> commands();
 
     net::Envelope CheckMsgIncomingRules(const std::string& data) override
     {
         return reader_.CheckMsgIncomingRules(data);
     }
 
-    /// A command that is unknown is ignored. One that the policy forbids is refused with a notice to its
-    /// sender; nobody else is told.
+    /// A command that is unknown is ignored. One that names another sender than it may, or that the policy
+    /// forbids, is refused with a notice to its sender; nobody else is told.
     void HandleIncoming(std::int16_t socket, const std::string& message, double number,
         const std::string& first_word) override;
 
@@ -43,7 +53,7 @@ private:
     const helpers::MessageParser& parser_;
     const net::SocketPool& pool_;
     net::Sender& sender_;
-    config::Settings& settings_;
+    Rules rules_;
     Journal& journal_;
 };
 

@@ -49,9 +49,9 @@ DateTime expiration_in(std::string_view text)
 
 } // namespace
 
-MessageRequests::MessageRequests(People people, Ways ways, const config::Settings& settings,
-    const helpers::MessageParser& parser, const Clock& clock, Journal& journal)
-    : people_(people), ways_(ways), settings_(settings), parser_(parser), clock_(clock), journal_(journal)
+MessageRequests::MessageRequests(People people, Ways ways, Rules rules, const helpers::MessageParser& parser,
+    const Clock& clock, Journal& journal)
+    : people_(people), ways_(ways), rules_(rules), parser_(parser), clock_(clock), journal_(journal)
 {
 }
 
@@ -65,7 +65,7 @@ void MessageRequests::Request_Msg(const Request& request)
         const std::string expiration(
             trim(replace_all(parser_.value(request.parameters, "expirationend"), "_", " ")));
         message.expiration_time = expiration.empty()
-            ? clock_.now().plus_seconds(kSecondsPerMinute * settings_.get_Message_Expiration_Time())
+            ? clock_.now().plus_seconds(kSecondsPerMinute * rules_.settings.get_Message_Expiration_Time())
             : expiration_in(expiration);
         if (people_.auto_replies.Retrieve_AutoReply(message.sender)) {
             tell(message.sender, "You have AutoReply On");
@@ -84,7 +84,7 @@ void MessageRequests::Request_Msg(const Request& request)
 queue::NewMessage MessageRequests::message_in(const Request& request) const
 {
     queue::NewMessage message;
-    message.sender = screen_name(parser_, request.parameters, "screennamefrom");
+    message.sender = request.user;
     message.recipient = blank_value(parser_, request.parameters, "screennameto");
     message.text = parser_.value(request.parameters, "msg");
     message.msg_id = request.number;
@@ -164,8 +164,8 @@ void MessageRequests::tell(const std::string& user, const std::string& notice)
 
 void MessageRequests::Request_Typing(const Request& request)
 {
-    Send_TypingMessage(screen_name(parser_, request.parameters, "screennamefrom"),
-        screen_name(parser_, request.parameters, "screennameto"), request.remote_ip);
+    Send_TypingMessage(
+        request.user, screen_name(parser_, request.parameters, "screennameto"), request.remote_ip);
 }
 
 void MessageRequests::Send_TypingMessage(
@@ -184,7 +184,9 @@ void MessageRequests::Send_TypingMessage(
 
 void MessageRequests::Request_MsgReceipt(const Request& request)
 {
-    ways_.queue.QueueMessage_SetToDelivered(leading_number(parser_.value(request.parameters, "msgid")));
+    ways_.queue.QueueMessage_SetToDelivered(leading_number(parser_.value(request.parameters, "msgid")),
+        rules_.deployment.verify_receipt() ? people_.connections.Retrieve_ScreenNameBySocket(request.socket)
+                                           : std::string{});
 }
 
 void MessageRequests::Send_InstantMessage(const std::string& message, const std::string& screen_name)

@@ -3,6 +3,7 @@
 
 #include "base/Clock.h"
 #include "base/Journal.h"
+#include "config/Deployment.h"
 #include "config/Settings.h"
 #include "helpers/MessageParser.h"
 #include "net/ConnectionTable.h"
@@ -35,8 +36,12 @@ public:
         net::Sender& sender;
         const net::SocketPool& pool;
     };
-    MessageRequests(People people, Ways ways, const config::Settings& settings,
-        const helpers::MessageParser& parser, const Clock& clock, Journal& journal);
+    struct Rules {
+        const config::Settings& settings;
+        const config::Deployment& deployment;
+    };
+    MessageRequests(People people, Ways ways, Rules rules, const helpers::MessageParser& parser,
+        const Clock& clock, Journal& journal);
 
     /// Warns the sender of whatever stands against the message, then queues it: for a user, or for each other
     /// member of a room. Whoever writes to a room joins it.
@@ -59,7 +64,7 @@ private:
 
     People people_;
     Ways ways_;
-    const config::Settings& settings_;
+    Rules rules_;
     const helpers::MessageParser& parser_;
     const Clock& clock_;
     Journal& journal_;

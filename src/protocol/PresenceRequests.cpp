@@ -36,27 +36,26 @@ void PresenceRequests::Request_FindBuddy(const Request& request)
 
 void PresenceRequests::Request_Status(const Request& request)
 {
-    const auto user = screen_name(parser_, request.parameters, "screenname");
     sources_.presence.Update_Status(
-        blank_value(parser_, request.parameters, "status"), user, request.socket, request.remote_ip);
+        blank_value(parser_, request.parameters, "status"), request.user, request.socket, request.remote_ip);
 }
 
 void PresenceRequests::Request_AdminScreenName(const Request& request)
 {
     guarded(journal_, "Request_AdminScreenName", request.remote_ip, [&] {
-        const auto user = screen_name(parser_, request.parameters, "screenname");
         sender_.SendData(request.socket, helpers::protocol_keywords().AdminScreenName,
             "screenname=" + sources_.settings.get_AdminScreenName());
-        journal_.Log("Request AdminScreenName requested from " + user, user, request.remote_ip);
+        journal_.Log(
+            "Request AdminScreenName requested from " + request.user, request.user, request.remote_ip);
     });
 }
 
 void PresenceRequests::Request_ClientVersion(const Request& request)
 {
-    const auto user = screen_name(parser_, request.parameters, "screenname");
     const auto version = parser_.value(request.parameters, "clientversion");
-    if (sources_.accounts.save_client_version(user, version, request.remote_ip)) {
-        journal_.Log("Saved client version " + version + " for " + user, user, request.remote_ip);
+    if (sources_.accounts.save_client_version(request.user, version, request.remote_ip)) {
+        journal_.Log(
+            "Saved client version " + version + " for " + request.user, request.user, request.remote_ip);
     }
 }
 
@@ -75,9 +74,9 @@ void PresenceRequests::GetActiveRightNow(const Request& request)
     sources_.lists.GetActiveRightNow(behind(request));
 }
 
-PresenceLists::Asker PresenceRequests::named_in(const Request& request) const
+PresenceLists::Asker PresenceRequests::named_in(const Request& request)
 {
-    return {screen_name(parser_, request.parameters, "screenname"), request.socket, request.remote_ip};
+    return {request.user, request.socket, request.remote_ip};
 }
 
 PresenceLists::Asker PresenceRequests::behind(const Request& request) const

@@ -40,7 +40,7 @@ public:
 
 private:
     /// Whoever the request names, and whoever is on line on its socket.
-    PresenceLists::Asker named_in(const Request& request) const;
+    static PresenceLists::Asker named_in(const Request& request);
     PresenceLists::Asker behind(const Request& request) const;
 
     Sources sources_;

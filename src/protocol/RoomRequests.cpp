@@ -48,8 +48,8 @@ void RoomRequests::Request_Room(const Request& request)
         const auto wanted = parser_.value(request.parameters, "action");
         for (const auto& [name, action] : kActions) {
             if (name == wanted) {
-                (this->*action)({request, screen_name(parser_, request.parameters, "screenname"),
-                    blank_value(parser_, request.parameters, "roomname")});
+                (this->*action)(
+                    {request, request.user, blank_value(parser_, request.parameters, "roomname")});
             }
         }
     });

@@ -32,8 +32,7 @@ void TransferRequests::Request_ScreenTransfer(const Request& request)
 
 void TransferRequests::relay(const Request& request, const std::string& keyword, const char* log_prefix)
 {
-    const Peers peers{screen_name(parser_, request.parameters, "screennamefrom"),
-        screen_name(parser_, request.parameters, "screennameto")};
+    const Peers peers{request.user, screen_name(parser_, request.parameters, "screennameto")};
     if (!connections_.UserIsOnline(peers.to)) {
         return;
     }

@@ -145,12 +145,12 @@ void MessageQueue::QueueMessage_SendNotExpired(QueueTable::Place place)
     journal_.Log(line, entry.recipient, protocol_keywords().HostAddress);
 }
 
-void MessageQueue::QueueMessage_SetToDelivered(double msg_id)
+void MessageQueue::QueueMessage_SetToDelivered(double msg_id, const std::string& recipient)
 {
     guarded(journal_, "QueueMessage_SetToDelivered", no_address, [&] {
-        const auto place = table_.undelivered(msg_id);
+        const auto place = table_.undelivered(msg_id, recipient);
         if (!place) {
-            confirm_row(msg_id);
+            confirm_row(msg_id, recipient);
             return;
         }
         table_.set_delivered(*place, clock_.now());
@@ -164,9 +164,9 @@ void MessageQueue::QueueMessage_SetToDelivered(double msg_id)
 }
 
 /// A confirmation of a message that has left the queue is settled in the table.
-void MessageQueue::confirm_row(double msg_id)
+void MessageQueue::confirm_row(double msg_id, const std::string& recipient)
 {
-    const auto row = rows_.confirm(msg_id, clock_.now());
+    const auto row = rows_.confirm(msg_id, recipient, clock_.now());
     const auto id = decimal(msg_id);
     if (row.rows == 0) {
         journal_.log_own("No message found to confirm with MsgID " + id);

@@ -48,7 +48,8 @@ public:
     /// Sends again what was sent more than 15 seconds ago and is not confirmed.
     void QueueMessage_Send_Confirmed_and_NotExpired();
     /// A recipient confirms a message. What is not in the queue any more is looked for in `messages`.
-    void QueueMessage_SetToDelivered(double msg_id);
+    /// @param recipient  whose messages count; empty for everybody's.
+    void QueueMessage_SetToDelivered(double msg_id, const std::string& recipient = {});
     void QueueMessage_SetToExpired(std::int64_t number, bool expired);
     /// Writes one entry back to its row and frees it.
     /// @param number  0 for all that are delivered or expired.
@@ -63,7 +64,7 @@ private:
     void send(QueueTable::Place place);
     void QueueMessage_SendNotExpired(QueueTable::Place place);
     void QueueMessage_MoveFromQueue_local(QueueTable::Place place);
-    void confirm_row(double msg_id);
+    void confirm_row(double msg_id, const std::string& recipient);
 
     QueueTable table_;
     MessageRows rows_;

@@ -32,9 +32,12 @@ void MessageRows::write_back(const QueueEntry& entry)
     row.Update();
 }
 
-ConfirmedRow MessageRows::confirm(double msg_id, DateTime now)
+ConfirmedRow MessageRows::confirm(double msg_id, const std::string& recipient, DateTime now)
 {
-    auto row = database_.open(statements::kSelectMessagesByMsgID, {decimal(msg_id)});
+    const auto id = decimal(msg_id);
+    auto row = recipient.empty()
+        ? database_.open(statements::kSelectMessagesByMsgID, {id})
+        : database_.open(statements::kSelectMessagesOfRecipient, {id, replace_all(recipient, "'", "''")});
     ConfirmedRow found{.rows = row.RecordCount()};
     if (found.rows != 1) {
         return found;

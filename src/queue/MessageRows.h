@@ -12,7 +12,7 @@ namespace qz::queue {
 
 /// What a confirmation found in the table.
 struct ConfirmedRow {
-    std::int32_t rows = 0; // with the MsgID; only a single one is confirmed
+    std::int32_t rows = 0; // that were looked for; only a single one is confirmed
     bool receipt_requested = false;
     std::string sender{};
     std::string recipient{};
@@ -29,7 +29,8 @@ public:
     /// @throws EngineError also when there is no such row.
     void write_back(const QueueEntry& entry);
     /// Marks the row with the MsgID delivered, provided it is the only one.
-    ConfirmedRow confirm(double msg_id, DateTime now);
+    /// @param recipient  whose rows count, in any letter case; empty for everybody's.
+    ConfirmedRow confirm(double msg_id, const std::string& recipient, DateTime now);
 
 private:
     store::Database& database_;

@@ -1,5 +1,7 @@
 #include "queue/QueueTable.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
 
 namespace qz::queue {
@@ -90,10 +92,16 @@ std::optional<QueueTable::Place> QueueTable::numbered(std::int64_t number) const
     return found == place_of_.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::optional<QueueTable::Place> QueueTable::undelivered(double msg_id) const
+std::optional<QueueTable::Place> QueueTable::undelivered(double msg_id, const std::string& recipient) const
 {
     const auto found = undelivered_.find(msg_id);
-    return found == undelivered_.end() ? std::nullopt : std::optional(*found->second.begin());
+    if (found == undelivered_.end()) {
+        return std::nullopt;
+    }
+    const auto place = std::find_if(found->second.begin(), found->second.end(), [&](Place each) {
+        return recipient.empty() || equal_ignoring_case(entries_[each].recipient, recipient);
+    });
+    return place == found->second.end() ? std::nullopt : std::optional(*place);
 }
 
 bool QueueTable::is_message_before(std::int64_t number, const std::string& recipient) const

@@ -37,7 +37,8 @@ public:
     std::vector<Place> in_use() const;
     std::optional<Place> numbered(std::int64_t number) const;
     /// First entry with the MsgID that is not delivered yet.
-    std::optional<Place> undelivered(double msg_id) const;
+    /// @param recipient  whose entry it must be, in any letter case; empty for anybody's.
+    std::optional<Place> undelivered(double msg_id, const std::string& recipient) const;
 
     /// True when an entry in use for the same recipient is older.
     bool is_message_before(std::int64_t number, const std::string& recipient) const;

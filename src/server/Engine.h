@@ -139,6 +139,7 @@ public: // the rooms, for the members of Main that forward to them
     protocol::AutoReplyRequests auto_reply_requests;
     protocol::RoomRequests room_requests;
     protocol::Handlers handlers;
+    protocol::SenderCheck sender_check;
     protocol::Dispatcher dispatcher;
     net::Receiver receiver;
     protocol::Announcements announcements;

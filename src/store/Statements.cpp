@@ -12,10 +12,10 @@ std::span<const platform::Statement> all_statements()
         kSelectUserNamesForActivity, kSelectClientVersions, kSelectClientInUse, kCountUsers, kProbe,
         kSelectBuddies, kCountBuddies, kCountBuddyEntries, kSelectDuplicatedBuddies, kDeleteBuddy,
         kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
-        kCountRooms, kSelectMessagesForAdding, kSelectMessage, kSelectMessagesByMsgID, kInsertLogRow,
-        kDeleteOldLog, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers, kSelectRecentLogOn,
-        kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands, kSelectAutoReply,
-        kSelectAutoReplyEnabled, kSelectAutoReplyMessage};
+        kCountRooms, kSelectMessagesForAdding, kSelectMessage, kSelectMessagesByMsgID,
+        kSelectMessagesOfRecipient, kInsertLogRow, kDeleteOldLog, kSelectLogLines, kSelectLastActivity,
+        kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand,
+        kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage};
     return kAll;
 }
 

@@ -131,6 +131,9 @@ inline constexpr Statement kSelectMessage{
 /// Messages of anybody: MsgID.
 inline constexpr Statement kSelectMessagesByMsgID{
     "SELECT * FROM messages WHERE MsgID = {}", &tables::kMessages};
+/// Messages to one user: MsgID, recipient.
+inline constexpr Statement kSelectMessagesOfRecipient{
+    "SELECT * FROM messages WHERE MsgID = {} AND UserName_To = '{}'", &tables::kMessages};
 
 // log
 

@@ -130,7 +130,7 @@ TEST(QueueTable, AnswersAsScansWould)
         ASSERT_EQ(table.next_unconfirmed(0), scan.unconfirmed()) << "step " << step;
         ASSERT_EQ(table.next_to_expire(now).has_value(), scan.any_to_expire(now)) << "step " << step;
         const auto msg_id = static_cast<double>(below(9));
-        ASSERT_EQ(table.undelivered(msg_id), scan.undelivered(msg_id)) << "step " << step;
+        ASSERT_EQ(table.undelivered(msg_id, ""), scan.undelivered(msg_id)) << "step " << step;
         for (const auto place : table.in_use()) {
             const auto& entry = table.at(place);
             ASSERT_EQ(table.is_message_before(entry.number, entry.recipient), scan.is_message_before(entry));
