@@ -1,6 +1,7 @@
 // The listening socket and the numbered pool of client sockets.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -76,8 +77,15 @@ public:
     virtual std::string local_address() const = 0;
     /// Queues text; it leaves at the end of the turn in one write with the turn's other texts for the socket.
     virtual void send(std::int16_t socket, std::string_view text) = 0;
+    /// Bytes that the peer has not taken yet, those of this turn included; 0 for a socket without a
+    /// connection.
+    virtual std::size_t unsent(std::int16_t socket) const = 0;
     /// Flushes what is pending, within a time limit, and closes.
     virtual void close(std::int16_t socket) = 0;
+    /// Breaks each connection from which something came or to which something was sent since the last turn
+    /// ended. What was sent and is not written is dropped; the closed event follows as for any connection
+    /// that breaks.
+    virtual void drop_turn() = 0;
 };
 
 } // namespace qz::platform

@@ -2,6 +2,7 @@
 
 #include "base/Guarded.h"
 #include "base/Text.h"
+#include "store/CarefulConnection.h"
 #include "store/Statements.h"
 
 namespace qz::store {
@@ -54,7 +55,7 @@ void Database::BuildConnectionString()
         connection_string_ = "Driver={SQL Server};Server=" + server_ip_ + ";Database=VELTO;uid="
             + connection_value(user_name_) + ";pwd=" + connection_value(password_) + ";";
         if (connection().State() == platform::ConnectionState::Closed) {
-            connection_ = create_connection_();
+            connection_ = make_connection();
             OpendbConnection();
         }
     });
@@ -92,9 +93,14 @@ std::string Database::ConnectionTest()
 platform::Connection& Database::connection()
 {
     if (!connection_) {
-        connection_ = create_connection_();
+        connection_ = make_connection();
     }
     return *connection_;
+}
+
+std::unique_ptr<platform::Connection> Database::make_connection()
+{
+    return std::make_unique<CarefulConnection>(create_connection_(), troubled_);
 }
 
 void Database::execute(const platform::Statement& statement, std::initializer_list<std::string_view> values)
@@ -112,13 +118,37 @@ platform::Recordset Database::open(
 
 void Database::turn_ended()
 {
-    if (!connection_ || connection_->State() == platform::ConnectionState::Closed) {
-        return;
+    if (outcome_ != nullptr) {
+        outcome_->turn_ending();
+    }
+    const bool stored = store_turn();
+    whole_ = false;
+    troubled_ = false;
+    failed_ = false;
+    if (outcome_ != nullptr) {
+        stored ? outcome_->turn_stored() : outcome_->turn_lost();
+    }
+}
+
+/// @return false when nothing of the turn is stored.
+bool Database::store_turn()
+{
+    const bool is_open = connection_ && connection_->State() != platform::ConnectionState::Closed;
+    if (failed_ || (whole_ && troubled_)) {
+        if (is_open) {
+            connection_->abandon_turn();
+        }
+        return false;
+    }
+    if (!is_open) {
+        return true; // nothing to store: what needed the database has failed
     }
     try {
         connection_->end_turn();
+        return true;
     } catch (...) { // not guarded(): a report would write into the log, which is what just failed
         journal_.raise_error("EndOfTurn", current_error(), no_address);
+        return false;
     }
 }
 

@@ -16,6 +16,20 @@
 
 namespace qz::store {
 
+/// Hears what becomes of the turns. Called once at the end of each, before anything that the turn said
+/// leaves.
+class TurnOutcome {
+public:
+    /// The turn's changes are about to be stored, with those that this call adds.
+    virtual void turn_ending() = 0;
+    virtual void turn_stored() = 0;
+    /// Nothing of what the turn changed is stored.
+    virtual void turn_lost() = 0;
+
+protected:
+    ~TurnOutcome() = default;
+};
+
 class Database final : public platform::TurnListener {
 public:
     using ConnectionFactory = std::function<std::unique_ptr<platform::Connection>()>;
@@ -45,20 +59,36 @@ public:
     platform::Recordset open(
         const platform::Statement& statement, std::initializer_list<std::string_view> values = {});
 
+    /// @param outcome  outlives the last end of a turn; there is one at most.
+    void tell(TurnOutcome& outcome) { outcome_ = &outcome; }
+    /// This turn is to be stored as a whole or not at all: from now on a statement that fails because of the
+    /// database, not because of what it says, is the failure of the turn.
+    void require_whole_turn() { whole_ = true; }
+    /// Nothing of this turn will be stored.
+    void fail_turn() { failed_ = true; }
+
     /// Commits what this turn of the loop changed. A failure raises Error only: the log could not take it
     /// either.
     void turn_ended() override;
 
 private:
+    std::unique_ptr<platform::Connection> make_connection();
+    bool store_turn();
+
     ConnectionFactory create_connection_;
     config::Settings& settings_;
     Journal& journal_;
+    bool troubled_ = false; // a statement of this turn failed because of the database
     std::unique_ptr<platform::Connection> connection_;
     std::string user_name_;
     std::string password_;
     std::string server_ip_;
     std::string odbc_name_; // read and defaulted; the connection string has no place for it
     std::string connection_string_;
+    TurnOutcome* outcome_ = nullptr;
+    // Of this turn.
+    bool whole_ = false;
+    bool failed_ = false;
 };
 
 } // namespace qz::store

@@ -169,6 +169,55 @@ TEST_F(AsioSocketsTest, SendsOnceATurnAfterTheCommit)
     EXPECT_EQ(peer.take(), unit("one") + unit("one") + unit("two") + unit("two"));
 }
 
+TEST_F(AsioSocketsTest, ADroppedTurnIsNeverHeardOf)
+{
+    struct Commit final : qz::platform::TurnListener {
+        void turn_ended() override
+        {
+            ++turns;
+            if (drops) {
+                sockets->drop_turn();
+            }
+        }
+        int turns = 0;
+        AsioClientSockets* sockets = nullptr;
+        bool drops = false;
+    } commit;
+    commit.sockets = sockets.get();
+    loop.add_listener(commit, TurnPhase::Commit);
+    auto speaker = connect();
+    const auto speaker_number = host.last;
+    auto hearer = connect();
+    const auto hearer_number = host.last;
+    auto idler = connect();
+    const auto idler_number = host.last;
+    auto reader =
+        connect(4096); // does not read: output of an earlier turn is pending when the turn is dropped
+    const auto reader_number = host.last;
+    for (int i = 0; i < 100 && sockets->unsent(reader_number) == 0; ++i) {
+        sockets->send(reader_number, std::string(500'000, 'x'));
+        runner.until([turns = commit.turns, &commit] { return commit.turns > turns + 1; });
+    }
+    ASSERT_GT(sockets->unsent(reader_number), 0U);
+
+    host.on_unit = [&](std::int16_t, const std::string&) {
+        sockets->send(hearer_number, unit("secret"));
+        sockets->send(reader_number, unit("secret"));
+        sockets->close(hearer_number); // a close flushes, but not this
+        commit.drops = true;
+    };
+    speaker.send(unit("go"));
+    ASSERT_TRUE(runner.until([&] { return host.losses.size() == 2; }));
+    commit.drops = false;
+    EXPECT_EQ(all_of(speaker), "");
+    EXPECT_EQ(all_of(hearer), "");
+    EXPECT_EQ(all_of(reader).find("secret"), std::string::npos);
+    std::sort(host.losses.begin(), host.losses.end());
+    EXPECT_EQ(host.losses, (std::vector<int>{speaker_number, reader_number}));
+    EXPECT_EQ(sockets->state(idler_number), kSocketConnected);
+    loop.remove_listener(commit);
+}
+
 TEST_F(AsioSocketsTest, ASendOutsideATurnGoesOutToo)
 {
     auto peer = connect();

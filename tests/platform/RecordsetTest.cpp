@@ -49,6 +49,7 @@ public:
         refuse();
     }
     void end_turn() override { }
+    void abandon_turn() override { }
     std::uint64_t change_mark(const Table& /*table*/) override { return 0; }
     std::string description() const override { return {}; }
 

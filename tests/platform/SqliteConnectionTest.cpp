@@ -480,8 +480,13 @@ TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)
     log(*connection, "after");
     EXPECT_TRUE(mentions(error_of([&] { connection->end_turn(); }).description(), "were lost"))
         << "what was told about the lost changes must not go out";
+    EXPECT_EQ(actions(*connection), "before ") << "a turn is not stored by half";
+    log(*connection, "given up");
+    connection->abandon_turn();
+    connection->abandon_turn();
+    log(*connection, "later");
     connection->end_turn();
-    EXPECT_EQ(actions(*connection), "before after ");
+    EXPECT_EQ(actions(*connection), "before later ");
 }
 
 TEST_F(SqliteConnectionTest, AKilledProcessLosesNoFinishedTurn)

@@ -88,3 +88,56 @@ TEST(Database, CommitsAtTheEndOfATurn)
     store.database.ClosedbConnection();
     EXPECT_EQ(store.foreign().count(qz::store::tables::kCommand), 2U) << "closing stores what is pending";
 }
+
+TEST(Database, AWholeTurnIsStoredOrLost)
+{
+    struct Outcome final : qz::store::TurnOutcome {
+        void turn_ending() override { last = "ending"; }
+        void turn_stored() override { last += " stored"; }
+        void turn_lost() override { last += " lost"; }
+        std::string last;
+    } outcome;
+    TestStore store;
+    store.database.tell(outcome);
+    const auto command = [&](const char* name) {
+        store.database.execute(qz::store::statements::kInsertCommand, {name, ""});
+    };
+    const auto refuse = [&](qz::DatabaseError error) {
+        store.watch = [=](const std::string& sql) {
+            if (sql.starts_with("INSERT")) {
+                throw qz::database_error(error, "no");
+            }
+        };
+        EXPECT_THROW(command("refused"), qz::EngineError);
+        store.watch = nullptr;
+    };
+    const struct {
+        bool whole;
+        qz::DatabaseError error;
+        bool failed;
+        const char* outcome;
+        std::size_t rows; // after this turn and those before
+    } cases[] = {
+        {false, qz::DatabaseError::Timeout, false, "ending stored", 1},
+        {true, qz::DatabaseError::Constraint, false, "ending stored", 2}, // one statement, not the database
+        {true, qz::DatabaseError::Timeout, false, "ending lost", 2},
+        {false, qz::DatabaseError::Timeout, false, "ending stored", 3}, // asked for anew in each turn
+        {false, qz::DatabaseError::Constraint, true, "ending lost", 3},
+    };
+    for (const auto& each : cases) {
+        command("kept");
+        if (each.whole) {
+            store.database.require_whole_turn();
+        }
+        refuse(each.error);
+        if (each.failed) {
+            store.database.fail_turn();
+        }
+        EXPECT_EQ(store.foreign().count(qz::store::tables::kCommand), each.rows);
+        EXPECT_EQ(outcome.last, each.outcome);
+    }
+    store.database.ClosedbConnection();
+    store.database.fail_turn();
+    store.database.turn_ended();
+    EXPECT_EQ(outcome.last, "ending lost") << "without a connection, too";
+}

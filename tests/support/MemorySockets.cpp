@@ -33,6 +33,7 @@ struct MemoryLink {
     bool peer_finished = false;
     bool peer_gone = false;
     bool server_ended = false;
+    bool in_turn = false; // something came or was sent since the last turn ended
 };
 
 using Phase = MemoryLink::Phase;
@@ -100,7 +101,13 @@ public:
     }
     std::string local_address() const override { return "192.0.2.1"; }
     void send(std::int16_t socket, std::string_view text) override;
+    std::size_t unsent(std::int16_t socket) const override
+    {
+        const auto found = link(socket);
+        return found ? found->output.size() : 0;
+    }
     void close(std::int16_t socket) override;
+    void drop_turn() override;
 
     // The peer's doings, as events.
     void bytes_came(const LinkPointer& link, std::string_view bytes);
@@ -178,6 +185,7 @@ void MemoryClientSockets::send(std::int16_t socket, std::string_view text)
     }
     const bool blocked = found->deadline != MemoryLink::Time::max();
     found->output.append(text);
+    found->in_turn = true;
     if (blocked && found->output.size() > network_.limits_.unsent) {
         lose(found);
     }
@@ -197,6 +205,7 @@ void MemoryClientSockets::bytes_came(const LinkPointer& link, std::string_view b
         if (!unit) {
             break;
         }
+        link->in_turn = true;
         events_.data_arrived(link->number, *unit);
     }
     if (link->phase == Phase::Open && link->cutter.overflowed()) {
@@ -222,11 +231,24 @@ void MemoryClientSockets::turn_ended()
         if (!each) {
             continue;
         }
+        each->in_turn = false;
         if (now >= each->deadline) {
             each->peer_gone = true;
             lose(each);
         } else {
             write(each);
+        }
+    }
+}
+
+void MemoryClientSockets::drop_turn()
+{
+    for (const auto& slot : slots_) {
+        const auto each = slot.link;
+        if (each && std::exchange(each->in_turn, false)) {
+            each->output.clear();
+            each->peer_gone = true;
+            lose(each);
         }
     }
 }
@@ -353,11 +375,7 @@ void MemoryPeer::stall()
 void MemoryPeer::resume()
 {
     link_->peer_stalls = false;
-    loop_->post([link = link_] {
-        if (link->sockets != nullptr) {
-            link->sockets->write(link);
-        }
-    });
+    loop_->post([] {}); // the end of its turn writes
     if (link_->server_ended) {
         finish();
     }

@@ -60,6 +60,7 @@ public:
         tell("END OF TURN");
         inner_->end_turn();
     }
+    void abandon_turn() override { inner_->abandon_turn(); }
     std::uint64_t change_mark(const platform::Table& table) override { return inner_->change_mark(table); }
     std::string description() const override { return inner_->description(); }
 

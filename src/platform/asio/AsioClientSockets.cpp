@@ -40,6 +40,7 @@ public:
     std::string local_address() { return local_address_.text(); }
     /// None for a number without a connection.
     std::shared_ptr<AsioConnection> connection(std::int16_t socket) const;
+    void drop_turn();
 
 private:
     struct Slot {
@@ -48,6 +49,7 @@ private:
     };
 
     const Slot* slot(std::int16_t socket) const;
+    std::vector<std::shared_ptr<AsioConnection>> forget_heard();
     void wait_for_deadlines();
     void check_deadlines();
 
@@ -66,7 +68,8 @@ private:
     ClientSocketEvents& events_;
     const ConnectionLimits limits_;
     std::vector<Slot> slots_;
-    std::vector<std::shared_ptr<AsioConnection>> to_flush_;
+    std::vector<std::shared_ptr<AsioConnection>> to_flush_; // everybody to whom this turn said something
+    std::vector<std::shared_ptr<AsioConnection>> heard_;    // everybody who said something in this turn
     std::vector<std::shared_ptr<AsioConnection>> with_deadline_;
     asio::steady_timer deadline_timer_;
     bool timer_runs_ = false;
@@ -173,10 +176,31 @@ void AsioClientSockets::Pool::has_output(AsioConnection& connection)
 
 void AsioClientSockets::Pool::turn_ended()
 {
+    forget_heard();
     const auto flushed = std::exchange(to_flush_, {});
     for (const auto& each : flushed) {
         each->queued_for_flush = false;
         each->flush();
+    }
+}
+
+std::vector<std::shared_ptr<AsioConnection>> AsioClientSockets::Pool::forget_heard()
+{
+    auto heard = std::exchange(heard_, {});
+    for (const auto& each : heard) {
+        each->heard_in_turn = false;
+    }
+    return heard;
+}
+
+void AsioClientSockets::Pool::drop_turn()
+{
+    for (const auto& each : forget_heard()) {
+        each->drop();
+    }
+    for (const auto& each : std::exchange(to_flush_, {})) {
+        each->queued_for_flush = false;
+        each->drop();
     }
 }
 
@@ -222,6 +246,10 @@ void AsioClientSockets::Pool::check_deadlines()
 
 void AsioClientSockets::Pool::unit_arrived(std::int16_t socket, const std::string& unit)
 {
+    const auto& from = slots_[static_cast<std::size_t>(socket)].connection;
+    if (!std::exchange(from->heard_in_turn, true)) {
+        heard_.push_back(from);
+    }
     events_.data_arrived(socket, unit);
 }
 
@@ -280,11 +308,22 @@ void AsioClientSockets::send(std::int16_t socket, std::string_view text)
     }
 }
 
+std::size_t AsioClientSockets::unsent(std::int16_t socket) const
+{
+    const auto connection = pool_->connection(socket);
+    return connection ? connection->unsent() : 0;
+}
+
 void AsioClientSockets::close(std::int16_t socket)
 {
     if (const auto connection = pool_->connection(socket)) {
         connection->end();
     }
+}
+
+void AsioClientSockets::drop_turn()
+{
+    pool_->drop_turn();
 }
 
 } // namespace qz::platform

@@ -37,7 +37,9 @@ public:
     std::string remote_address(std::int16_t socket) const override;
     std::string local_address() const override;
     void send(std::int16_t socket, std::string_view text) override;
+    std::size_t unsent(std::int16_t socket) const override;
     void close(std::int16_t socket) override;
+    void drop_turn() override;
 
 private:
     class Pool;

@@ -93,7 +93,8 @@ void AsioConnection::wait_writable()
     socket_.async_wait(TcpSocket::wait_write, [self = shared_from_this()](const error_code& error) {
         self->waits_writable_ = false;
         if (!error && self->phase_ != Phase::Closed) {
-            self->loop_.event([&] { self->write(); });
+            // Not at once: something that this turn has said, and not stored yet, may stand in the output.
+            self->loop_.event([&] { self->owner_.has_output(*self); });
         }
     });
 }
@@ -131,8 +132,7 @@ void AsioConnection::deliver(std::string_view bytes)
         owner_.unit_arrived(number_, *unit);
     }
     if (phase_ == Phase::Open && cutter_.overflowed()) {
-        close_socket();
-        lose();
+        drop();
     }
 }
 
@@ -142,11 +142,9 @@ void AsioConnection::send(std::string_view text)
         return;
     }
     output_.append(text);
-    if (!waits_writable_) {
-        owner_.has_output(*this);
-    } else if (unsent() > owner_.limits().unsent) {
-        close_socket();
-        lose();
+    owner_.has_output(*this);
+    if (waits_writable_ && unsent() > owner_.limits().unsent) {
+        drop();
     }
 }
 
@@ -165,8 +163,7 @@ void AsioConnection::write()
     error_code error;
     const auto size = socket_.write_some(asio::buffer(output_.data() + written_, unsent()), error);
     if (error && !would_block(error)) {
-        close_socket();
-        lose();
+        drop();
         return;
     }
     written_ += size;
@@ -180,8 +177,7 @@ void AsioConnection::write()
     }
     if (phase_ == Phase::Open) {
         if (unsent() > owner_.limits().unsent) {
-            close_socket();
-            lose();
+            drop();
             return;
         }
         if (size > 0 || deadline_ == SteadyClock::time_point::max()) {
@@ -200,6 +196,12 @@ void AsioConnection::written_all()
     } else if (phase_ == Phase::Ending) {
         finish();
     }
+}
+
+void AsioConnection::drop()
+{
+    close_socket();
+    lose();
 }
 
 /// The connection has ended by itself: tells the owner, in an event of its own, unless the owner ended it.
@@ -255,8 +257,7 @@ bool AsioConnection::check(SteadyClock::time_point now)
 {
     if (now >= deadline_) {
         deadline_ = SteadyClock::time_point::max();
-        close_socket();
-        lose();
+        drop();
     }
     return deadline_ != SteadyClock::time_point::max();
 }

@@ -50,9 +50,13 @@ public:
     /// Ends the connection when one of its limits of time has passed.
     /// @return false when no limit runs any more.
     bool check(SteadyClock::time_point now);
+    /// Breaks the connection: what is pending is not written, and its owner hears of the loss.
+    void drop();
+    std::size_t unsent() const { return output_.size() - written_; }
     /// Closes at once without a word to its owner, whom it never calls again.
     void abandon();
 
+    bool heard_in_turn = false;       // of the owner
     bool queued_for_flush = false;    // of the owner
     bool queued_for_deadline = false; // of the owner
 
@@ -77,7 +81,6 @@ private:
     void close_now();
     void close_socket();
     void set_deadline(std::chrono::milliseconds time);
-    std::size_t unsent() const { return output_.size() - written_; }
 
     ConnectionOwner& owner_;
     AsioLoopCore& loop_;

@@ -63,6 +63,8 @@ public:
 
     /// Commits the transaction of this turn, if one was begun. On a failure the turn's changes are lost.
     virtual void end_turn() = 0;
+    /// Gives up what this turn has changed so far. Never fails: a connection that broke has given it up.
+    virtual void abandon_turn() = 0;
 
     /// A number that stays the same as long as nobody, in this process or another, has changed the table.
     /// Costs microseconds and reads no row. It may also change without a change of this table.

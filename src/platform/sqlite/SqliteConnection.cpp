@@ -1,5 +1,6 @@
 #include "platform/sqlite/SqliteConnection.h"
 
+#include "base/Guarded.h"
 #include "base/Text.h"
 #include "platform/database/Dialect.h"
 #include "platform/sqlite/SqliteFunctions.h"
@@ -252,23 +253,35 @@ void SqliteConnection::end_turn()
         return;
     }
     auto& open = *session_;
-    const bool lost = std::exchange(open.turn_lost, false);
+    if (open.turn_lost) {
+        abandon_turn(); // a turn whose first half is gone is not stored by half
+        throw database_error(DatabaseError::Unspecified,
+            "Changes made before a failure were lost in the database file " + open.database.name());
+    }
     open.changed = false;
     if (std::exchange(open.in_turn, false)) {
         const Run end(*open.commit);
         const int code = open.commit->step();
         if (code != SQLITE_DONE) {
             const auto failure = open.database.error(code);
-            ++common_changes_;
-            if (open.database.in_transaction()) {
-                open.database.run("ROLLBACK");
-            }
+            abandon_turn();
             throw EngineError(failure);
         }
     }
-    if (lost) {
-        throw database_error(DatabaseError::Unspecified,
-            "Changes made before a failure were lost in the database file " + open.database.name());
+}
+
+void SqliteConnection::abandon_turn()
+{
+    if (!session_) {
+        return;
+    }
+    auto& open = *session_;
+    open.turn_lost = false;
+    open.changed = false;
+    open.in_turn = false;
+    ++common_changes_;
+    if (open.database.in_transaction()) {
+        attempt([&] { open.database.run("ROLLBACK"); });
     }
 }
 

@@ -35,6 +35,7 @@ public:
     void update_row(const Table& table, std::int64_t key, const RowChange& row) override;
     void delete_row(const Table& table, std::int64_t key) override;
     void end_turn() override;
+    void abandon_turn() override;
     std::uint64_t change_mark(const Table& table) override;
     std::string description() const override;
 
