@@ -7,7 +7,6 @@
 #include "helpers/ProtocolKeywords.h"
 
 #include <iostream>
-#include <iterator>
 
 namespace velto {
 
@@ -20,7 +19,11 @@ std::string text_of(const SendOptions& options)
     if (options.text != "-") {
         return options.text;
     }
-    std::string text{std::istreambuf_iterator<char>(std::cin), {}};
+    constexpr std::size_t kMostBytes = std::size_t{256} * 1024; // more than any message may have
+    std::string text;
+    for (char byte = 0; text.size() < kMostBytes && std::cin.get(byte);) {
+        text.push_back(byte);
+    }
     while (text.ends_with("\n") || text.ends_with("\r")) {
         text.pop_back();
     }

@@ -1,12 +1,15 @@
 // velto: the client for terminals and scripts.
 
+#include "ChatCommand.h"
 #include "ListCommands.h"
 #include "ListenCommand.h"
 #include "LogOnOptions.h"
 #include "SendCommand.h"
+#include "Version.h"
 #include "common/Exit.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -16,7 +19,11 @@ namespace velto {
 
 namespace {
 
-constexpr const char* kExamples = R"(Examples:
+constexpr const char* kExamples = R"(Without a command, velto is a chat; /help lists what can be typed there.
+
+Examples:
+  velto --user ada                                       talk
+  velto --user ada --server im.example.org:2001
   velto send --user ada ben "Lunch at 12?"               waits until ben's client has it
   uptime | velto send --user robot --password-file pw '#lobby' -
   velto listen --user ada --json --count 1               the next message, as one JSON line
@@ -47,14 +54,14 @@ public:
         log_on_.user = environment("VELTO_USER");
         log_on_.password.file = environment("VELTO_PASSWORD_FILE");
         app_.footer(kExamples);
-        app_.require_subcommand(1);
+        app_.require_subcommand(0, 1);
         add_log_on(app_);
         add_send();
         add_listen();
         add_lists();
         app_.add_subcommand("version", "Print the version")->callback([this] {
             chosen_ = [] {
-                std::cout << "velto " VELTO_VERSION "\n";
+                std::cout << "velto " << kVersion << "\n";
                 return Exit::Done;
             };
         });
@@ -156,7 +163,9 @@ private:
     }
 
     CLI::App app_{"The VELTO client for terminals and scripts", "velto"};
-    std::function<Exit()> chosen_;
+    std::function<Exit()> chosen_ = [this] {
+        return run_chat(log_on_);
+    };
     LogOnOptions log_on_;
     SendOptions send_;
     ListenOptions listen_;
@@ -169,6 +178,9 @@ private:
 
 int main(int argc, char** argv)
 {
+    // A password is the first line of standard input at most; what follows it is left to those who come
+    // later.
+    std::setvbuf(stdin, nullptr, _IONBF, 0);
     try {
         return static_cast<int>(velto::CommandLine().run(argc, argv));
     } catch (const velto::CommandError& error) {

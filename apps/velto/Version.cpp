@@ -1,0 +1,7 @@
+#include "Version.h"
+
+namespace velto {
+
+const char* const kVersion = VELTO_VERSION;
+
+} // namespace velto
