@@ -1,5 +1,7 @@
 #include "Editor.h"
 
+#include "Wrap.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -309,7 +311,7 @@ void Editor::write(const std::string& text)
 void Editor::print(const Line& line)
 {
     const auto before = erased();
-    write(before + render(line, colour_) + "\r\n" + drawn());
+    write(before + wrapped(render(line, colour_), columns()) + "\r\n" + drawn());
 }
 
 void Editor::set_prompt(const std::string& prompt)
