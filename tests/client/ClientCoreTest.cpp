@@ -222,6 +222,18 @@ TEST(ClientCore, ConfirmationsSurviveTheConnection)
     EXPECT_EQ(talk.core.unconfirmed(), 0U);
 }
 
+TEST(ClientCore, LeavesMessagesWithTheServerWhenNobodyReads)
+{
+    Conversation talk;
+    talk.log_on();
+    talk.server(kMessage, 9);
+    talk.core.confirm_messages(false);
+    talk.server(kMessage, 10);
+    EXPECT_EQ(talk.events.take().size(), 2U) << "it is told all the same";
+    EXPECT_THAT(talk.client(), ElementsAre("receipt sessionidvalue=42 msgid=9", "echo sessionidvalue=42"))
+        << "what was owed before is still confirmed";
+}
+
 TEST(ClientCore, ReconnectsAtTheTimeItNames)
 {
     Conversation talk;
