@@ -206,12 +206,6 @@ void Engine::Server_End()
     });
 }
 
-void Engine::ShutDownServer()
-{
-    commands.PushCloseAllConnections();
-    commands.set_ServerCommand(helpers::server_command_names().ShutDownCommand, {});
-}
-
 void Engine::shut_down()
 {
     announcements.Send_MessageToAllActive(kClosingText);

@@ -81,7 +81,6 @@ public:
 
     void Server_Start();
     void Server_End();
-    void ShutDownServer();
     void set_ListeningPort(std::uint16_t port);
     std::string get_ServerIP();
     std::string server_time() const { return machine_.clock().now().text(); }

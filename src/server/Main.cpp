@@ -30,7 +30,7 @@ void Main::Server_End()
 
 void Main::ShutDownServer()
 {
-    engine_->ShutDownServer();
+    engine_->commands.ShutDownServer();
 }
 
 void Main::set_ServerStatus(ServerStatus status)

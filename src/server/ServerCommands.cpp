@@ -46,6 +46,12 @@ void ServerCommands::PushCloseAllConnections()
     set_ServerCommand(server_command_names().CloseAllCommand, {});
 }
 
+void ServerCommands::ShutDownServer()
+{
+    PushCloseAllConnections();
+    set_ServerCommand(server_command_names().ShutDownCommand, {});
+}
+
 void ServerCommands::SendPolicyToClients()
 {
     set_ServerCommand(server_command_names().PolicyCommand, {});

@@ -39,6 +39,8 @@ public:
     /// Removes one row; 0 removes all.
     void delete_ServerCommand(std::int32_t id);
     void PushCloseAllConnections();
+    /// Close all connections, then shut down.
+    void ShutDownServer();
     void SendPolicyToClients();
     void SendInstantMessageToAll(const std::string& message);
     /// Blanks of the remote command travel as BlankSubstitute, so that it ends where the message begins.
