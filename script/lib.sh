@@ -6,7 +6,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
-    libboost-dev libcli11-dev libcurl4-openssl-dev libedit-dev libsodium-dev libspdlog-dev libsqlite3-dev nlohmann-json3-dev
+    libarchive-dev libboost-dev libcli11-dev libcurl4-openssl-dev libedit-dev libsodium-dev libspdlog-dev libsqlite3-dev
+    libsystemd-dev nlohmann-json3-dev
 )
 test_packages=(libbenchmark-dev libgmock-dev libgtest-dev python3-aiosmtpd)
 lint_packages=(clang-format clang-tidy)

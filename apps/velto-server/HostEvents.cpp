@@ -1,10 +1,7 @@
 #include "HostEvents.h"
 
-#include "base/Text.h"
-
 #include <iostream>
 #include <nlohmann/json.hpp>
-#include <spdlog/spdlog.h>
 
 namespace velto {
 
@@ -35,19 +32,19 @@ void LoggedEvents::Error(const std::string& routine_name, std::int32_t error_num
         ++shown.repetitions;
         return;
     }
-    const auto place = pc_ip.empty() ? std::string() : " [" + qz::printable(pc_ip) + "]";
     const auto before =
         shown.repetitions == 0 ? std::string() : ", " + std::to_string(shown.repetitions) + " times more";
-    spdlog::error("{}: {} (error {}, {}{}){}", qz::printable(routine_name), qz::printable(description),
-        error_number, error_source, before, place);
+    log_.write(LogLevel::Error,
+        routine_name + ": " + description + " (error " + std::to_string(error_number) + ", " + error_source
+            + before + ")",
+        {{"address", pc_ip}});
     shown = {now, 0};
 }
 
 void LoggedEvents::LogMessage(
     const std::string& message, const std::string& user_name, const std::string& user_remote_ip)
 {
-    spdlog::info(
-        "{} [{} {}]", qz::printable(message), qz::printable(user_name), qz::printable(user_remote_ip));
+    log_.write(LogLevel::Info, message, {{"user", user_name}, {"address", user_remote_ip}});
 }
 
 void JsonEvents::Error(const std::string& routine_name, std::int32_t error_number,

@@ -1,6 +1,7 @@
 // The host's side of the engine's events.
 #pragma once
 
+#include "HostLog.h"
 #include "platform/EventLoop.h"
 #include "server/MainEvents.h"
 
@@ -61,7 +62,7 @@ private:
 /// seconds, with the number of its repetitions: a database that is gone fails every statement.
 class LoggedEvents final : public RunEvents {
 public:
-    using RunEvents::RunEvents;
+    LoggedEvents(qz::platform::EventLoop& loop, HostLog& log) : RunEvents(loop), log_(log) { }
     void Error(const std::string& routine_name, std::int32_t error_number, const std::string& error_source,
         const std::string& error_description, const std::string& pc_ip) override;
     void LogMessage(
@@ -72,6 +73,7 @@ private:
         std::chrono::steady_clock::time_point when;
         std::int64_t repetitions = 0;
     };
+    HostLog& log_;
     std::map<std::string, Shown> shown_; // by routine and description
 };
 

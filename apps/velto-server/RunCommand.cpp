@@ -1,8 +1,10 @@
 #include "RunCommand.h"
 
+#include "FileLimit.h"
 #include "HomeLock.h"
 #include "HomeStore.h"
 #include "HostEvents.h"
+#include "ServiceManager.h"
 #include "SignalWatcher.h"
 #include "StatusKeeper.h"
 #include "platform/asio/AsioMachine.h"
@@ -10,10 +12,7 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <memory>
-#include <spdlog/sinks/stdout_color_sinks.h>
-#include <spdlog/spdlog.h>
 
 namespace velto {
 
@@ -21,50 +20,109 @@ namespace {
 
 /// Time for a graceful end, from the first signal on. The shutdown waits for two ticks at most.
 constexpr std::chrono::seconds kTimeToEnd(10);
+constexpr std::uint64_t kOwnPoolSockets = 757; // to which the pool grows by itself
+constexpr std::uint64_t kOtherFiles = 100; // database, mails, listening sockets, connections that are closing
 
-/// Says in one line what is wrong with the database, before the engine says it in many.
-void require_database(const Home& home)
+/// Says in one line what is wrong with the database, before the engine says it in many. The home's settings
+/// are at hand then.
+void prepare(const Home& home, HostLog& log)
 {
     const HomeStore store(home);
+    const auto wanted = store.deployment.max_connections();
+    const auto files = (wanted ? static_cast<std::uint64_t>(*wanted) : kOwnPoolSockets) + kOtherFiles;
+    if (const auto limit = raise_file_limit(files)) {
+        log.write(LogLevel::Warning,
+            home.settings_file().string() + " [Transport] MaxConnections: " + std::to_string(files)
+                + " open files are needed, but this process may have only " + std::to_string(*limit)
+                + "; raise its limit (ulimit -n, LimitNOFILE= of the service), or lower the setting");
+    }
 }
 
-void set_up_log()
-{
-    const bool plain = std::getenv("NO_COLOR") != nullptr; // NOLINT(concurrency-mt-unsafe): before any thread
-    const auto color = plain ? spdlog::color_mode::never : spdlog::color_mode::automatic;
-    spdlog::set_default_logger(spdlog::stderr_color_mt("velto-server", color));
-    spdlog::set_pattern("%Y-%m-%d %H:%M:%S %^%l%$ %v");
-}
-
-std::unique_ptr<RunEvents> make_events(const RunOptions& options, qz::platform::EventLoop& loop)
+std::unique_ptr<RunEvents> make_events(const RunOptions& options, qz::platform::EventLoop& loop, HostLog& log)
 {
     if (options.events) {
         return std::make_unique<JsonEvents>(loop);
     }
-    return std::make_unique<LoggedEvents>(loop);
+    return std::make_unique<LoggedEvents>(loop, log);
 }
 
-/// Gives the graceful end its time, then stops the loop.
-class Deadline final : public qz::platform::TimerEvents {
+/// One run of the server: its start, what signals do to it, its end. All on the loop's thread, but for the
+/// coming in of signals.
+class ServerRun final : private qz::platform::TimerEvents {
 public:
-    explicit Deadline(qz::platform::Machine& machine)
-        : loop_(machine.loop()), timer_(machine.create_timer(*this))
+    ServerRun(const Home& home, const RunOptions& options, HostLog& log)
+        : home_(home), log_(log), machine_(home.folder()),
+          events_(make_events(options, machine_.loop(), log)),
+          main_(std::make_unique<qz::server::Main>(machine_, *events_)),
+          status_(std::make_unique<StatusKeeper>(home, machine_, *main_, log)),
+          time_to_end_(machine_.create_timer(*this)),
+          signals_([this](int signal) { machine_.loop().post([this, signal] { heard(signal); }); })
     {
     }
-    void begin()
+
+    Exit run()
     {
-        timer_->set_interval(kTimeToEnd);
-        timer_->set_enabled(true);
-    }
-    void timer_ticked() override
-    {
-        spdlog::error("the server did not shut down in time; it is stopped now");
-        loop_.stop();
+        machine_.loop().post([this] { start(); });
+        machine_.loop().run();
+        service_manager::tell_stopping();
+        status_.reset();
+        main_.reset();
+        if (!events_->has_started()) {
+            throw CommandError(Exit::Failed,
+                "the server could not start; the lines above say why\nLook the home over with: velto-server "
+                "check --home "
+                    + home_.folder().string());
+        }
+        return events_->has_shut_down() ? Exit::Done : Exit::Failed;
     }
 
 private:
-    qz::platform::EventLoop& loop_;
-    std::unique_ptr<qz::platform::Timer> timer_;
+    void start()
+    {
+        if (main_->ConnectionTest() == main_->get_ConnectionOK()) {
+            main_->Server_Start();
+        }
+        if (!events_->has_started()) {
+            machine_.loop().stop();
+            return;
+        }
+        status_->start();
+        service_manager::tell_ready();
+    }
+
+    void heard(int signal)
+    {
+        if (signal == SIGHUP) {
+            log_.write(LogLevel::Info,
+                "hangup: nothing to do; settings are read at every access, some only at a start");
+            return;
+        }
+        if (is_ending_) {
+            machine_.loop().stop(); // asked twice: at once
+            return;
+        }
+        is_ending_ = true;
+        service_manager::tell_stopping();
+        time_to_end_->set_interval(kTimeToEnd);
+        time_to_end_->set_enabled(true);
+        main_->Server_End();
+    }
+
+    void timer_ticked() override
+    {
+        log_.write(LogLevel::Error, "the server did not shut down in time; it is stopped now");
+        machine_.loop().stop();
+    }
+
+    const Home& home_;
+    HostLog& log_;
+    qz::platform::AsioMachine machine_;
+    std::unique_ptr<RunEvents> events_;
+    std::unique_ptr<qz::server::Main> main_;
+    std::unique_ptr<StatusKeeper> status_;
+    std::unique_ptr<qz::platform::Timer> time_to_end_;
+    bool is_ending_ = false;
+    SignalWatcher signals_; // last: it speaks to all of the above
 };
 
 } // namespace
@@ -73,44 +131,10 @@ Exit run_server(const Home& home, const RunOptions& options)
 {
     home.require_initialised();
     const HomeLock lock(home);
-    require_database(home);
-    set_up_log();
+    HostLog log(options.log_format.value_or(natural_log_format()));
+    prepare(home, log);
     std::signal(SIGPIPE, SIG_IGN); // a reader of our output that goes away must not end the server
-    qz::platform::AsioMachine machine(home.folder());
-    const auto events = make_events(options, machine.loop());
-    auto main = std::make_unique<qz::server::Main>(machine, *events);
-    auto status = std::make_unique<StatusKeeper>(home, machine, *main);
-    Deadline deadline(machine);
-    const SignalWatcher signals([&](int received) {
-        machine.loop().post([&, received] {
-            if (received > 1) {
-                machine.loop().stop(); // asked twice: at once
-                return;
-            }
-            deadline.begin();
-            main->Server_End();
-        });
-    });
-    machine.loop().post([&] {
-        if (main->ConnectionTest() == main->get_ConnectionOK()) {
-            main->Server_Start();
-        }
-        if (!events->has_started()) {
-            machine.loop().stop();
-            return;
-        }
-        status->start();
-    });
-    machine.loop().run();
-    status.reset();
-    main.reset();
-    if (!events->has_started()) {
-        throw CommandError(Exit::Failed,
-            "the server could not start; the lines above say why\nLook the home over with: velto-server "
-            "check --home "
-                + home.folder().string());
-    }
-    return events->has_shut_down() ? Exit::Done : Exit::Failed;
+    return ServerRun(home, options, log).run();
 }
 
 } // namespace velto

@@ -2,12 +2,16 @@
 #pragma once
 
 #include "Home.h"
+#include "HostLog.h"
 #include "common/Exit.h"
+
+#include <optional>
 
 namespace velto {
 
 struct RunOptions {
     bool events = false; // every event as a JSON line on standard output
+    std::optional<LogFormat> log_format;
 };
 
 /// Returns when the server has shut down: by a signal, or by a command.

@@ -14,7 +14,7 @@ sigset_t watched_signals()
 {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, kEndOfWatch}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, kEndOfWatch}) {
         sigaddset(&signals, signal);
     }
     return signals;
@@ -38,9 +38,8 @@ SignalWatcher::~SignalWatcher()
 void SignalWatcher::watch()
 {
     const auto signals = watched_signals();
-    int received = 0;
     for (int signal = 0; sigwait(&signals, &signal) == 0 && signal != kEndOfWatch;) {
-        on_signal_(++received);
+        on_signal_(signal);
     }
 }
 

@@ -1,4 +1,4 @@
-// SIGTERM and SIGINT, heard by a thread of their own and told as calls.
+// SIGTERM, SIGINT and SIGHUP, heard by a thread of their own and told as calls.
 #pragma once
 
 #include <functional>
@@ -6,10 +6,10 @@
 
 namespace velto {
 
-/// Blocks the two signals for the process: make it before any other thread.
+/// Blocks the signals for the process: make it before any other thread.
 class SignalWatcher {
 public:
-    /// @param on_signal  called on the watcher's thread with how many signals have come so far, from 1 on.
+    /// @param on_signal  called on the watcher's thread with the signal's number.
     explicit SignalWatcher(std::function<void(int)> on_signal);
     ~SignalWatcher();
     SignalWatcher(const SignalWatcher&) = delete;

@@ -1,10 +1,9 @@
 #include "StatusKeeper.h"
 
+#include "ServiceManager.h"
 #include "base/EngineError.h"
-#include "base/Text.h"
 
 #include <chrono>
-#include <spdlog/spdlog.h>
 #include <unistd.h>
 
 namespace velto {
@@ -15,8 +14,9 @@ constexpr int kSecondsBetweenSigns = 10;
 
 } // namespace
 
-StatusKeeper::StatusKeeper(const Home& home, qz::platform::Machine& machine, qz::server::Main& main)
-    : file_(home), main_(main), timer_(machine.create_timer(*this))
+StatusKeeper::StatusKeeper(
+    const Home& home, qz::platform::Machine& machine, qz::server::Main& main, HostLog& log)
+    : file_(home), main_(main), log_(log), timer_(machine.create_timer(*this))
 {
     file_.remove(); // what a killed server left behind
 }
@@ -39,6 +39,8 @@ void StatusKeeper::timer_ticked()
 {
     ++seconds_since_write_;
     const auto figures = main_.figures();
+    service_manager::tell_status(std::to_string(figures.users_on_line) + " on line, "
+        + std::to_string(figures.queued_messages) + " messages waiting");
     if (figures != written_ || seconds_since_write_ >= kSecondsBetweenSigns) {
         write(figures);
     }
@@ -53,7 +55,7 @@ void StatusKeeper::write(const qz::server::Figures& figures)
         failing_ = false;
     } catch (const qz::EngineError& error) {
         if (!failing_) {
-            spdlog::warn("the status file cannot be written: {}", qz::printable(error.description()));
+            log_.write(LogLevel::Warning, "the status file cannot be written: " + error.description());
         }
         failing_ = true;
     }

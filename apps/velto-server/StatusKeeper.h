@@ -1,6 +1,7 @@
-// Keeps the status file of a running server true.
+// Keeps the status file of a running server true, and its service manager informed.
 #pragma once
 
+#include "HostLog.h"
 #include "StatusFile.h"
 #include "platform/Machine.h"
 #include "server/Main.h"
@@ -9,12 +10,13 @@
 
 namespace velto {
 
-/// Looks at the figures once a second. The file is written when one has changed, and every ten seconds
-/// otherwise: a file that is older belongs to a server that hangs.
+/// Looks at the figures once a second, which is also the sign of life for the service manager. The file is
+/// written when one has changed, and every ten seconds otherwise: a file that is older belongs to a server
+/// that hangs.
 class StatusKeeper final : private qz::platform::TimerEvents {
 public:
     /// All of them must outlive the keeper. Begins with start().
-    StatusKeeper(const Home& home, qz::platform::Machine& machine, qz::server::Main& main);
+    StatusKeeper(const Home& home, qz::platform::Machine& machine, qz::server::Main& main, HostLog& log);
     /// Removes the file.
     ~StatusKeeper();
     StatusKeeper(const StatusKeeper&) = delete;
@@ -29,6 +31,7 @@ private:
 
     StatusFile file_;
     qz::server::Main& main_;
+    HostLog& log_;
     std::unique_ptr<qz::platform::Timer> timer_;
     ServerIdentity identity_;
     qz::server::Figures written_;

@@ -1,4 +1,5 @@
 // The administration commands of the real program: what they print, how they end, what they leave behind.
+#include "system/Person.h"
 #include "system/ServerProcess.h"
 
 #include <gmock/gmock.h>
@@ -6,13 +7,20 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 using namespace qz;
+using test::Person;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -34,7 +42,20 @@ protected:
         return status;
     }
 
+    void add_user(const char* name)
+    {
+        ASSERT_EQ(server.run({"user", "add", name, "--password-stdin"}, "it's secret\n"), 0) << server.output;
+    }
+
     test::ServerProcess server;
+};
+
+/// One call of the program, and how it is to end.
+struct Call {
+    std::vector<std::string> arguments;
+    std::string input;
+    int exit_code;
+    std::string output; // a part of it
 };
 
 } // namespace
@@ -57,4 +78,110 @@ TEST_F(CommandsTest, StatusTellsOfTheServerThatRunsNowAndOfNoOther)
     EXPECT_THAT(server.output, HasSubstr("\"running\": false"));
     server.start();
     EXPECT_NE(status_when("accounts", 1).value("process", 0), first.value("process", 0));
+}
+
+TEST_F(CommandsTest, EndWithTheirExitCodesAndSayWhatTheyDid)
+{
+    const std::vector<Call> calls{
+        {{"frobnicate"}, "", 2, "help"},
+        {{"user", "add", "ada", "--password-stdin"}, "secret\n", 0, "ada added"},
+        {{"user", "add", "Ada", "--password-stdin"}, "secret\n", 1, "taken"},
+        {{"user", "add", "#ada", "--password-stdin"}, "secret\n", 2, "must not begin with #"},
+        {{"user", "add", "ben", "--password-stdin"}, "\n", 2, "must not be empty"},
+        {{"user", "show", "ADA", "--json"}, "", 0, "\"enabled\": true"},
+        {{"user", "disable", "ada"}, "", 0, "disabled"},
+        {{"user", "list"}, "", 0, "disabled"},
+        {{"user", "password", "nobody", "--password-stdin"}, "x\n", 1, "there is no account"},
+        {{"room", "add", "Tea", "--owner", "nobody"}, "", 1, "no account"},
+        {{"room", "add", "Tea", "--owner", "ada"}, "", 0, "tea added"},
+        {{"room", "add", "tea", "--owner", "ada"}, "", 1, "exists already"},
+        {{"room", "list", "--json"}, "", 0, "\"owner\": \"ada\""},
+        {{"room", "delete", "TEA"}, "", 0, "deleted"},
+        {{"room", "delete", "tea"}, "", 1, "there is no room"},
+        {{"config", "set", "Mail/Port", "70000"}, "", 2, "from 1 to 65535"},
+        {{"config", "set", "Mail/Port", "2525"}, "", 0, ""},
+        {{"config", "get", "mail/port"}, "", 0, "2525"},
+        {{"config", "get", "Mail/Pott"}, "", 2, "no setting"},
+        {{"config", "set", "DB SetUp/dbPassword", "seen"}, "", 2, "secret"},
+        {{"config", "set", "DB SetUp/dbPassword"}, "unseen\n", 0, ""},
+        {{"config", "get", "DB SetUp/dbPassword"}, "", 0, "********"},
+        {{"command", "message", "anybody?"}, "", 3, "nothing was written"},
+        {{"command", "logoff"}, "", 2, "NAME"},
+        {{"run", "--log-format", "xml"}, "", 2, "xml"},
+        {{"backup", (server.home() / "VELTO.db").string(), "--force"}, "", 2, "file of the server itself"},
+        {{"check", "--home", "/nowhere"}, "", 78, "no home folder"},
+    };
+    for (const auto& call : calls) {
+        SCOPED_TRACE(testing::PrintToString(call.arguments));
+        EXPECT_EQ(server.run(call.arguments, call.input), call.exit_code) << server.output;
+        EXPECT_THAT(server.output, HasSubstr(call.output));
+    }
+}
+
+TEST_F(CommandsTest, ARunningServerCarriesCommandsOut)
+{
+    add_user("ada");
+    add_user("ben");
+    server.start();
+    Person ada("ada", server.port(), "it's secret");
+    Person ben("ben", server.port(), "it's secret");
+    ASSERT_TRUE(ada.sees("logged on"));
+    ASSERT_TRUE(ben.sees("logged on"));
+    status_when("users_on_line", 2);
+
+    EXPECT_EQ(server.run({"command", "message", "It's \"noon\"; 'tea' = #1"}), 0) << server.output;
+    EXPECT_TRUE(ada.sees("notice It's \"noon\"; 'tea' = #1"));
+    EXPECT_EQ(server.run({"command", "message", "bell\a"}), 2) << server.output;
+    EXPECT_EQ(server.run({"command", "logoff", "nobody"}), 1) << server.output;
+    EXPECT_EQ(server.run({"command", "logoff", "ADA"}), 0) << server.output;
+    EXPECT_TRUE(ada.sees("disconnected"));
+    ben.settle(); // is still there
+
+    EXPECT_EQ(server.run({"command", "shutdown"}), 0) << server.output;
+    EXPECT_EQ(server.wait(), 0);
+}
+
+TEST_F(CommandsTest, ABackupOfARunningServerMakesANewHome)
+{
+    add_user("ada");
+    server.start();
+    const auto file = (server.home().parent_path() / "backup.tar").string();
+    ASSERT_EQ(server.run({"backup", file}), 0) << server.output;
+    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(server.run({"backup", file}), 1) << "it is not written over unasked";
+    add_user("ben"); // after the backup
+
+    const auto restored = (server.home().parent_path() / "restored").string();
+    const auto unpack = "mkdir " + restored + " && tar -xpf " + file + " -C " + restored;
+    ASSERT_EQ(std::system(unpack.c_str()), 0);
+    EXPECT_EQ(server.run({"user", "list", "--home", restored}), 0) << server.output;
+    EXPECT_THAT(server.output, AllOf(HasSubstr("ada"), Not(HasSubstr("ben"))));
+    EXPECT_EQ(server.run({"call", "--home", restored, "VerifyCredentials", "ada", "it's secret"}), 0);
+    EXPECT_THAT(server.output, HasSubstr("\"result\":true"));
+
+    EXPECT_EQ(server.run({"backup", file, "--force"}), 0) << server.output;
+    const auto replaced = "rm " + restored + "/* && tar -xpf " + file + " -C " + restored;
+    ASSERT_EQ(std::system(replaced.c_str()), 0);
+    EXPECT_EQ(server.run({"user", "show", "ben", "--home", restored}), 0) << server.output;
+    const auto left = std::filesystem::directory_iterator(server.home().parent_path());
+    for (const auto& entry : left) {
+        EXPECT_NE(entry.path().filename().string().front(), '.') << "a passing file was left behind";
+    }
+}
+
+TEST_F(CommandsTest, LogsForProgramsAndStandsAHangup)
+{
+    server.start({"--log-format", "json"});
+    server.send_signal(SIGHUP);
+    status_when("accounts", 0);
+    server.send_signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
+    std::istringstream lines(server.log());
+    std::string messages;
+    for (std::string line; std::getline(lines, line);) {
+        const auto object = nlohmann::json::parse(line, nullptr, false);
+        ASSERT_TRUE(object.is_object()) << line;
+        messages += object.value("level", "") + ": " + object.value("message", "") + "\n";
+    }
+    EXPECT_THAT(messages, AllOf(HasSubstr("info: Service is now ready"), HasSubstr("info: hangup")));
 }

@@ -61,28 +61,34 @@ ServerProcess::~ServerProcess()
     }
 }
 
-int ServerProcess::run(std::initializer_list<std::string> arguments, const std::string& input)
+int ServerProcess::run(const std::vector<std::string>& arguments, const std::string& input)
 {
     std::vector<std::string> words{VELTO_SERVER_PROGRAM, "--home", home().string()};
-    words.insert(words.end(), arguments);
+    words.insert(words.end(), arguments.begin(), arguments.end());
     put_bytes(folder_ / "input", input);
     const int code = wait_for(spawn(words, folder_ / "input", folder_ / "output"), 30s);
     output = bytes_of(folder_ / "output");
     return code;
 }
 
-void ServerProcess::start()
+void ServerProcess::start(const std::vector<std::string>& options)
 {
     put_bytes(folder_ / "input", "");
-    server_ = spawn(
-        {VELTO_SERVER_PROGRAM, "run", "--home", home().string()}, folder_ / "input", folder_ / "server.log");
+    std::vector<std::string> words{VELTO_SERVER_PROGRAM, "run", "--home", home().string()};
+    words.insert(words.end(), options.begin(), options.end());
+    server_ = spawn(words, folder_ / "input", folder_ / "server.log");
     const auto deadline = std::chrono::steady_clock::now() + 10s;
     while (!accepts_connections()) {
         if (std::chrono::steady_clock::now() > deadline || waitpid(server_, nullptr, WNOHANG) != 0) {
-            throw std::runtime_error("the server did not start: " + bytes_of(folder_ / "server.log"));
+            throw std::runtime_error("the server did not start: " + log());
         }
         std::this_thread::sleep_for(10ms);
     }
+}
+
+std::string ServerProcess::log() const
+{
+    return bytes_of(folder_ / "server.log");
 }
 
 bool ServerProcess::accepts_connections() const

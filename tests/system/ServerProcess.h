@@ -7,8 +7,8 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace qz::test {
 
@@ -24,17 +24,20 @@ public:
     /// Runs `velto-server` with these arguments on the home, and waits for its end.
     /// @param input  what it reads from standard input.
     /// @return its exit code; what it printed is in `output`.
-    int run(std::initializer_list<std::string> arguments, const std::string& input = {});
+    int run(const std::vector<std::string>& arguments, const std::string& input = {});
     std::string output;
 
     /// Starts the server and waits until it accepts connections.
     /// @throws std::runtime_error when it does not within ten seconds.
-    void start();
+    /// @param options  of the command run.
+    void start(const std::vector<std::string>& options = {});
     void send_signal(int signal) const;
     /// Waits for the server's end.
     /// @return its exit code; -1 when a signal ended it, or when it had to be killed after 15 seconds.
     int wait();
 
+    /// What the server has written so far.
+    std::string log() const;
     std::uint16_t port() const { return port_; }
     std::filesystem::path home() const { return folder_.path() / "home"; }
 

@@ -1,0 +1,113 @@
+#include "HostLog.h"
+
+#include "base/Text.h"
+
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace velto {
+
+namespace {
+
+struct LevelNames {
+    spdlog::level::level_enum level;
+    const char* word;
+    const char* priority; // of the journal: 3 error, 4 warning, 6 information
+};
+
+const LevelNames& names_of(LogLevel level)
+{
+    static constexpr std::array<LevelNames, 3> kNames{{{spdlog::level::info, "info", "<6>"},
+        {spdlog::level::warn, "warning", "<4>"}, {spdlog::level::err, "error", "<3>"}}};
+    return kNames.at(static_cast<std::size_t>(level));
+}
+
+const char* pattern_of(LogFormat format)
+{
+    return format == LogFormat::Text ? "%Y-%m-%d %H:%M:%S %^%l%$ %v" : "%v";
+}
+
+std::string local_time()
+{
+    const auto now = std::time(nullptr);
+    std::tm civil{};
+    localtime_r(&now, &civil);
+    std::array<char, 32> text{};
+    const auto length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &civil);
+    return {text.data(), length};
+}
+
+std::string as_json(LogLevel level, const std::string& text, std::initializer_list<HostLog::Field> fields)
+{
+    nlohmann::ordered_json object = {
+        {"time", local_time()}, {"level", names_of(level).word}, {"message", text}};
+    for (const auto& field : fields) {
+        if (!field.value.empty()) {
+            object[std::string(field.name)] = field.value;
+        }
+    }
+    return object.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string as_text(const std::string& text, std::initializer_list<HostLog::Field> fields)
+{
+    std::string suffix;
+    for (const auto& field : fields) {
+        if (!field.value.empty()) {
+            suffix += (suffix.empty() ? " [" : " ") + qz::printable(field.value);
+        }
+    }
+    return qz::printable(text) + suffix + (suffix.empty() ? "" : "]");
+}
+
+} // namespace
+
+LogFormat natural_log_format()
+{
+    const char* stream = std::getenv("JOURNAL_STREAM"); // NOLINT(concurrency-mt-unsafe): before any thread
+    std::uintmax_t device = 0;
+    std::uintmax_t file = 0;
+    struct stat status { };
+    const bool is_journal = stream != nullptr
+        && std::sscanf(stream, "%" SCNuMAX ":%" SCNuMAX, &device, &file)
+            == 2 // NOLINT(cert-err34-c): a number
+                 // that overflows matches no file
+        && fstat(STDERR_FILENO, &status) == 0 && status.st_dev == device && status.st_ino == file;
+    return is_journal ? LogFormat::Journal : LogFormat::Text;
+}
+
+HostLog::HostLog(LogFormat format) : format_(format)
+{
+    const bool plain = std::getenv("NO_COLOR") != nullptr; // NOLINT(concurrency-mt-unsafe): before any thread
+    const auto color = plain ? spdlog::color_mode::never : spdlog::color_mode::automatic;
+    auto sink = std::make_shared<spdlog::sinks::stderr_color_sink_st>(color);
+    logger_ = std::make_shared<spdlog::logger>("velto-server", std::move(sink));
+    logger_->set_pattern(pattern_of(format));
+}
+
+HostLog::~HostLog() = default;
+
+void HostLog::write(LogLevel level, const std::string& text, std::initializer_list<Field> fields)
+{
+    const auto& names = names_of(level);
+    switch (format_) {
+    case LogFormat::Text:
+        logger_->log(names.level, "{}", as_text(text, fields));
+        break;
+    case LogFormat::Journal:
+        logger_->log(names.level, "{}{}", names.priority, as_text(text, fields));
+        break;
+    case LogFormat::Json:
+        logger_->log(names.level, "{}", as_json(level, text, fields));
+        break;
+    }
+}
+
+} // namespace velto

@@ -1,0 +1,124 @@
+#include "ServerCommand.h"
+
+#include "HomeLock.h"
+#include "HomeStore.h"
+#include "base/Text.h"
+#include "common/Exit.h"
+#include "server/ServerCommands.h"
+
+#include <functional>
+#include <iostream>
+
+namespace velto {
+
+namespace {
+
+using qz::server::ServerCommands;
+
+constexpr std::size_t kLongestText = 4000; // characters; clients show it in one piece
+
+/// The carrying out is the running server's.
+class Elsewhere final : public qz::server::CommandActions {
+    void shut_down() override { }
+    void PropagatePolicy() override { }
+    void CloseAllConnections() override { }
+    void send_last_version() override { }
+    void Send_RemoteCommand2All(const std::string& /*message*/, const std::string& /*command*/) override { }
+    void Send_MessageToAllActive(const std::string& /*text*/) override { }
+    void log_off(const std::string& /*screen_name*/) override { }
+};
+
+void write_command(const Home& home, const std::string& what,
+    const std::function<void(HomeDirectory&, ServerCommands&)>& write)
+{
+    home.require_initialised();
+    const auto process = HomeLock::holder(home);
+    if (!process) {
+        throw CommandError(Exit::NoServer,
+            "no server runs in " + home.folder().string()
+                + " to take the command; nothing was written\nA server discards what was written before its "
+                  "start.");
+    }
+    HomeDirectory store(home);
+    Elsewhere actions;
+    ServerCommands commands(store.database, store.parser, actions, store.journal);
+    write(store, commands);
+    store.commit();
+    std::cout << what << ": told process " << *process << "\n";
+}
+
+/// A text as the statement takes it: its quotes doubled.
+/// @throws CommandError 2 for what no client could show.
+std::string sendable(const HomeDirectory& store, const std::string& kind, const std::string& text)
+{
+    const auto refuse = [&](const std::string& what) {
+        throw CommandError(Exit::Usage, "the " + kind + " " + what + "; nothing was written");
+    };
+    if (qz::trim(text).empty()) {
+        refuse("must not be empty");
+    }
+    if (qz::character_count(text) > kLongestText) {
+        refuse("is too long: at most " + std::to_string(kLongestText) + " characters");
+    }
+    const auto without_lines = qz::replace_all(qz::replace_all(text, "\n", ""), "\t", "");
+    if (qz::printable(without_lines) != without_lines) {
+        refuse("must not have control characters, and must be UTF-8");
+    }
+    return store.parser.CleanText(text);
+}
+
+} // namespace
+
+void run_command_shutdown(const Home& home)
+{
+    write_command(home, "Shutdown", [](auto& /*store*/, auto& commands) { commands.ShutDownServer(); });
+}
+
+void run_command_policy(const Home& home)
+{
+    write_command(home, "Policy to all clients",
+        [](auto& /*store*/, auto& commands) { commands.SendPolicyToClients(); });
+}
+
+void run_command_last_version(const Home& home)
+{
+    write_command(home, "Latest version to all clients",
+        [](auto& /*store*/, auto& commands) { commands.SendLastVersionToClients(); });
+}
+
+void run_command_close_all(const Home& home)
+{
+    write_command(home, "Close all connections",
+        [](auto& /*store*/, auto& commands) { commands.PushCloseAllConnections(); });
+}
+
+void run_command_remote(const Home& home, const std::string& remote_command, const std::string& text)
+{
+    write_command(home, "Remote command to all clients", [&](const auto& store, auto& commands) {
+        const auto command = sendable(store, "remote command", remote_command);
+        commands.SendRemoteCommand(text.empty() ? text : sendable(store, "text", text), command);
+    });
+}
+
+void run_command_message(const Home& home, const std::string& text)
+{
+    write_command(home, "Message to all clients", [&](const auto& store, auto& commands) {
+        commands.SendInstantMessageToAll(sendable(store, "message", text));
+    });
+}
+
+void run_command_log_off(const Home& home, const std::string& name)
+{
+    write_command(home, "Log off " + qz::printable(name), [&](const auto& store, auto& commands) {
+        const auto* user = store.directory.user_named_in_any_case(name);
+        if (user == nullptr) {
+            throw CommandError(Exit::Failed,
+                "there is no account \"" + qz::printable(name)
+                    + "\"; nothing was written\nAll of them: velto-server user list --home "
+                    + store.machine.home().string());
+        }
+        commands.LogOffUser(store.parser.CleanText(user->UserName));
+    });
+}
+
+} // namespace velto
