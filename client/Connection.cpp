@@ -25,20 +25,6 @@ bool is_only_later(int error)
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
 
-/// An IPv4 address on an IPv6 socket is shown as IPv4, as the server shows it.
-std::string address_text(const SocketAddress& address)
-{
-    std::array<char, NI_MAXHOST> text{};
-    const auto* const generic = reinterpret_cast<const sockaddr*>(&address.storage);
-    if (getnameinfo(generic, address.size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) != 0) {
-        return {};
-    }
-    const std::string result = text.data();
-    const std::string mapped = "::ffff:";
-    return result.starts_with(mapped) && result.find('.') != std::string::npos ? result.substr(mapped.size())
-                                                                               : result;
-}
-
 } // namespace
 
 Connection::Connection(
@@ -171,7 +157,7 @@ void Connection::finish_connect()
     }
     SocketAddress peer;
     peer.size = sizeof peer.storage;
-    auto* const generic = reinterpret_cast<sockaddr*>(&peer.storage);
+    auto* const generic = peer.generic();
     if (error == 0 && getpeername(socket_.number(), generic, &peer.size) != 0) {
         if (errno == ENOTCONN) {
             return; // not yet

@@ -41,6 +41,25 @@ Resolver::Result look_up(const Endpoint& endpoint, int flags)
 
 } // namespace
 
+std::string address_text(const SocketAddress& address)
+{
+    std::array<char, NI_MAXHOST> text{};
+    if (getnameinfo(address.generic(), address.size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST)
+        != 0) {
+        return {};
+    }
+    const std::string result = text.data();
+    const std::string mapped = "::ffff:";
+    return result.starts_with(mapped) && result.find('.') != std::string::npos ? result.substr(mapped.size())
+                                                                               : result;
+}
+
+std::optional<SocketAddress> numeric_address(const std::string& text, std::uint16_t port)
+{
+    const auto found = look_up({text, port}, AI_NUMERICHOST);
+    return found.addresses.empty() ? std::nullopt : std::optional(found.addresses.front());
+}
+
 Resolver::Resolver(const Endpoint& endpoint) : search_(std::make_shared<Search>())
 {
     std::array<int, 2> ends{-1, -1};

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <sys/socket.h>
 #include <vector>
@@ -14,7 +15,14 @@ namespace qz::client {
 struct SocketAddress {
     sockaddr_storage storage{};
     socklen_t size = 0;
+
+    const sockaddr* generic() const { return reinterpret_cast<const sockaddr*>(&storage); }
+    sockaddr* generic() { return reinterpret_cast<sockaddr*>(&storage); }
 };
+/// An IPv4 address on an IPv6 socket is shown as IPv4, as the server shows it.
+std::string address_text(const SocketAddress& address);
+/// The address that the text is, without asking anybody; nothing for a name.
+std::optional<SocketAddress> numeric_address(const std::string& text, std::uint16_t port);
 
 struct Endpoint {
     std::string host; // a name or an address
