@@ -67,13 +67,14 @@ struct Store {
     qz::config::KeyFile key{folder.path / "VELTO_Server.key", machine.crypto()};
     qz::helpers::SettingsCipher cipher{machine.crypto(), key};
     qz::config::Settings settings{ini, cipher, journal};
+    qz::config::Deployment deployment{ini};
     qz::helpers::MessageParser parser{machine.crypto()};
     qz::store::Database database{[this] {
                                      return machine.create_connection(
                                          {qz::platform::Provider::Embedded, qz::platform::Durability::Process,
                                              folder.path / "VELTO.db", qz::store::all_statements()});
                                  },
-        settings, journal};
+        settings, deployment, journal};
     qz::store::ActivityLog log{database, settings, parser, journal};
     qz::store::Counters counters{database, journal};
     qz::store::Directory directory{database, counters, journal};

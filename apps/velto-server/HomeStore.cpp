@@ -40,7 +40,7 @@ HomeStore::HomeStore(const Home& home)
               return machine.create_connection({deployment.provider(), deployment.durability(),
                   machine.home() / qz::server::kDatabaseFile, qz::store::all_statements()});
           },
-          settings, journal),
+          settings, deployment, journal),
       log(database, settings, parser, journal)
 {
     database.BuildConnectionString();

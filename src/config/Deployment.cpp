@@ -146,6 +146,11 @@ bool Deployment::verify_receipt() const
     return safeguard("VerifyReceipt");
 }
 
+bool Deployment::end_revoked_sessions() const
+{
+    return safeguard("EndRevokedSessions");
+}
+
 bool Deployment::inactivity_by_last_logon() const
 {
     return safeguard("InactivityByLastLogon");

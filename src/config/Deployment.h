@@ -43,6 +43,7 @@ public:
     bool daily_jobs_once_per_day() const;
     bool hide_passwords() const;
     bool verify_receipt() const;
+    bool end_revoked_sessions() const;
     bool inactivity_by_last_logon() const;
     /// Least number of membership slots made at the start; 0 when the engine's own number holds.
     std::int32_t room_slots() const;

@@ -161,8 +161,10 @@ constexpr std::array kTable{
     not_served(
         safeguard("LogonThrottle", "Failed logons delay further ones, and bring a bounded number of mails")),
     safeguard("DailyJobsOncePerDay", "The daily jobs run once a day"),
-    not_served(safeguard("HidePasswords", "Passwords are masked in diagnostics and mails")),
+    safeguard("HidePasswords", "Passwords are masked in diagnostics and mails"),
     safeguard("VerifyReceipt", "Only its recipient may confirm a message"),
+    safeguard("EndRevokedSessions",
+        "End the sessions of accounts that are disabled, deleted or given another password"),
     not_served(safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon")),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),

@@ -2,9 +2,9 @@
 
 namespace qz::net {
 
-Registration::Registration(
-    ConnectionTable& connections, Policing& policing, const SocketPool& pool, const Clock& clock)
-    : connections_(connections), policing_(policing), pool_(pool), clock_(clock)
+Registration::Registration(ConnectionTable& connections, Policing& policing, RevokedSessions& sessions,
+    const SocketPool& pool, const Clock& clock)
+    : connections_(connections), policing_(policing), sessions_(sessions), pool_(pool), clock_(clock)
 {
 }
 
@@ -18,6 +18,7 @@ bool Registration::bind(
         return false;
     }
     connections_.fill(user, session_id, socket, remote_ip, clock_.now());
+    sessions_.logged_on(user, socket);
     return true;
 }
 

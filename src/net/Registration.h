@@ -4,6 +4,7 @@
 #include "base/Clock.h"
 #include "net/ConnectionTable.h"
 #include "net/Policing.h"
+#include "net/RevokedSessions.h"
 #include "net/SocketPool.h"
 
 #include <cstdint>
@@ -13,8 +14,8 @@ namespace qz::net {
 
 class Registration {
 public:
-    Registration(
-        ConnectionTable& connections, Policing& policing, const SocketPool& pool, const Clock& clock);
+    Registration(ConnectionTable& connections, Policing& policing, RevokedSessions& sessions,
+        const SocketPool& pool, const Clock& clock);
 
     /// Closes the earlier connections of the name, then fills a connection record.
     /// @return false when the socket is not connected any more: it was one of the earlier ones itself, or its
@@ -27,6 +28,7 @@ public:
 private:
     ConnectionTable& connections_;
     Policing& policing_;
+    RevokedSessions& sessions_;
     const SocketPool& pool_;
     const Clock& clock_;
 };

@@ -1,15 +1,10 @@
 #include "notify/LogOnAlarm.h"
 
+#include "base/Secrets.h"
 #include "base/Text.h"
 #include "notify/NoticeText.h"
 
 namespace qz::notify {
-
-namespace {
-
-constexpr const char* kHiddenPassword = "********";
-
-} // namespace
 
 LogOnAlarm::LogOnAlarm(NoticeMails& mails, const store::Accounts& accounts, const config::Settings& settings,
     const config::Deployment& deployment, const Clock& clock)
@@ -22,7 +17,8 @@ void LogOnAlarm::report(
     const std::string& screen_name, const std::string& password, const std::string& remote_ip)
 {
     const auto administrator = settings_.get_AdminScreenName();
-    const auto shown_password = deployment_.hide_passwords() ? kHiddenPassword : single_line(password);
+    const auto shown_password =
+        deployment_.hide_passwords() ? std::string(kHiddenPassword) : single_line(password);
     const auto lines = text_of({greeting(accounts_.Retrieve_UserFirstName(administrator)), separator(),
         "Somebody is trying to access to VELTO server using the following screen name:",
         "Screen name   : " + single_line(screen_name), "Password      : " + shown_password,

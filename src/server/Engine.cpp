@@ -23,7 +23,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
     : machine_(machine), events_(events), journal(events), parser(machine.crypto()),
       ini(machine.home() / kSettingsFile), key(machine.home() / kKeyFile, machine.crypto()),
       cipher(machine.crypto(), key), settings(ini, cipher, journal), deployment(ini),
-      database([this] { return create_connection(); }, settings, journal),
+      database([this] { return create_connection(); }, settings, deployment, journal),
       activity_log(database, settings, parser, journal), counters(database, journal),
       directory(database, counters, journal), accounts(database, directory, parser, cipher, journal),
       buddies(database, directory, accounts, parser, journal),
@@ -44,7 +44,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       presence_lists(connections, directory, room_members, presence, sender, journal),
       policy(connections, sender, settings, journal),
       policing(connections, sender, closer, accounts, presence, journal),
-      registration(connections, policing, pool, machine.clock()),
+      revoked_sessions(connections, {directory, accounts, cipher}, {sender, closer}, deployment, journal),
+      registration(connections, policing, revoked_sessions, pool, machine.clock()),
       welcome(presence, presence_lists, policy, version_notices, directory, journal),
       log_on({registration, welcome, log_on_alarm, presence}, accounts, cipher, parser, sender, journal),
       presence_requests({presence, presence_lists, accounts, version_notices, settings}, connections, parser,
@@ -279,6 +280,7 @@ std::unique_ptr<platform::Connection> Engine::create_connection() const
 void Engine::run_frequent_jobs()
 {
     policing.UserIsOnlineHowManyTimes();
+    revoked_sessions.end_revoked();
     commands.CheckServerCommand();
     chunks.sweep(machine_.clock().now());
     message_queue.QueueMessage_PurgeExpired();

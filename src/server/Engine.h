@@ -14,6 +14,7 @@
 #include "net/Policing.h"
 #include "net/Receiver.h"
 #include "net/Registration.h"
+#include "net/RevokedSessions.h"
 #include "net/Sender.h"
 #include "net/SocketCloser.h"
 #include "net/SocketPool.h"
@@ -128,6 +129,7 @@ public: // the rooms, for the members of Main that forward to them
     protocol::PresenceLists presence_lists;
     protocol::Policy policy;
     net::Policing policing; // tells presence, so it comes after it
+    net::RevokedSessions revoked_sessions;
     net::Registration registration;
     protocol::Welcome welcome;
     protocol::LogOn log_on;

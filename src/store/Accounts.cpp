@@ -1,8 +1,11 @@
 #include "store/Accounts.h"
 
 #include "base/Guarded.h"
+#include "base/Secrets.h"
 #include "base/Text.h"
 #include "store/Statements.h"
+
+#include <utility>
 
 namespace qz::store {
 
@@ -39,9 +42,20 @@ bool Accounts::ScreenName_Enabled(const std::string& name)
 {
     return guarded(journal_, "ScreenName_Enabled", no_address, false, [&] {
         directory_.load_users_once();
-        const auto* user = directory_.user_named(parser_.CleanText(name));
-        return user != nullptr && user->AccountActive;
+        return is_enabled(name);
     });
+}
+
+bool Accounts::is_enabled(const std::string& name) const
+{
+    const auto* user = directory_.user_named(parser_.CleanText(name));
+    return user != nullptr && user->AccountActive;
+}
+
+std::string Accounts::stored_password(const std::string& name) const
+{
+    const auto* user = directory_.user_named(lower(parser_.CleanText(name)));
+    return user == nullptr ? std::string{} : user->Password;
 }
 
 bool Accounts::set_NewScreenName(const std::string& name, const std::string& email,
@@ -51,9 +65,11 @@ bool Accounts::set_NewScreenName(const std::string& name, const std::string& ema
         if (trim(name).empty() || ScreenNameExist(name)) {
             return false;
         }
-        database_.execute(statements::kInsertUser,
-            {lower(parser_.CleanText(name)), parser_.CleanText(password), parser_.CleanText(first_name),
-                parser_.CleanText(last_name), parser_.CleanText(email)});
+        store_password(password, [&] {
+            database_.execute(statements::kInsertUser,
+                {lower(parser_.CleanText(name)), parser_.CleanText(password), parser_.CleanText(first_name),
+                    parser_.CleanText(last_name), parser_.CleanText(email)});
+        });
         journal_.log_own("Addded new screenname (" + name + ")");
         return true;
     });
@@ -75,7 +91,7 @@ bool Accounts::set_MyDetails(
         row.SetField("Fax", details.Fax);
         row.SetField("HomePage", details.HomePage);
         row.SetField("Country", details.Country);
-        row.Update();
+        store_password(details.Password, [&] { row.Update(); });
         directory_.SetUsers();
         return true;
     });
@@ -90,7 +106,7 @@ bool Accounts::set_ScreenNamePassword(
             return false;
         }
         row.SetField("Password", password);
-        row.Update();
+        store_password(password, [&] { row.Update(); });
         directory_.SetUsers();
         return true;
     });
@@ -107,7 +123,7 @@ bool Accounts::ChangeUserNamePassword(const std::string& name, const std::string
         auto row = row_of(statements::kSelectPassword, name);
         if (!row.AtEnd()) {
             row.SetField("Password", new_password);
-            row.Update();
+            store_password(new_password, [&] { row.Update(); });
         }
         journal_.Log("Password Changed for " + name, name, remote_ip);
         service_message = "The password has been changed successfully, please relogon!";
@@ -217,6 +233,16 @@ BuddyCard Accounts::Retrieve_BuddyDetail(const std::string& buddy)
         return BuddyCard{row.Fields("FirstName").text(), row.Fields("LastName").text(),
             row.Fields("IMClientInUse").text(), row.Fields("Email").text()};
     });
+}
+
+template <typename Step> void Accounts::store_password(const std::string& password, Step&& step)
+{
+    try {
+        std::forward<Step>(step)();
+    } catch (...) { // only to be thrown on with another description
+        const auto error = current_error();
+        throw database_.hides_passwords() ? without_password(error, password) : error;
+    }
 }
 
 platform::Recordset Accounts::row_of(const platform::Statement& statement, const std::string& name)

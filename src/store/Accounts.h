@@ -45,6 +45,11 @@ public:
         const std::string& name, const std::string& password, const std::string& remote_ip = {});
     bool ScreenName_Enabled(const std::string& name);
 
+    /// The same as ScreenName_Enabled, from the directory as it is.
+    bool is_enabled(const std::string& name) const;
+    /// The password with which the name logs on, as it is stored; empty when there is no such account.
+    std::string stored_password(const std::string& name) const;
+
     /// Creates an account; the name is stored in lower case, the password as given.
     /// @return false when the name is blank or taken, or the insert fails.
     bool set_NewScreenName(const std::string& name, const std::string& email, const std::string& first_name,
@@ -82,6 +87,8 @@ public:
     BuddyCard Retrieve_BuddyDetail(const std::string& buddy);
 
 private:
+    /// Runs a step that stores a password; its failure shows nothing of it where HidePasswords is on.
+    template <typename Step> void store_password(const std::string& password, Step&& step);
     platform::Recordset row_of(const platform::Statement& statement, const std::string& name);
     std::string field(std::string_view name, std::string UserRecord::*member) const;
 

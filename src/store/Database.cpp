@@ -1,6 +1,7 @@
 #include "store/Database.h"
 
 #include "base/Guarded.h"
+#include "base/Secrets.h"
 #include "base/Text.h"
 #include "store/CarefulConnection.h"
 #include "store/Statements.h"
@@ -31,8 +32,10 @@ std::string connection_value(const std::string& value)
 
 } // namespace
 
-Database::Database(ConnectionFactory create_connection, config::Settings& settings, Journal& journal)
-    : create_connection_(std::move(create_connection)), settings_(settings), journal_(journal)
+Database::Database(ConnectionFactory create_connection, config::Settings& settings,
+    const config::Deployment& deployment, Journal& journal)
+    : create_connection_(std::move(create_connection)), settings_(settings), deployment_(deployment),
+      journal_(journal)
 {
 }
 
@@ -51,14 +54,19 @@ void Database::BuildConnectionString()
 {
     guarded(journal_, "BuildConnectionString", no_address, [&] {
         LoadDatabaseSettings();
-        // The server's address stands unbraced: "127.0.0.1;Port=5432" names another port.
-        connection_string_ = "Driver={SQL Server};Server=" + server_ip_ + ";Database=VELTO;uid="
-            + connection_value(user_name_) + ";pwd=" + connection_value(password_) + ";";
+        connection_string_ = connection_string(connection_value(password_));
         if (connection().State() == platform::ConnectionState::Closed) {
             connection_ = make_connection();
             OpendbConnection();
         }
     });
+}
+
+/// The server's address stands unbraced: "127.0.0.1;Port=5432" names another port.
+std::string Database::connection_string(const std::string& password) const
+{
+    return "Driver={SQL Server};Server=" + server_ip_ + ";Database=VELTO;uid=" + connection_value(user_name_)
+        + ";pwd=" + password + ";";
 }
 
 void Database::OpendbConnection()
@@ -68,7 +76,7 @@ void Database::OpendbConnection()
         journal_.log_own(ConnectionTest() == get_ConnectionOK() ? "Database connection OK"
                                                                 : "Database connection failed!");
     } catch (...) { // not guarded(): the failure is logged as well as reported
-        const auto error = current_error();
+        const auto error = hides_passwords() ? without_password(current_error(), password_) : current_error();
         journal_.log_own("Error opening database connection: " + error.description());
         journal_.ReportError("opendbConnection: ", error, no_address);
     }
@@ -86,7 +94,9 @@ std::string Database::ConnectionTest()
         return get_ConnectionOK();
     }
     const auto state = attempt([&] { connection(); }) ? static_cast<int>(connection().State()) : 0;
-    return "Connection string: " + connection_string_ + "\r\nConnection state: " + std::to_string(state)
+    const auto shown =
+        hides_passwords() ? connection_string(std::string(kHiddenPassword)) : connection_string_;
+    return "Connection string: " + shown + "\r\nConnection state: " + std::to_string(state)
         + "\r\nconfiguration file: " + settings_.get_ConfigurationFile();
 }
 

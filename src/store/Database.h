@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/Journal.h"
+#include "config/Deployment.h"
 #include "config/Settings.h"
 #include "platform/EventLoop.h"
 #include "platform/database/Connection.h"
@@ -36,7 +37,8 @@ public:
 
     /// @param create_connection  makes a closed connection of the provider that the settings name at that
     /// moment.
-    Database(ConnectionFactory create_connection, config::Settings& settings, Journal& journal);
+    Database(ConnectionFactory create_connection, config::Settings& settings,
+        const config::Deployment& deployment, Journal& journal);
 
     /// Reads the four database settings and stores the default of each that is empty.
     void LoadDatabaseSettings();
@@ -47,7 +49,8 @@ public:
     void OpendbConnection();
     /// Closes the connection; errors are ignored.
     void ClosedbConnection();
-    /// "Connection OK", or three lines that tell what was tried. They hold the database password.
+    /// "Connection OK", or three lines that tell what was tried. They hold the database password, unless the
+    /// safeguard HidePasswords masks it.
     std::string ConnectionTest();
     static std::string get_ConnectionOK() { return "Connection OK"; }
 
@@ -66,6 +69,8 @@ public:
     void require_whole_turn() { whole_ = true; }
     /// Nothing of this turn will be stored.
     void fail_turn() { failed_ = true; }
+    /// The safeguard HidePasswords is on.
+    bool hides_passwords() const { return deployment_.hide_passwords(); }
 
     /// Commits what this turn of the loop changed. A failure raises Error only: the log could not take it
     /// either.
@@ -74,9 +79,11 @@ public:
 private:
     std::unique_ptr<platform::Connection> make_connection();
     bool store_turn();
+    std::string connection_string(const std::string& password) const;
 
     ConnectionFactory create_connection_;
     config::Settings& settings_;
+    const config::Deployment& deployment_;
     Journal& journal_;
     bool troubled_ = false; // a statement of this turn failed because of the database
     std::unique_ptr<platform::Connection> connection_;

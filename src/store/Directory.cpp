@@ -77,6 +77,15 @@ void Directory::load_users_once()
     }
 }
 
+std::optional<std::uint64_t> Directory::refresh_users()
+{
+    if (!attempt([&] { database_.connection().change_mark(tables::kUsers); })) {
+        return std::nullopt;
+    }
+    SetUsers();
+    return users_.loaded_mark;
+}
+
 void Directory::SetMyBuddies()
 {
     load(buddies_,

@@ -32,6 +32,11 @@ public:
     /// SetUsers, unless users were loaded before: an engine that is not started answers about accounts, too.
     void load_users_once();
 
+    /// SetUsers, where the table can be asked and has changed.
+    /// @return the mark of the copy: as long as it is the same, so are the users. Nothing while the copy may
+    /// lack some of them.
+    std::optional<std::uint64_t> refresh_users();
+
     /// In order of name; buddies in order of owner, then buddy.
     const std::vector<UserRecord>& users() const { return users_.records; }
     const std::vector<BuddyRecord>& buddies() const { return buddies_.records; }

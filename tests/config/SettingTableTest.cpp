@@ -116,7 +116,8 @@ TEST(Deployment, MissingOrMalformedLeavesTheEngineAsItIs)
         EXPECT_FALSE(deployment.verify_sender() || deployment.keep_until_confirmed()
             || deployment.durable_queue() || deployment.logon_throttle()
             || deployment.daily_jobs_once_per_day() || deployment.hide_passwords()
-            || deployment.verify_receipt() || deployment.inactivity_by_last_logon())
+            || deployment.verify_receipt() || deployment.end_revoked_sessions()
+            || deployment.inactivity_by_last_logon())
             << text;
     }
     EXPECT_EQ(deployment.listen_address(), "");
@@ -145,7 +146,8 @@ TEST(Deployment, ANewFileSwitchesOnWhatItSays)
     EXPECT_EQ(deployment.room_slots(), 1000);
     EXPECT_TRUE(deployment.verify_sender() && deployment.keep_until_confirmed() && deployment.durable_queue()
         && deployment.logon_throttle() && deployment.daily_jobs_once_per_day() && deployment.hide_passwords()
-        && deployment.verify_receipt() && deployment.inactivity_by_last_logon());
+        && deployment.verify_receipt() && deployment.end_revoked_sessions()
+        && deployment.inactivity_by_last_logon());
     ini.WriteIniValue("Safeguards", "VerifySender", "true");
     EXPECT_TRUE(deployment.verify_sender());
     ini.WriteIniValue("Transport", "ListenAddress", "10.0.0.999");

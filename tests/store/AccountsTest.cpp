@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 using namespace qz::store::tables;
@@ -178,6 +179,39 @@ TEST_F(AccountsTest, ACardTakesTheNameAsItStands)
     EXPECT_THAT(store.failures(), IsEmpty());
     EXPECT_EQ(accounts.Retrieve_BuddyDetail("o'brien").email, "");
     EXPECT_THAT(store.failures(), ElementsAre("Retrieve_BuddyDetail -2147217900"));
+}
+
+TEST_F(AccountsTest, AFailureShowsNothingOfAPasswordWhereItIsAskedTo)
+{
+    std::string message;
+    const std::function<void()> steps[] = {
+        [&] { accounts.set_NewScreenName("dora", "", "", "", "open sesame"); },
+        [&] {
+            accounts.set_MyDetails("ann", {"", "", "", "", "", "", "", "open sesame"}, {});
+        },
+        [&] { accounts.set_ScreenNamePassword("ann", "open sesame", {}); },
+        [&] { accounts.ChangeUserNamePassword("ann", "secret", "open sesame", {}, message); },
+    };
+    const char* description = "";
+    store.watch = [&](const std::string& sql) {
+        if (sql == "EDIT" || sql.starts_with("INSERT INTO users")) {
+            throw qz::database_error(qz::DatabaseError::Constraint, description);
+        }
+    };
+    for (const auto& step : steps) {
+        for (const auto* shown : {"Truncated value: 'open ses'.", "no space left"}) {
+            for (const auto* safeguard : {"False", "True"}) {
+                store.ini.WriteIniValue("Safeguards", "HidePasswords", safeguard);
+                description = shown;
+                step();
+                const auto& failure = store.journal.failures.back();
+                EXPECT_EQ(failure.number, qz::number_of(qz::DatabaseError::Constraint));
+                const bool hidden = std::string(safeguard) == "True" && description[0] == 'T';
+                EXPECT_EQ(failure.description == shown, !hidden) << failure.routine << failure.description;
+            }
+        }
+    }
+    EXPECT_EQ(store.journal.failures.size(), 16U);
 }
 
 TEST_F(AccountsTest, ReportsUnderTheNamesOfTheInterface)

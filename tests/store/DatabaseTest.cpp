@@ -9,8 +9,11 @@
 #include <string>
 
 using qz::test::TestStore;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -67,6 +70,27 @@ TEST(Database, OpensAClosedConnectionAnew)
     EXPECT_EQ(store.journal.lines.back().message,
         "Error opening database connection: The connection is already open");
     EXPECT_THAT(store.failures(), ElementsAre("opendbConnection:  -2147467259"));
+}
+
+TEST(Database, HidesThePasswordWhereItIsAskedTo)
+{
+    TestStore store;
+    store.settings.set_DBPassword("open;sesame");
+    store.database.BuildConnectionString();
+    store.database.ClosedbConnection();
+    store.watch = [](const std::string& sql) {
+        throw qz::database_error(qz::DatabaseError::LogonFailed, "refused: " + sql + " pwd={open;sesame}");
+    };
+    EXPECT_THAT(store.database.ConnectionTest(), HasSubstr("pwd={open;sesame};"));
+    store.database.OpendbConnection();
+    EXPECT_THAT(store.journal.lines.back().message, HasSubstr("sesame"));
+    store.ini.WriteIniValue("Safeguards", "HidePasswords", "True");
+    EXPECT_THAT(store.database.ConnectionTest(),
+        AllOf(HasSubstr(";uid=sa;pwd=********;\r\nConnection state: 0"), Not(HasSubstr("sesame"))));
+    store.database.OpendbConnection();
+    EXPECT_THAT(store.journal.lines.back().message, Not(HasSubstr("sesame")));
+    EXPECT_THAT(store.journal.failures.back().description, Not(HasSubstr("sesame")));
+    EXPECT_EQ(store.journal.failures.back().number, qz::number_of(qz::DatabaseError::LogonFailed));
 }
 
 TEST(Database, CommitsAtTheEndOfATurn)

@@ -32,6 +32,17 @@ public:
         connection_->end_turn();
         return key;
     }
+    void change(const platform::Table& table, std::int64_t key,
+        std::initializer_list<std::pair<const char*, platform::Value>> fields)
+    {
+        platform::RowChange row;
+        for (const auto& [column, value] : fields) {
+            row.columns.emplace_back(column);
+            row.values.push_back(value);
+        }
+        connection_->update_row(table, key, row);
+        connection_->end_turn();
+    }
     void run(const std::string& sql)
     {
         connection_->Execute(sql);

@@ -73,7 +73,7 @@ struct MemoryStore {
                                  return std::make_unique<WatchedConnection>(
                                      platform::make_sqlite_connection(options, clock), watch);
                              },
-        settings, journal};
+        settings, deployment, journal};
     store::Counters counters{database, journal};
     store::Directory directory{database, counters, journal};
     store::Accounts accounts{database, directory, parser, secrets.cipher, journal};

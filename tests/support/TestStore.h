@@ -1,6 +1,7 @@
 // What the objects of the store room need: an open database file with its real tables, and settings.
 #pragma once
 
+#include "config/Deployment.h"
 #include "helpers/MessageParser.h"
 #include "platform/sqlite/SqliteProvider.h"
 #include "store/Counters.h"
@@ -45,10 +46,11 @@ struct TestStore {
     helpers::MessageParser parser{secrets.crypto};
     config::IniFile ini{folder / "VELTO_Server.ini"};
     config::Settings settings{ini, secrets.cipher, journal};
+    config::Deployment deployment{ini};
     ForeignProgram foreign_program{folder / "VELTO.db", clock};
     StatementWatch watch;
     int connections_made = 0;
-    store::Database database{[this] { return make_connection(); }, settings, journal};
+    store::Database database{[this] { return make_connection(); }, settings, deployment, journal};
     store::Counters counters{database, journal};
     store::Directory directory{database, counters, journal};
 
