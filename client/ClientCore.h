@@ -71,6 +71,7 @@ public:
     void consume_output(std::size_t bytes);
 
     // For the program.
+    const std::string& screen_name() const { return account_.screen_name; }
     bool is_logged_on() const { return state_ == State::LoggedOn; }
     SendResult send(const Request& request);
     struct SentMessage {

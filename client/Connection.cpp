@@ -225,7 +225,8 @@ void Connection::fail(const std::string& why)
     core_.closed(why, clock_.steady());
 }
 
-bool Connection::run_until(const std::function<bool()>& condition, std::chrono::milliseconds longest)
+bool Connection::run_until(
+    const std::function<bool()>& condition, std::chrono::milliseconds longest, EventSource* companion)
 {
     using std::chrono::milliseconds;
     const auto end = clock_.steady() + longest;
@@ -235,19 +236,37 @@ bool Connection::run_until(const std::function<bool()>& condition, std::chrono::
         if (!deadline || now >= end) {
             return false;
         }
+        auto earliest = (std::min)(*deadline, end);
+        if (companion != nullptr) {
+            earliest = (std::min)(earliest, companion->next_deadline().value_or(end));
+        }
         // Rounded up: waking too early would spin.
-        const auto wait = std::chrono::ceil<milliseconds>((std::min)(*deadline, end) - now);
         constexpr milliseconds kLongestWait{60'000};
-        const auto timeout = std::clamp(wait, milliseconds(0), kLongestWait).count();
-        pollfd waiting{descriptor(), 0, 0};
-        waiting.events = static_cast<short>((wants_read() ? POLLIN : 0) | (wants_write() ? POLLOUT : 0));
-        const int ready = ::poll(&waiting, 1, static_cast<int>(timeout));
-        // A broken connection is reported whatever was asked for; reading and writing find out how it broke.
-        const bool broken = ready > 0 && (waiting.revents & (POLLERR | POLLHUP)) != 0;
-        on_ready(ready > 0 && (broken || (waiting.revents & POLLIN) != 0),
-            ready > 0 && (broken || (waiting.revents & POLLOUT) != 0));
+        wait(std::clamp(std::chrono::ceil<milliseconds>(earliest - now), milliseconds(0), kLongestWait),
+            companion);
     }
     return true;
+}
+
+void Connection::wait(std::chrono::milliseconds longest, EventSource* companion)
+{
+    std::vector<Watch> watches{{descriptor(), wants_read(), wants_write()}};
+    if (companion != nullptr) {
+        companion->add_watches(watches);
+    }
+    std::vector<pollfd> waiting;
+    for (const auto& watch : watches) {
+        const int events = (watch.read ? POLLIN : 0) | (watch.write ? POLLOUT : 0);
+        waiting.push_back({watch.descriptor, static_cast<short>(events), 0});
+    }
+    const int ready = ::poll(waiting.data(), waiting.size(), static_cast<int>(longest.count()));
+    // A broken connection is reported whatever was asked for; reading and writing find out how it broke.
+    const int events = ready > 0 ? waiting.front().revents : 0;
+    const bool broken = (events & (POLLERR | POLLHUP)) != 0;
+    on_ready(broken || (events & POLLIN) != 0, broken || (events & POLLOUT) != 0);
+    if (companion != nullptr) {
+        companion->on_ready();
+    }
 }
 
 } // namespace qz::client

@@ -5,6 +5,7 @@
 #include "base/Clock.h"
 #include "client/ClientCore.h"
 #include "client/Descriptor.h"
+#include "client/EventSource.h"
 #include "client/Resolver.h"
 
 #include <chrono>
@@ -43,10 +44,14 @@ public:
     std::optional<TimePoint> next_deadline() const;
 
     /// Runs until the condition holds, for programs without a loop of their own.
+    /// @param companion  shares the loop; nothing when there is none.
     /// @return false when the time was over before, or the client has stopped.
-    bool run_until(const std::function<bool()>& condition, std::chrono::milliseconds longest);
+    bool run_until(const std::function<bool()>& condition, std::chrono::milliseconds longest,
+        EventSource* companion = nullptr);
 
 private:
+    void wait(std::chrono::milliseconds longest, EventSource* companion);
+
     enum class Phase { Idle, Resolving, Connecting, Open };
 
     void follow_core();

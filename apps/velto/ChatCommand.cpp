@@ -1,6 +1,8 @@
 #include "ChatCommand.h"
 
 #include "Clean.h"
+#include "FileCommands.h"
+#include "Files.h"
 #include "Screen.h"
 #include "Session.h"
 #include "client/Connection.h"
@@ -58,15 +60,29 @@ private:
     qz::client::Descriptor descriptor_;
 };
 
+/// The folder that was named, else the one for downloads, else the current one.
+std::filesystem::path folder_of(const ChatOptions& options)
+{
+    std::error_code error;
+    const auto downloads = typed_path("~/Downloads");
+    const auto folder = !options.into.empty()             ? typed_path(options.into)
+        : std::filesystem::is_directory(downloads, error) ? downloads
+                                                          : std::filesystem::current_path(error);
+    return folder;
+}
+
 /// The screen, the session and the connection in one loop.
 class Chat final : public View, public Link {
 public:
-    explicit Chat(const LogOnOptions& log_on) : Chat(log_on.server, account_of(log_on)) { }
+    Chat(const LogOnOptions& log_on, const ChatOptions& options)
+        : Chat(log_on.server, account_of(log_on), options)
+    {
+    }
 
     Exit run()
     {
         connection_.start();
-        while (!session_.is_over() && !screen_->wants_to_leave() && !(screen_->is_at_end() && is_settled())) {
+        while (!session_.is_over() && !screen_->wants_to_leave() && !is_done()) {
             turn();
         }
         leave();
@@ -98,11 +114,14 @@ public:
     void stop() override { core_.stop(); }
 
 private:
-    Chat(const std::string& server, const qz::client::Account& account)
+    Chat(const std::string& server, const qz::client::Account& account, const ChatOptions& options)
         : server_(server), session_(account.screen_name, clock_, *this),
-          connection_(endpoint_of(server), account, crypto_, clock_, session_), core_(connection_.core())
+          connection_(endpoint_of(server), account, crypto_, clock_, session_), core_(connection_.core()),
+          files_(core_, crypto_, clock_, ports_of(options.file_ports), folder_of(options),
+              [this](Line::Kind kind, std::string text) { session_.show(kind, std::move(text)); })
     {
         session_.attach(*this);
+        session_.attach_files(files_);
         screen_ = Screen::of_process([this](std::string_view line) { return session_.completions(line); });
     }
 
@@ -110,8 +129,9 @@ private:
     void turn()
     {
         screen_->set_prompt(session_.prompt());
-        std::array<pollfd, 3> waiting{{{takes_keys() ? STDIN_FILENO : -1, POLLIN, 0},
-            {signals_.descriptor(), POLLIN, 0}, {connection_.descriptor(), connection_events(), 0}}};
+        std::vector<pollfd> waiting{{takes_keys() ? STDIN_FILENO : -1, POLLIN, 0},
+            {signals_.descriptor(), POLLIN, 0}, {connection_.descriptor(), connection_events(), 0}};
+        add_watches_of_files(waiting);
         if (::poll(waiting.data(), waiting.size(), wait_time()) < 0) {
             return;
         }
@@ -125,6 +145,7 @@ private:
             take_keys();
         }
         connection_.on_ready(ready(2, POLLIN), ready(2, POLLOUT));
+        files_.transfers().on_ready();
         session_.tick();
         connection_.on_ready(false, true); // what the session has to say goes out at once
     }
@@ -138,11 +159,23 @@ private:
             (connection_.wants_read() ? POLLIN : 0) | (connection_.wants_write() ? POLLOUT : 0));
     }
 
+    void add_watches_of_files(std::vector<pollfd>& waiting) const
+    {
+        std::vector<qz::client::Watch> watches;
+        files_.transfers().add_watches(watches);
+        for (const auto& watch : watches) {
+            const int events = (watch.read ? POLLIN : 0) | (watch.write ? POLLOUT : 0);
+            waiting.push_back({watch.descriptor, static_cast<short>(events), 0});
+        }
+    }
+
     int wait_time() const
     {
         constexpr milliseconds kLongest{60'000};
-        auto wait = kLongest;
-        for (const auto& deadline : {connection_.next_deadline(), session_.next_deadline(), give_up_}) {
+        constexpr milliseconds kProgressStep{500};
+        auto wait = files_.is_moving() ? kProgressStep : kLongest;
+        for (const auto& deadline : {connection_.next_deadline(), session_.next_deadline(),
+                 files_.transfers().next_deadline(), give_up_}) {
             if (deadline) {
                 wait = (std::min)(wait, std::chrono::ceil<milliseconds>(*deadline - clock_.steady()));
             }
@@ -169,6 +202,9 @@ private:
         session_.typed(screen_->typed());
     }
 
+    /// Nothing more will be typed, and all that was typed is done.
+    bool is_done() { return screen_->is_at_end() && files_.transfers().is_idle() && is_settled(); }
+
     /// Whether all that was typed before the end of standard input is with the server, or has to be given up.
     bool is_settled()
     {
@@ -183,8 +219,13 @@ private:
     {
         unsent_ = session_.has_unsent();
         session_.show_unsent();
+        files_.cancel_all();
         // What was shown is also confirmed, so that it does not come again.
-        connection_.run_until([this] { return core_.unconfirmed() == 0 && core_.output().empty(); }, 2s);
+        connection_.run_until(
+            [this] {
+                return core_.unconfirmed() == 0 && core_.output().empty() && files_.transfers().is_idle();
+            },
+            2s, &files_.transfers());
         session_.quit();
         connection_.stop();
         screen_.reset();
@@ -197,6 +238,7 @@ private:
     Session session_;
     qz::client::Connection connection_;
     qz::client::ClientCore& core_;
+    Files files_;
     std::unique_ptr<Screen> screen_;
     std::optional<qz::client::TimePoint> give_up_;
     bool unsent_ = false;
@@ -204,9 +246,9 @@ private:
 
 } // namespace
 
-Exit run_chat(const LogOnOptions& log_on)
+Exit run_chat(const LogOnOptions& log_on, const ChatOptions& options)
 {
-    return Chat(log_on).run();
+    return Chat(log_on, options).run();
 }
 
 } // namespace velto

@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include "Files.h"
 #include "Session.h"
 #include "base/Text.h"
 #include "helpers/ProtocolKeywords.h"
@@ -314,6 +315,55 @@ void expire(Session& session, Arguments arguments)
     show_expiry(session);
 }
 
+void send_file(Session& session, Arguments arguments)
+{
+    const auto to = arguments.word();
+    const auto file = arguments.rest();
+    if (file.empty()) {
+        session.show(Kind::Trouble, "Write /send NAME FILE");
+    } else if (session.files() != nullptr) {
+        session.files()->send(to, file);
+    }
+}
+
+/// The number of a transfer at the beginning of what was typed; taken out of it.
+std::optional<int> number_at_start(Arguments& arguments)
+{
+    auto rest = arguments;
+    const auto number = number_in(rest.word());
+    arguments = number ? rest : arguments;
+    return number;
+}
+
+void accept_file(Session& session, Arguments arguments)
+{
+    const auto number = number_at_start(arguments);
+    if (session.files() != nullptr) {
+        session.files()->accept(number, arguments.rest());
+    }
+}
+
+void reject_file(Session& session, Arguments arguments)
+{
+    if (session.files() != nullptr) {
+        session.files()->reject(number_at_start(arguments));
+    }
+}
+
+void cancel_file(Session& session, Arguments arguments)
+{
+    if (session.files() != nullptr) {
+        session.files()->cancel(number_at_start(arguments));
+    }
+}
+
+void list_files(Session& session, Arguments /*arguments*/)
+{
+    if (session.files() != nullptr) {
+        session.files()->list();
+    }
+}
+
 void history(Session& session, Arguments arguments)
 {
     constexpr int kUsual = 20;
@@ -393,6 +443,11 @@ const std::vector<Command>& command_table()
         {"status", "TEXT", "your status: online, or any words", set_status},
         {"autoreply", "[on TEXT | off]", "answer every message by itself", auto_reply},
         {"expire", "[MINUTES | off]", "how long your next messages are kept for those off line", expire},
+        {"send", "NAME FILE", "offer a file to somebody who is on line", send_file},
+        {"accept", "[NUMBER] [FOLDER]", "take a file that somebody offers", accept_file},
+        {"reject", "[NUMBER]", "do not take it", reject_file},
+        {"cancel", "[NUMBER]", "end the transfer of a file", cancel_file},
+        {"files", "", "the files on their way", list_files},
         {"history", "[LINES]", "what was said since you logged on", history},
         {"connect", "", "log on again", connect},
         {"help", "", "this list", help},

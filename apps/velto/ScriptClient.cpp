@@ -46,8 +46,13 @@ bool ScriptClient::run_until(const std::function<bool()>& condition, std::chrono
             met = condition();
             return met || lost_ || Interrupt::requested();
         },
-        longest);
+        longest, companion_);
     return met || condition();
+}
+
+void ScriptClient::finish(const std::function<bool()>& condition, std::chrono::milliseconds longest)
+{
+    connection_.run_until(condition, longest, companion_);
 }
 
 bool ScriptClient::settle(std::chrono::milliseconds longest)

@@ -35,6 +35,10 @@ public:
     /// Waits until the server has worked on everything that was sent so far.
     /// @return false when it did not tell so in time, or the connection broke.
     bool settle(std::chrono::milliseconds longest = kAnswerTime);
+    /// Waits until the condition holds, whatever signal comes.
+    void finish(const std::function<bool()>& condition, std::chrono::milliseconds longest);
+    /// From now on, waiting also serves this; it outlives the client's last wait.
+    void share_loop(qz::client::EventSource& companion) { companion_ = &companion; }
     qz::client::ClientCore& core() { return connection_.core(); }
     const std::string& user() const { return user_; }
     const qz::Clock& clock() const { return clock_; }
@@ -61,6 +65,7 @@ private:
     qz::platform::SystemClock clock_;
     Interrupt interrupt_;
     qz::client::Connection connection_;
+    qz::client::EventSource* companion_ = nullptr;
     bool was_logged_on_ = false;
     bool lost_ = false;
     int echoes_ = 0;

@@ -2,6 +2,7 @@
 
 #include "Clean.h"
 #include "Commands.h"
+#include "Files.h"
 #include "Version.h"
 #include "base/Text.h"
 #include "helpers/ProtocolKeywords.h"
@@ -79,6 +80,8 @@ std::string Session::prompt() const
     };
     const auto typing = typing_.text();
     std::string result = link_->is_logged_on() ? "" : "(not connected) ";
+    const auto files = files_ == nullptr ? std::string{} : files_->progress();
+    result += files.empty() ? "" : "[" + shorten(files) + "] ";
     result += typing.empty() ? "" : "[" + shorten(typing) + "] ";
     return result + (partner_.empty() ? "velto" : shorten(partner_)) + "> ";
 }
@@ -264,6 +267,9 @@ void Session::disconnected(const Disconnected& disconnected)
 {
     questions_.connection_lost();
     unsent_.connection_lost();
+    if (files_ != nullptr) {
+        files_->transfers().disconnected();
+    }
     if (over_ || disconnected.end == End::Refused || disconnected.end == End::Stopped) {
         return;
     }
@@ -287,7 +293,8 @@ void Session::disconnected(const Disconnected& disconnected)
 
 void Session::incoming(const Incoming& incoming)
 {
-    if (questions_.take(incoming)) {
+    const bool is_about_files = files_ != nullptr && files_->transfers().take(incoming);
+    if (questions_.take(incoming) || is_about_files) {
         return;
     }
     std::visit([this](const auto& each) { take(each); }, incoming);

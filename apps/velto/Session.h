@@ -21,6 +21,8 @@
 
 namespace velto {
 
+class Files;
+
 /// Where lines are shown.
 class View {
 public:
@@ -53,6 +55,8 @@ public:
     Session(std::string own_name, const qz::Clock& clock, View& view);
     /// To be called once, before anything else; the link outlives the session.
     void attach(Link& link) { link_ = &link; }
+    /// Without it, nothing is transferred; it outlives the session's last call.
+    void attach_files(Files& files) { files_ = &files; }
 
     // The keyboard.
     /// A whole line: a command, or a text for the partner.
@@ -83,6 +87,7 @@ public:
     void show_unsent();
 
     // What commands do.
+    Files* files() { return files_; }
     const std::string& own_name() const { return own_name_; }
     const std::string& partner() const { return partner_; }
     /// @param name  a user, or # and a room; empty for nobody.
@@ -138,6 +143,7 @@ private:
     const qz::Clock& clock_;
     View& view_;
     Link* link_ = nullptr;
+    Files* files_ = nullptr;
 
     std::string partner_;
     Typing typing_;

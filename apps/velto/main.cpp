@@ -1,6 +1,7 @@
 // velto: the client for terminals and scripts.
 
 #include "ChatCommand.h"
+#include "FileCommands.h"
 #include "ListCommands.h"
 #include "ListenCommand.h"
 #include "LogOnOptions.h"
@@ -27,6 +28,8 @@ Examples:
   velto send --user ada ben "Lunch at 12?"               waits until ben's client has it
   uptime | velto send --user robot --password-file pw '#lobby' -
   velto listen --user ada --json --count 1               the next message, as one JSON line
+  velto send-file --user ada ben report.pdf              directly, from machine to machine
+  velto receive-file --user ben --from ada --once
   velto who --user ada --server im.example.org:2001      everybody on line
   velto rooms --user ada --json
 
@@ -56,8 +59,13 @@ public:
         app_.footer(kExamples);
         app_.require_subcommand(0, 1);
         add_log_on(app_);
+        add_ports(app_, chat_.file_ports);
+        app_.add_option("--into", chat_.into, "Folder for files in a chat; ~/Downloads, or the current one")
+            ->check(CLI::ExistingDirectory)
+            ->type_name("DIR");
         add_send();
         add_listen();
+        add_files();
         add_lists();
         app_.add_subcommand("version", "Print the version")->callback([this] {
             chosen_ = [] {
@@ -152,6 +160,58 @@ private:
             ->check(CLI::Range(1, 1000000000));
     }
 
+    void add_files()
+    {
+        auto* send = command("send-file", "Offer a file to somebody on line, and wait until it has arrived",
+            "Examples:\n"
+            "  velto send-file --user ada ben report.pdf\n"
+            "  velto send-file --user robot --password-file pw --timeout 60 --quiet ben backup.tar\n\n"
+            "The file goes directly from this machine to the other one, enciphered. Sending it again after a "
+            "break "
+            "goes on\n"
+            "from there. Exit codes: 0 it has arrived whole, 1 it has not (the reason is told), 3 server not "
+            "reachable.",
+            [this] { return run_send_file(log_on_, send_file_); });
+        send->add_option("NAME", send_file_.to, "Who is to get it")->required();
+        send->add_option("FILE", send_file_.file, "An ordinary file")->required();
+        send->add_option("--timeout", send_file_.timeout, "How long to wait until the file is accepted")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(1, 600))
+            ->capture_default_str();
+        add_ports(*send, send_file_.ports);
+        send->add_flag("-q,--quiet", send_file_.quiet, "Print nothing when it worked, and no progress");
+
+        auto* receive = command("receive-file", "Accept the files that others offer, and print their paths",
+            "Examples:\n"
+            "  velto receive-file --user robot --password-file pw --from ada --into inbox --once\n"
+            "  velto receive-file --user robot --password-file pw --from ada | while read -r path; do ...; "
+            "done\n\n"
+            "A file never replaces another one: the second report.pdf is \"report (2).pdf\". Without --from, "
+            "anybody on the\n"
+            "server can fill the disk. Exit codes: 0 done, 1 with --once: the file has not arrived, 3 server "
+            "not "
+            "reachable.",
+            [this] { return run_receive_file(log_on_, receive_file_); });
+        receive->add_option("--from", receive_file_.from, "Refuse the files of everybody else")
+            ->type_name("NAME");
+        receive->add_option("--into", receive_file_.into, "Folder for the files")
+            ->check(CLI::ExistingDirectory)
+            ->type_name("DIR")
+            ->capture_default_str();
+        receive->add_flag("--once", receive_file_.once, "End after the first file");
+        receive->add_option("--timeout", receive_file_.timeout, "End when no file is under way for so long")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(1, 1000000000));
+        add_ports(*receive, receive_file_.ports);
+        receive->add_flag("-q,--quiet", receive_file_.quiet, "Print nothing but the paths, and no progress");
+    }
+
+    static void add_ports(CLI::App& app, std::string& ports)
+    {
+        app.add_option("--file-ports", ports, "Ports on which files may come in; any, when not given")
+            ->type_name("FIRST-LAST");
+    }
+
     void add_lists()
     {
         auto* who = command("who", "Everybody on line, with their status",
@@ -164,11 +224,14 @@ private:
 
     CLI::App app_{"The VELTO client for terminals and scripts", "velto"};
     std::function<Exit()> chosen_ = [this] {
-        return run_chat(log_on_);
+        return run_chat(log_on_, chat_);
     };
     LogOnOptions log_on_;
+    ChatOptions chat_;
     SendOptions send_;
     ListenOptions listen_;
+    SendFileOptions send_file_;
+    ReceiveFileOptions receive_file_;
     bool json_ = false;
 };
 

@@ -3,6 +3,7 @@
 
 #include "base/Clock.h"
 #include "client/Descriptor.h"
+#include "client/EventSource.h"
 #include "client/transfer/Conversation.h"
 
 #include <functional>
@@ -10,13 +11,6 @@
 #include <vector>
 
 namespace qz::client::transfer {
-
-/// What a program's loop has to wait for.
-struct Watch {
-    int descriptor = -1;
-    bool read = false;
-    bool write = false;
-};
 
 using MakeConversation = std::function<std::unique_ptr<Conversation>(Channel&)>;
 using TimePoint = std::chrono::steady_clock::time_point;

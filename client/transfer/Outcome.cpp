@@ -15,7 +15,7 @@ struct Row {
     std::string_view at_peer; // only for those with a code
 };
 
-constexpr std::array<Row, 17> kRows{{
+constexpr std::array<Row, 19> kRows{{
     {Outcome::Done, 0, "Done.", {}},
     {Outcome::Cancelled, 1, "Cancelled.", "Cancelled by the other side."},
     {Outcome::DiskFull, 2, "There is no room for the file.",
@@ -38,6 +38,8 @@ constexpr std::array<Row, 17> kRows{{
         {}},
     {Outcome::NameUnusable, 10, "The file's name cannot be used.",
         "The other side cannot use the file's name."},
+    {Outcome::OfferedAnew, 0, "The connection broke, and the other side offers the file anew.", {}},
+    {Outcome::Oneself, 0, "A file cannot be sent to oneself.", {}},
     {Outcome::Busy, 0, "Too many files are on their way, or that user has not answered an earlier offer yet.",
         {}},
 }};

@@ -24,6 +24,8 @@ enum class Outcome {
     WrongChecksum, // what arrived is not what was sent
     Misbehaved,    // the other side does not keep to the protocol
     NameUnusable,  // nothing of the offered name can name a file
+    OfferedAnew,   // by the same user, after a break: that offer goes on with it
+    Oneself,       // there is nobody else
     Busy,          // too many transfers at once, or an offer to that user is not answered yet
 };
 

@@ -56,6 +56,9 @@ std::optional<Ending> Transfers::check_send(const std::string& to) const
     if (!is_allowed_) {
         return Ending{Outcome::Forbidden};
     }
+    if (to == lower(core_.screen_name())) {
+        return Ending{Outcome::Oneself};
+    }
     // The server's answers name the user alone, so that only one offer to a user can wait for one.
     const bool waits = std::any_of(entries_.begin(), entries_.end(), [&to](const auto& each) {
         return each->view.peer == to

@@ -57,7 +57,7 @@ protected:
 };
 
 /// Nothing here waits. After every call the program asks again for what to watch.
-class Transfers {
+class Transfers final : public EventSource {
 public:
     static constexpr std::size_t kMost = 16;              // at once
     static constexpr std::size_t kMostOffers = 8;         // of others, not answered
@@ -88,10 +88,9 @@ public:
     /// To be called when the connection to the server ends. Files on their way are not affected.
     void disconnected();
 
-    void add_watches(std::vector<Watch>& watches) const;
-    /// To be called when one of the watched is ready or the deadline has come. Saying too much does no harm.
-    void on_ready();
-    std::optional<TimePoint> next_deadline() const;
+    void add_watches(std::vector<Watch>& watches) const override;
+    void on_ready() override;
+    std::optional<TimePoint> next_deadline() const override;
 
 private:
     struct Entry {
@@ -123,6 +122,7 @@ private:
     void take_text(const std::string& from, const ListenText& listen);
     void take_text(const std::string& from, const CancelText& cancel);
     void take_offer(const PendingOffers::Whole& whole);
+    void end_interrupted(const std::string& from, const std::string& name, std::uint64_t size);
     void ask(Entry& entry);
     void connect_when_ready(Entry& entry);
     std::optional<std::uint16_t> open_direct(Entry& entry, bool listens);

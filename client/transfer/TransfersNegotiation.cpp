@@ -151,6 +151,7 @@ void Transfers::take_offer(const PendingOffers::Whole& whole)
         return;
     }
     const auto name = safe_file_name(whole.offer.name);
+    end_interrupted(whole.from, name, whole.offer.size);
     auto& entry = add(Direction::Receiving, whole.from, name, whole.offer.size);
     entry.id = whole.offer.id;
     entry.offered_name = whole.offer.name;
@@ -164,6 +165,22 @@ void Transfers::take_offer(const PendingOffers::Whole& whole)
     }
     const auto view = entry.view;
     events_.offered(view);
+}
+
+/// A sender whose program was started again does not come back to its old offer. What has arrived is released
+/// for the new one.
+void Transfers::end_interrupted(const std::string& from, const std::string& name, std::uint64_t size)
+{
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+        auto& entry = *entries_[i];
+        const auto& view = entry.view;
+        if (entry.sink && entry.direct && !entry.direct->is_open() && view.stage != Stage::Over
+            && view.peer == from && view.name == name && view.size == size) {
+            end(entry, {Outcome::OfferedAnew});
+            entry.direct.reset();
+            entry.sink.reset();
+        }
+    }
 }
 
 void Transfers::take_text(const std::string& from, const AcceptText& accept)

@@ -252,6 +252,7 @@ TEST_F(TransfersTest, AFileArrives)
 {
     ASSERT_NE(offer(), 0);
     EXPECT_EQ(std::get<Ending>(ann.transfers.send("ben", file)).outcome, Outcome::Busy) << "not answered yet";
+    EXPECT_EQ(std::get<Ending>(ann.transfers.send("Ann", file)).outcome, Outcome::Oneself);
     ASSERT_TRUE(both_end());
     EXPECT_EQ(ann.log, "started\nDone.\n");
     EXPECT_EQ(ben.log, "offered big file.bin by ann\nstarted\nDone.\n");
@@ -302,6 +303,27 @@ TEST_F(TransfersTest, AnotherOfferGoesOnFromWhatIsThere)
     EXPECT_LT(network.bytes_until_break, 2'000'000U) << "it never broke";
     EXPECT_EQ(ben.outcome, Outcome::Done);
     EXPECT_TRUE(bytes_of(ben.folder / "big file.bin") == bytes);
+}
+
+TEST_F(TransfersTest, ASenderThatWasStartedAnewGoesOnAtOnce)
+{
+    tell_port("accept", network.port(), &network.target);
+    network.bytes_until_break = 2'000'000;
+    ASSERT_NE(offer(), 0);
+    ASSERT_TRUE(
+        run_until([this] { return network.connections == 1 && network.bytes_until_break > 2'000'000; }));
+    network.target = 0;
+    ASSERT_TRUE(run_until([this] { return !ben.transfers.list().at(0).is_connected; }));
+    change = [](const std::string& text) {
+        return text;
+    };
+    ben.log.clear();
+    ASSERT_NE(offer(), 0) << "ben still waits for the first connection to come back";
+    ASSERT_TRUE(run_until([this] { return ben.outcome == Outcome::Done; }));
+    EXPECT_EQ(ben.log.substr(0, ben.log.find("offered")),
+        "The connection broke, and the other side offers the file anew.\n");
+    EXPECT_TRUE(bytes_of(ben.folder / "big file.bin") == bytes);
+    EXPECT_EQ(ben.folder.file_count(), 1) << "it went on with what was there";
 }
 
 TEST_F(TransfersTest, WhoCannotConnectListens)
