@@ -1,59 +1,32 @@
 #include "CheckCommand.h"
 
+#include "Findings.h"
+#include "HomeLock.h"
 #include "HomeStore.h"
+#include "base/EngineError.h"
 #include "base/Text.h"
-#include "config/SettingTable.h"
+#include "server/HomeFiles.h"
 
-#include <iostream>
+#include <filesystem>
 #include <string>
+#include <sys/resource.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace velto {
 
+namespace fs = std::filesystem;
+
 namespace {
 
-using qz::config::SettingRow;
+constexpr auto kError = Findings::Weight::Error;
+constexpr auto kWarning = Findings::Weight::Warning;
+constexpr std::uintmax_t kLittleSpace = 100'000'000; // bytes
 
-class Findings {
-public:
-    explicit Findings(const Home& home) : home_(home) { }
-
-    void error(const std::string& where, const std::string& what) { add("error", where, what, errors_); }
-    void warning(const std::string& where, const std::string& what)
-    {
-        add("warning", where, what, warnings_);
-    }
-    void error(const SettingRow& row, const std::string& what) { error(place(row), what); }
-    void warning(const SettingRow& row, const std::string& what) { warning(place(row), what); }
-
-    Exit conclude() const
-    {
-        if (errors_ + warnings_ == 0) {
-            std::cout << "ok: " << home_.folder().string() << "\n";
-        } else {
-            std::cout << errors_ << (errors_ == 1 ? " error, " : " errors, ") << warnings_
-                      << (warnings_ == 1 ? " warning\n" : " warnings\n");
-        }
-        return errors_ > 0 ? Exit::Configuration : Exit::Done;
-    }
-
-    std::string place(std::string_view section, std::string_view key) const
-    {
-        return home_.settings_file().string() + " [" + std::string(section) + "] " + std::string(key);
-    }
-
-private:
-    std::string place(const SettingRow& row) const { return place(row.section, row.key); }
-    static void add(const char* kind, const std::string& where, const std::string& what, int& count)
-    {
-        std::cout << kind << ": " << qz::printable(where) << ": " << qz::printable(what) << "\n";
-        ++count;
-    }
-
-    const Home& home_;
-    int errors_ = 0;
-    int warnings_ = 0;
-};
+const qz::config::SettingRow& row_of(std::string_view section, std::string_view key)
+{
+    return *qz::config::find_setting(section, key);
+}
 
 void check_values(HomeSettings& home, Findings& findings)
 {
@@ -63,49 +36,86 @@ void check_values(HomeSettings& home, Findings& findings)
             try {
                 value = home.cipher.Decode(value);
             } catch (const qz::EngineError& error) {
-                findings.error(row, error.description() + "; write it anew with: velto-server config set");
+                findings.add(
+                    kError, row, error.description() + "; write it anew with: velto-server config set");
                 continue;
             }
         }
         if (const auto complaint = qz::config::complaint_about(row, value)) {
-            findings.error(row, *complaint);
+            findings.add(kError, row, *complaint);
         }
         if (!row.served && !value.empty()) {
-            findings.warning(row, "this server knows the setting but does not act on it yet");
+            findings.add(kWarning, row, "this server knows the setting but does not act on it yet");
         }
     }
     for (const auto& entry : qz::config::unknown_entries(home.ini)) {
-        findings.warning(findings.place(entry.section, entry.key),
-            "no such setting; look for a misspelling, or remove it");
+        findings.add(
+            kWarning, entry.section, entry.key, "no such setting; look for a misspelling, or remove it");
     }
 }
 
 void check_administrator(HomeSettings& home, Findings& findings)
 {
-    const auto* row = qz::config::find_setting("General SetUp", "get_WebAdministratorPassword");
-    if (home.ini.ReadIniValue(row->section, row->key).empty()) {
-        findings.warning(*row,
+    const auto& row = row_of("General SetUp", "get_WebAdministratorPassword");
+    if (home.ini.ReadIniValue(row.section, row.key).empty()) {
+        findings.add(kWarning, row,
             "the default administrator password is in force; set your own with: velto-server config set "
-            "\"General SetUp/"
-            "get_WebAdministratorPassword\"");
+            "\"General SetUp/get_WebAdministratorPassword\"");
     }
+}
+
+/// A file that strangers on this machine may read or change.
+void check_permissions(Findings& findings, const fs::path& file, fs::perms too_much, const std::string& what)
+{
+    std::error_code error;
+    const auto status = fs::status(file, error);
+    if (fs::exists(status) && (status.permissions() & too_much) != fs::perms::none) {
+        findings.add(kWarning, file, what);
+    }
+}
+
+void check_files(HomeSettings& home, const Home& place, Findings& findings)
+{
     if (home.key.is_readable_by_others()) {
-        findings.warning(home.key.path().string(),
+        findings.add(kWarning, home.key.path(),
             "others on this machine can read the key, and with it every stored password; chmod 600 it");
+    }
+    std::error_code error;
+    if (fs::exists(home.key.path(), error) && access(home.key.path().c_str(), R_OK) != 0) {
+        findings.add(kError, home.key.path(),
+            "cannot be read by this user, and without it no secret can; give it to the user who runs the "
+            "server");
+    }
+    check_permissions(findings, place.settings_file(), fs::perms::others_read | fs::perms::others_write,
+        "others on this machine can read the administrator's password in it; chmod 640 it");
+    check_permissions(findings, place.folder() / qz::server::kDatabaseFile,
+        fs::perms::others_read | fs::perms::others_write,
+        "others on this machine can read every account and message; chmod 640 it");
+    check_permissions(findings, place.folder(), fs::perms::others_write,
+        "others on this machine can replace every file in it; chmod o-w it");
+    const auto space = fs::space(place.folder(), error);
+    if (!error && space.available < kLittleSpace) {
+        findings.add(kWarning, place.folder(),
+            "only " + std::to_string(space.available / 1'000'000)
+                + " MB are free on its disk; what cannot be stored is lost");
     }
 }
 
 void check_readable(HomeSettings& home, Findings& findings, std::string_view key)
 {
-    const auto* row = qz::config::find_setting("Transport", key);
-    const auto file = home.ini.ReadIniValue(row->section, row->key);
+    const auto& row = row_of("Transport", key);
+    const auto file = home.ini.ReadIniValue(row.section, row.key);
     if (!file.empty() && access(file.c_str(), R_OK) != 0) {
-        findings.error(*row, "the file " + file + " cannot be read by this user");
+        findings.add(kError, row, "the file " + file + " cannot be read by this user");
     }
 }
 
-void check_port(HomeSettings& home, Findings& findings)
+/// A server that runs on the home has its port for itself.
+void check_port(HomeSettings& home, const Home& place, Findings& findings)
 {
+    if (HomeLock::holder(place)) {
+        return;
+    }
     class NoRequests final : public qz::platform::ServerSocketEvents {
         void connection_requested(std::int32_t /*request*/) override { }
     } nobody;
@@ -115,37 +125,95 @@ void check_port(HomeSettings& home, Findings& findings)
         socket->set_local_port(home.settings.get_ListeningPort());
         socket->listen();
     } catch (const qz::EngineError& error) {
-        findings.warning(*qz::config::find_setting("General SetUp", "ListeningPort"),
-            error.description() + " (nothing to worry about when it is this very server that runs)");
+        findings.add(kError, row_of("General SetUp", "ListeningPort"),
+            error.description()
+                + "; end the program that has it, or choose another: velto-server config set \"General "
+                  "SetUp/ListeningPort\" PORT (and [Transport] ListenAddress must be one of this machine's)");
     }
 }
 
-void check_database(const Home& home, Findings& findings)
+/// Two listeners cannot share a port.
+void check_ports_differ(HomeSettings& home, Findings& findings)
 {
+    const auto port = home.settings.get_ListeningPort();
+    const auto tls = home.deployment.tls_port();
+    const auto web = home.deployment.web_port();
+    const auto taken = [&](std::string_view key) {
+        findings.add(
+            kError, row_of("Transport", key), "is the port of another listener; choose one of its own");
+    };
+    if (tls && *tls == port) {
+        taken("TLSPort");
+    }
+    if (web && *web != 0 && (*web == port || web == tls)) {
+        taken("WebPort");
+    }
+}
+
+/// Every connection is an open file.
+void check_limits(HomeSettings& home, Findings& findings)
+{
+    const auto wanted = home.deployment.max_connections();
+    rlimit limit{};
+    if (wanted && getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_max < static_cast<rlim_t>(*wanted)) {
+        findings.add(kWarning, row_of("Transport", "MaxConnections"),
+            "this user's processes may have only " + std::to_string(limit.rlim_max)
+                + " open files; raise the limit (ulimit -n, LimitNOFILE= of the service), or lower the "
+                  "setting");
+    }
+}
+
+void check_accounts(HomeDirectory& store, Findings& findings)
+{
+    const auto& row = row_of("General SetUp", "AdminScreenName");
+    const auto name = store.ini.ReadIniValue(row.section, row.key);
+    if (!name.empty() && store.directory.user_named_in_any_case(name) == nullptr) {
+        findings.add(kWarning, row,
+            "there is no account \"" + name
+                + "\", so mails have no sender; add it with: velto-server user add");
+    }
+}
+
+void check_database(HomeSettings& home, const Home& place, Findings& findings)
+{
+    const auto file = place.folder() / qz::server::kDatabaseFile;
+    std::error_code error;
+    const bool embedded = home.deployment.provider() == qz::platform::Provider::Embedded;
+    if (embedded && !fs::exists(file, error)) {
+        findings.add(kWarning, file,
+            "there is no database; a start makes an empty one. Is a backup to be restored first?");
+        return;
+    }
+    const auto where = embedded ? file : place.folder();
     try {
-        HomeStore store(home);
+        HomeDirectory store(place);
         if (store.database.ConnectionTest() != qz::store::Database::get_ConnectionOK()) {
-            findings.error(home.folder().string(), "the database does not answer");
+            findings.add(kError, where, "the database does not answer");
+            return;
         }
-    } catch (const CommandError& error) {
-        findings.error(home.folder().string(), error.what());
+        check_accounts(store, findings);
+    } catch (const CommandError& failure) {
+        findings.add(kError, where, failure.what());
     }
 }
 
 } // namespace
 
-Exit run_check(const Home& home)
+Exit run_check(const Home& home, bool json)
 {
     home.require_initialised();
     Findings findings(home);
     HomeSettings settings(home);
     check_values(settings, findings);
     check_administrator(settings, findings);
+    check_files(settings, home, findings);
     check_readable(settings, findings, "TLSCertificate");
     check_readable(settings, findings, "TLSKey");
-    check_port(settings, findings);
-    check_database(home, findings);
-    return findings.conclude();
+    check_port(settings, home, findings);
+    check_ports_differ(settings, findings);
+    check_limits(settings, findings);
+    check_database(settings, home, findings);
+    return findings.conclude(json);
 }
 
 } // namespace velto

@@ -95,6 +95,15 @@ std::vector<std::string> CommandLine::take_call_arguments(std::vector<std::strin
     return kept;
 }
 
+CLI::App& CommandLine::group(
+    const std::string& name, const std::string& description, const std::string& examples)
+{
+    auto* group = app_.add_subcommand(name, description);
+    group->require_subcommand(1);
+    group->footer(examples);
+    return *group;
+}
+
 CLI::App* CommandLine::subcommand(CLI::App& parent, const std::string& name, const std::string& description,
     const std::string& examples, std::function<Exit()> work)
 {
@@ -130,6 +139,20 @@ void CommandLine::add_home(CLI::App& app)
 void CommandLine::add_json(CLI::App& app)
 {
     app.add_flag("--json", json_, "As JSON");
+}
+
+void CommandLine::add_list_form(CLI::App& app)
+{
+    auto* names = app.add_flag("--names", names_, "Only the names, one a line");
+    app.add_flag("--json", json_, "As JSON")->excludes(names);
+}
+
+ListForm CommandLine::list_form() const
+{
+    if (names_) {
+        return ListForm::Names;
+    }
+    return json_ ? ListForm::Json : ListForm::Table;
 }
 
 void CommandLine::add_init()
@@ -170,27 +193,30 @@ void CommandLine::add_status()
 
 void CommandLine::add_check()
 {
-    subcommand(app_, "check", "Look the home over: settings, files, port, database", R"(Examples:
-  velto-server check --home /srv/velto         exit code 78 when something must be mended)",
-        [this] { return run_check(home()); });
+    auto* sub = subcommand(app_, "check", "Look the home over: settings, files, port, database", R"(Examples:
+  velto-server check --home /srv/velto         exit code 78 when something must be mended
+  velto-server check --json | jq -r '.findings[].text')",
+        [this] { return run_check(home(), json_); });
+    add_json(*sub);
 }
 
 void CommandLine::add_config()
 {
-    auto* config = app_.add_subcommand("config", "List, show and change settings");
-    config->require_subcommand(1);
-    auto* list = work_command(*config, "list", "All settings, with what each does; secrets are masked",
+    auto& config = group("config", "List, show and change settings", R"(Examples:
+  velto-server config list
+  velto-server config set "General SetUp/ListeningPort" 2002)");
+    auto* list = work_command(config, "list", "All settings, with what each does; secrets are masked",
         R"(Examples:
   velto-server config list
   velto-server config list --json | jq '.[].key')",
-        [this] { run_config_list(home(), json_); });
-    add_json(*list);
-    auto* get = work_command(*config, "get", "One setting", R"(Examples:
+        [this] { run_config_list(home(), list_form()); });
+    add_list_form(*list);
+    auto* get = work_command(config, "get", "One setting", R"(Examples:
   velto-server config get "General SetUp/ListeningPort")",
         [this] { run_config_get(home(), name_); });
     get->add_option("SETTING", name_, "Section/Key, for instance \"General SetUp/ListeningPort\"")
         ->required();
-    auto* set = work_command(*config, "set", "Change one setting", R"(Examples:
+    auto* set = work_command(config, "set", "Change one setting", R"(Examples:
   velto-server config set "General SetUp/ListeningPort" 2002
   velto-server config set "DB SetUp/dbPassword" < secret.txt)",
         [this] { run_config_set(home(), name_, value_); });

@@ -4,6 +4,7 @@
 #include "BackupCommand.h"
 #include "Home.h"
 #include "InitCommand.h"
+#include "ListForm.h"
 #include "LogCommand.h"
 #include "RunCommand.h"
 #include "UserCommand.h"
@@ -27,6 +28,8 @@ private:
     using Work = std::function<void()>;
 
     std::vector<std::string> take_call_arguments(std::vector<std::string> words);
+    /// A command that only has subcommands.
+    CLI::App& group(const std::string& name, const std::string& description, const std::string& examples);
     CLI::App* subcommand(CLI::App& parent, const std::string& name, const std::string& description,
         const std::string& examples, std::function<Exit()> work);
     /// A subcommand that has nothing to say beyond done or failed.
@@ -37,6 +40,8 @@ private:
         const std::string& examples, Work work);
     void add_home(CLI::App& app);
     void add_json(CLI::App& app);
+    void add_list_form(CLI::App& app);
+    ListForm list_form() const;
     Home home() const { return Home(home_); }
 
     void add_init();
@@ -70,6 +75,7 @@ private:
     RunOptions run_;
     LogOptions log_;
     bool json_ = false;
+    bool names_ = false;
     bool list_ = false;
 };
 

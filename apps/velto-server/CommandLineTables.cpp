@@ -8,9 +8,10 @@ namespace velto {
 
 void CommandLine::add_user()
 {
-    auto* user = app_.add_subcommand("user", "Add, list, change accounts; a running server sees it");
-    user->require_subcommand(1);
-    auto* add = work_command(*user, "add", "Add an account; its name is stored in lower case",
+    auto& user = group("user", "Add, list, change accounts; a running server sees it", R"(Examples:
+  velto-server user add anna
+  velto-server user list)");
+    auto* add = work_command(user, "add", "Add an account; its name is stored in lower case",
         R"(Without a --password option the password is asked for.
 Examples:
   velto-server user add anna --email anna@example.org
@@ -21,16 +22,16 @@ Examples:
     add->add_option("--first-name", new_user_.first_name, "First name");
     add->add_option("--last-name", new_user_.last_name, "Last name");
     add_password_source(*add);
-    auto* list = work_command(*user, "list", "All accounts", R"(Examples:
+    auto* list = work_command(user, "list", "All accounts", R"(Examples:
   velto-server user list
   velto-server user list --json | jq -r '.[] | select(.enabled | not) | .name')",
-        [this] { run_user_list(home(), json_); });
-    add_json(*list);
-    auto* show = named_command(*user, "show", "One account", R"(Examples:
+        [this] { run_user_list(home(), list_form()); });
+    add_list_form(*list);
+    auto* show = named_command(user, "show", "One account", R"(Examples:
   velto-server user show anna)",
         [this] { run_user_show(home(), name_, json_); });
     add_json(*show);
-    add_user_changes(*user);
+    add_user_changes(user);
 }
 
 void CommandLine::add_user_changes(CLI::App& user)
@@ -63,18 +64,19 @@ void CommandLine::add_password_source(CLI::App& app)
 
 void CommandLine::add_room()
 {
-    auto* room = app_.add_subcommand("room", "List, add, delete rooms");
-    room->require_subcommand(1);
-    auto* list = work_command(*room, "list", "All rooms", R"(Examples:
+    auto& room = group("room", "List, add, delete rooms", R"(Examples:
+  velto-server room add lobby --owner anna
+  velto-server room list)");
+    auto* list = work_command(room, "list", "All rooms", R"(Examples:
   velto-server room list --json)",
-        [this] { run_room_list(home(), json_); });
-    add_json(*list);
-    auto* add = work_command(*room, "add", "Add a room; its name is stored in lower case", R"(Examples:
+        [this] { run_room_list(home(), list_form()); });
+    add_list_form(*list);
+    auto* add = work_command(room, "add", "Add a room; its name is stored in lower case", R"(Examples:
   velto-server room add lobby --owner anna)",
         [this] { run_room_add(home(), name_, owner_); });
     add->add_option("NAME", name_, "Name of the room, without #")->required();
     add->add_option("--owner", owner_, "Screen name of the room's owner")->required();
-    auto* remove = work_command(*room, "delete", "Delete a room", R"(Examples:
+    auto* remove = work_command(room, "delete", "Delete a room", R"(Examples:
   velto-server room delete lobby)",
         [this] { run_room_delete(home(), name_); });
     remove->add_option("NAME", name_, "Name of the room, without #")->required();
@@ -82,30 +84,31 @@ void CommandLine::add_room()
 
 void CommandLine::add_command()
 {
-    auto* command = app_.add_subcommand("command", "Tell the running server what to do");
-    command->require_subcommand(1);
-    work_command(*command, "shutdown", "Close all connections and end the server", R"(Examples:
+    auto& command = group("command", "Tell the running server what to do", R"(Examples:
+  velto-server command message "Maintenance at noon"
+  velto-server command shutdown)");
+    work_command(command, "shutdown", "Close all connections and end the server", R"(Examples:
   velto-server command shutdown                exit code 3 when no server runs on the home)",
         [this] { run_command_shutdown(home()); });
-    work_command(*command, "policy", "Send the policy to every client", R"(Examples:
+    work_command(command, "policy", "Send the policy to every client", R"(Examples:
   velto-server config set Policy/AllowFileTransfer False && velto-server command policy)",
         [this] { run_command_policy(home()); });
-    work_command(*command, "lastversion", "Tell every client which version is the latest", R"(Examples:
+    work_command(command, "lastversion", "Tell every client which version is the latest", R"(Examples:
   velto-server command lastversion)",
         [this] { run_command_last_version(home()); });
-    work_command(*command, "closeall", "Close all connections", R"(Examples:
+    work_command(command, "closeall", "Close all connections", R"(Examples:
   velto-server command closeall)",
         [this] { run_command_close_all(home()); });
-    auto* remote = work_command(*command, "remotecommand", "Pass a command to every client", R"(Examples:
+    auto* remote = work_command(command, "remotecommand", "Pass a command to every client", R"(Examples:
   velto-server command remotecommand refresh "New addresses were added")",
         [this] { run_command_remote(home(), name_, text_); });
     remote->add_option("COMMAND", name_, "What the clients are to do")->required();
     remote->add_option("TEXT", text_, "What goes with it");
-    auto* message = work_command(*command, "message", "Show a text to every client", R"(Examples:
+    auto* message = work_command(command, "message", "Show a text to every client", R"(Examples:
   velto-server command message "Maintenance at noon")",
         [this] { run_command_message(home(), text_); });
     message->add_option("TEXT", text_, "The text")->required();
-    named_command(*command, "logoff", "Log one user off", R"(Examples:
+    named_command(command, "logoff", "Log one user off", R"(Examples:
   velto-server command logoff anna)",
         [this] { run_command_log_off(home(), name_); });
 }

@@ -58,21 +58,21 @@ std::string shown_value(HomeSettings& home, const SettingRow& row)
     return row.secret && !value.empty() ? std::string(kMask) : value;
 }
 
-} // namespace
-
-void run_config_list(const Home& home, bool json)
+void list_as_json(HomeSettings& settings)
 {
-    home.require_initialised();
-    HomeSettings settings(home);
-    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    auto all = nlohmann::ordered_json::array();
+    for (const auto& row : qz::config::setting_table()) {
+        all.push_back({{"section", row.section}, {"key", row.key}, {"value", shown_value(settings, row)},
+            {"missing", row.missing}, {"description", row.description}, {"served", row.served}});
+    }
+    print_json(all);
+}
+
+void list_for_people(HomeSettings& settings)
+{
     std::string_view section;
     for (const auto& row : qz::config::setting_table()) {
         const auto value = shown_value(settings, row);
-        if (json) {
-            all.push_back({{"section", row.section}, {"key", row.key}, {"value", value},
-                {"missing", row.missing}, {"description", row.description}, {"served", row.served}});
-            continue;
-        }
         if (row.section != section) {
             std::cout << (section.empty() ? "" : "\n") << "[" << row.section << "]\n";
             section = row.section;
@@ -80,8 +80,24 @@ void run_config_list(const Home& home, bool json)
         std::cout << row.key << " = " << (value.empty() ? in_force_when_missing(row) : qz::printable(value))
                   << "\n    " << row.description << (row.served ? "\n" : " (not served yet)\n");
     }
-    if (json) {
-        std::cout << all.dump(2) << "\n";
+}
+
+} // namespace
+
+void run_config_list(const Home& home, ListForm form)
+{
+    if (form == ListForm::Names) { // are those of the program: no home is needed
+        for (const auto& row : qz::config::setting_table()) {
+            std::cout << full_name(row) << "\n";
+        }
+        return;
+    }
+    home.require_initialised();
+    HomeSettings settings(home);
+    if (form == ListForm::Json) {
+        list_as_json(settings);
+    } else {
+        list_for_people(settings);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/file.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -48,7 +49,9 @@ HomeLock::HomeLock(const Home& home)
     : descriptor_(open(lock_file(home).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644))
 {
     if (descriptor_ < 0) {
-        throw CommandError(Exit::Failed, "the file " + lock_file(home).string() + " cannot be made");
+        throw CommandError(Exit::Failed,
+            "the file " + lock_file(home).string() + " cannot be opened: "
+                + std::generic_category().message(errno) + "\nRun the server as the owner of the home.");
     }
     if (!lock_at_last(descriptor_)) {
         const auto process = process_in(descriptor_);

@@ -39,7 +39,7 @@ const RoomRecord* find_room(const HomeDirectory& home, const std::string& name)
 
 } // namespace
 
-void run_room_list(const Home& home, bool json)
+void run_room_list(const Home& home, ListForm form)
 {
     home.require_initialised();
     const HomeDirectory store(home);
@@ -49,13 +49,17 @@ void run_room_list(const Home& home, bool json)
             continue; // how the directory says that there are none
         }
         const auto created = room.CreationTime.empty() ? "" : room.CreationTime.text();
-        if (json) {
+        if (form == ListForm::Names) {
+            std::cout << qz::printable(room.RoomName) << "\n";
+            continue;
+        }
+        if (form == ListForm::Json) {
             all.push_back({{"name", room.RoomName}, {"owner", room.UserName_Owner}, {"created", created}});
             continue;
         }
         std::cout << in_column(room.RoomName, 24) << in_column(room.UserName_Owner, 20) << created << "\n";
     }
-    if (json) {
+    if (form == ListForm::Json) {
         print_json(all);
     }
 }

@@ -79,7 +79,7 @@ void run_user_add(const Home& home, const NewUser& user, const PasswordSource& p
     std::cout << "Account " << qz::printable(qz::lower(user.name)) << " added\n";
 }
 
-void run_user_list(const Home& home, bool json)
+void run_user_list(const Home& home, ListForm form)
 {
     home.require_initialised();
     const HomeDirectory store(home);
@@ -88,15 +88,19 @@ void run_user_list(const Home& home, bool json)
         if (user.UserName.empty()) {
             continue; // how the directory says that there are none
         }
-        if (json) {
+        if (form == ListForm::Json) {
             all.push_back(to_json(user));
+            continue;
+        }
+        if (form == ListForm::Names) {
+            std::cout << qz::printable(user.UserName) << "\n";
             continue;
         }
         const auto name = std::string(qz::trim(user.FirstName + " " + user.LastName));
         std::cout << in_column(user.UserName, 20) << (user.AccountActive ? "enabled   " : "disabled  ")
                   << in_column(name, 24) << qz::printable(user.Email) << "\n";
     }
-    if (json) {
+    if (form == ListForm::Json) {
         print_json(all);
     }
 }

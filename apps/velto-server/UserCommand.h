@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Home.h"
+#include "ListForm.h"
 #include "common/Console.h"
 
 #include <string>
@@ -19,7 +20,7 @@ struct NewUser {
 
 /// @throws CommandError 1 also when the name is taken.
 void run_user_add(const Home& home, const NewUser& user, const PasswordSource& password);
-void run_user_list(const Home& home, bool json);
+void run_user_list(const Home& home, ListForm form);
 void run_user_show(const Home& home, const std::string& name, bool json);
 void run_user_password(const Home& home, const std::string& name, const PasswordSource& password);
 void run_user_enable(const Home& home, const std::string& name, bool enabled);

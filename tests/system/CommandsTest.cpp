@@ -91,6 +91,7 @@ TEST_F(CommandsTest, EndWithTheirExitCodesAndSayWhatTheyDid)
         {{"user", "show", "ADA", "--json"}, "", 0, "\"enabled\": true"},
         {{"user", "disable", "ada"}, "", 0, "disabled"},
         {{"user", "list"}, "", 0, "disabled"},
+        {{"user", "list", "--names"}, "", 0, "ada\n"},
         {{"user", "password", "nobody", "--password-stdin"}, "x\n", 1, "there is no account"},
         {{"room", "add", "Tea", "--owner", "nobody"}, "", 1, "no account"},
         {{"room", "add", "Tea", "--owner", "ada"}, "", 0, "tea added"},
@@ -116,6 +117,38 @@ TEST_F(CommandsTest, EndWithTheirExitCodesAndSayWhatTheyDid)
         EXPECT_EQ(server.run(call.arguments, call.input), call.exit_code) << server.output;
         EXPECT_THAT(server.output, HasSubstr(call.output));
     }
+}
+
+TEST_F(CommandsTest, CheckNamesThePlaceAndChangesNothing)
+{
+    using std::filesystem::perms;
+    const auto finding = [&](const std::string& part) {
+        const auto answer = nlohmann::json::parse(server.output);
+        for (const auto& each : answer.at("findings")) {
+            if (each.at("text").get<std::string>().find(part) != std::string::npos) {
+                return each.value("kind", "") + " " + each.value("section", "") + "/" + each.value("key", "");
+            }
+        }
+        return "nothing about it in " + server.output;
+    };
+    EXPECT_EQ(server.run({"check", "--json"}), 0) << server.output;
+    EXPECT_EQ(finding("default administrator"), "warning General SetUp/get_WebAdministratorPassword");
+
+    const auto settings = server.home() / "VELTO_Server.ini";
+    test::put_bytes(
+        settings, test::bytes_of(settings) + "[Misspelt]\nPrt=3\n[Policy]\nAllowFileTransfer=true\n");
+    ASSERT_EQ(server.run({"config", "set", "General SetUp/AdminScreenName", "boss"}), 0) << server.output;
+    std::filesystem::permissions(server.home() / "VELTO_Server.key", perms(0644));
+    EXPECT_EQ(server.run({"check", "--json"}), 78) << server.output;
+    EXPECT_EQ(finding("no such setting"), "warning Misspelt/Prt");
+    EXPECT_EQ(finding("written exactly so"), "error Policy/AllowFileTransfer");
+    EXPECT_EQ(finding("no account \"boss\""), "warning General SetUp/AdminScreenName");
+    EXPECT_EQ(finding("chmod 600"), "warning /");
+
+    std::filesystem::remove(server.home() / "VELTO.db");
+    EXPECT_EQ(server.run({"check", "--json"}), 78);
+    EXPECT_EQ(finding("there is no database"), "warning /");
+    EXPECT_FALSE(std::filesystem::exists(server.home() / "VELTO.db"));
 }
 
 TEST_F(CommandsTest, ARunningServerCarriesCommandsOut)
