@@ -209,3 +209,38 @@ TEST_F(TerminalClientTest, ALineBeingTypedSurvivesWhatComes)
     ben.type("\x04");
     EXPECT_EQ(ben.wait(), 0);
 }
+
+TEST_F(TerminalClientTest, FilesGoFromOneProgramToTheOther)
+{
+    const auto file = (folder / "photo.bin").string();
+    const auto inbox = (folder / "inbox").string();
+    const std::string bytes(3'000'000, '\x9c');
+    put_bytes(file, bytes);
+    std::filesystem::create_directory(inbox);
+
+    EXPECT_EQ(run("ada", {"send-file", "ben", file}), 1);
+    EXPECT_THAT(output("ada"), HasSubstr("The other user is not on line."));
+
+    const auto receiver = start("ben", {"receive-file", "--from", "ada", "--into", inbox, "--once"});
+    await_on_line("ben");
+    EXPECT_EQ(run("cleo", {"send-file", "ben", file}), 1) << "not from her";
+    EXPECT_THAT(output("cleo"), HasSubstr("The other user refused the file."));
+    EXPECT_EQ(run("ada", {"send-file", "ben", file}), 0) << output("ada");
+    EXPECT_EQ(wait_for(receiver, 20s), 0) << output("ben");
+    EXPECT_THAT(output("ben"), HasSubstr(inbox + "/photo.bin"));
+    EXPECT_TRUE(bytes_of(inbox + "/photo.bin") == bytes);
+
+    Typist ben(words("ben", {"--into", inbox}));
+    ASSERT_TRUE(ben.sees("Logged on as ben"));
+    const auto sender = start("ada", {"send-file", "ben", file});
+    ASSERT_TRUE(ben.sees("ada offers photo.bin (3.0 MB)"));
+    ben.type("/accept\r");
+    EXPECT_TRUE(ben.sees("photo (2).bin")) << "nothing is replaced";
+    EXPECT_EQ(wait_for(sender, 20s), 0) << output("ada");
+    EXPECT_TRUE(bytes_of(inbox + "/photo (2).bin") == bytes);
+    ben.type("\x04");
+
+    ASSERT_EQ(server.run({"config", "set", "Policy/AllowFileTransfer", "False"}), 0) << server.output;
+    EXPECT_EQ(run("ada", {"send-file", "ben", file}), 1);
+    EXPECT_THAT(output("ada"), HasSubstr("The administrator's policy forbids file transfer."));
+}
