@@ -57,6 +57,10 @@ public:
         if (open_.front().answered) {
             return false;
         }
+        if (std::holds_alternative<qz::client::CutOff>(incoming)) {
+            open_.front().answered = true; // by something that cannot be shown
+            return false;
+        }
         // The answer is taken before it is told: being told may ask the next question.
         open_.front().answered = true;
         const auto done = open_.front().done;

@@ -371,6 +371,17 @@ void Session::take(const ExpirationTime& time)
     server_minutes_ = time.minutes;
 }
 
+void Session::take(const VersionNotice& notice)
+{
+    const bool is_news =
+        !notice.version.empty() && notice.version != kVersion && notice.version != offered_version_;
+    offered_version_ = notice.version;
+    if (is_news && !notice.url.empty()) {
+        show(Line::Kind::Notice,
+            "The administrator offers version " + notice.version + " of the client: " + notice.url);
+    }
+}
+
 template <typename Other> void Session::take(const Other& other)
 {
     take_other(other);

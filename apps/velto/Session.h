@@ -136,6 +136,7 @@ private:
     void take(const qz::client::RoomList& list);
     void take(const qz::client::Policy& policy);
     void take(const qz::client::ExpirationTime& time);
+    void take(const qz::client::VersionNotice& notice);
     void take_other(const qz::client::Incoming& incoming);
     template <typename Other> void take(const Other& other);
 
@@ -157,6 +158,7 @@ private:
     std::vector<std::string> names_; // of people and rooms that were met
     std::set<std::string> rooms_;    // without prefix
     std::map<qz::client::Policy::Item, bool> allowed_;
+    std::string offered_version_; // the latest that was told
     bool was_logged_on_ = false;
     bool lost_ = false; // and said so
     bool over_ = false;

@@ -194,6 +194,10 @@ TEST_F(SessionTest, AnAnswerBelongsToItsQuestionAlsoWhenOneIsMissing)
     EXPECT_THAT(take_shown(),
         ElementsAre("* ben is in no room", "* ben: Ben Berg", "* cleo is online",
             "* There are no rooms. /create makes one."));
+    session.enter("/rooms");
+    session.incoming(CutOff{17});
+    echo();
+    EXPECT_THAT(take_shown(), ElementsAre("!! The answer is longer than the server can send."));
     session.enter("/buddies");
     lose();
     log_on();
