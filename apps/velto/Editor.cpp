@@ -1,6 +1,7 @@
 #include "Editor.h"
 
 #include "Wrap.h"
+#include "common/Exit.h"
 
 #include <algorithm>
 #include <array>
@@ -96,6 +97,9 @@ Editor::Editor(Complete complete)
       nowhere_(std::fopen("/dev/null", "w")), history_(history_init())
 {
     use_utf8();
+    if (nowhere_ == nullptr) {
+        throw CommandError(Exit::Failed, "/dev/null cannot be opened");
+    }
     // It also wants a terminal behind its output.
     editor_.reset(el_init_fd(
         "velto", stdin, nowhere_.get(), nowhere_.get(), STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO));
@@ -225,7 +229,7 @@ unsigned char Editor::complete_word(EditLine* editor, int /*key*/)
 
 unsigned char Editor::clear_screen(EditLine* editor, int /*key*/)
 {
-    self(editor).write("\x1b[H\x1b[2J");
+    write("\x1b[H\x1b[2J");
     self(editor).cursor_row_ = 0;
     return CC_NORM;
 }

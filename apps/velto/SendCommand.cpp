@@ -40,7 +40,7 @@ bool is_refusal(const std::string& notice)
 class Sending {
 public:
     Sending(const LogOnOptions& log_on, const SendOptions& options)
-        : options_(options), text_(), client_(log_on, ScriptClient::Messages::Left)
+        : options_(options), client_(log_on, ScriptClient::Messages::Left)
     {
         client_.on_incoming = [this](const Incoming& incoming) {
             take(incoming);
