@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -59,6 +60,14 @@ bool belongs_to(const std::filesystem::path& info, const PartFile::Offered& offe
     std::ostringstream text;
     text << std::ifstream(info, std::ios::binary).rdbuf();
     return text.str() == info_text(offered);
+}
+
+/// In a folder that others can write to, somebody may have laid out a file for this user to fill.
+bool is_own_file(const Descriptor& file)
+{
+    struct stat status { };
+    return ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid()
+        && status.st_nlink == 1;
 }
 
 /// Gives the file its name unless somebody has that name: nothing is ever overwritten.
@@ -127,9 +136,9 @@ std::optional<Ending> PartFile::open_part(bool goes_on)
     const int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | (goes_on ? 0 : O_CREAT | O_EXCL);
     Descriptor file(::open(part_.c_str(), flags, kMode));
     if (file.number() < 0) {
-        return Ending{write_failure(errno), false, errno == EEXIST ? "" : system_text(errno)};
+        return Ending{write_failure(errno), false, goes_on || errno == EEXIST ? "" : system_text(errno)};
     }
-    if (::flock(file.number(), LOCK_EX | LOCK_NB) != 0) {
+    if (!is_own_file(file) || ::flock(file.number(), LOCK_EX | LOCK_NB) != 0) {
         return Ending{Outcome::CannotWrite};
     }
     const auto size = ::lseek(file.number(), 0, SEEK_END);

@@ -125,6 +125,9 @@ TEST(TransferFile, AnUnfinishedFileIsGoneOnWithByTheSameOfferAlone)
     EXPECT_EQ(open_part(folder.path(), 11)->size(), 0U) << "another size";
     EXPECT_EQ(open_part(folder.path(), 10, "ben")->size(), 0U) << "another sender";
     EXPECT_EQ(folder.file_count(), 2) << "those without a byte are gone";
+    std::filesystem::create_hard_link(folder / "report.pdf.part", folder / "laid out by somebody");
+    EXPECT_EQ(open_part(folder.path())->size(), 0U) << "the bytes would go there, too";
+    std::filesystem::remove(folder / "laid out by somebody");
     auto again = open_part(folder.path());
     EXPECT_EQ(again->size(), 5U);
     EXPECT_FALSE(again->append("done."));
