@@ -39,6 +39,7 @@ CommandLine::CommandLine()
     add_command();
     add_call();
     add_log();
+    add_inactivity();
     add_backup();
     add_version();
 }
@@ -259,6 +260,21 @@ void CommandLine::add_log()
     sub->add_option("-n,--lines", log_.lines, "How many lines")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
+    add_json(*sub);
+}
+
+void CommandLine::add_inactivity()
+{
+    auto* sub = work_command(app_, "inactivity", "Who would be warned or disabled for not using the account",
+        R"(The job itself runs in the server, once a day where DailyJobsOncePerDay is on.
+Examples:
+  velto-server inactivity --dry-run
+  velto-server inactivity --dry-run --json | jq -r '.users[].user')",
+        [this] {
+            inactivity_.json = json_;
+            run_inactivity(home(), inactivity_);
+        });
+    sub->add_flag("--dry-run", inactivity_.dry_run, "Only tell; change and mail nothing");
     add_json(*sub);
 }
 

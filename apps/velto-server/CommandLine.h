@@ -3,6 +3,7 @@
 
 #include "BackupCommand.h"
 #include "Home.h"
+#include "InactivityCommand.h"
 #include "InitCommand.h"
 #include "ListForm.h"
 #include "LogCommand.h"
@@ -51,6 +52,7 @@ private:
     void add_config();
     void add_call();
     void add_log();
+    void add_inactivity();
     void add_backup();
     void add_version();
     // Accounts, rooms, and what a running server is told: in CommandLineTables.cpp.
@@ -74,6 +76,7 @@ private:
     InitOptions init_;
     RunOptions run_;
     LogOptions log_;
+    InactivityOptions inactivity_;
     bool json_ = false;
     bool names_ = false;
     bool list_ = false;

@@ -156,6 +156,21 @@ bool Deployment::inactivity_by_last_logon() const
     return safeguard("InactivityByLastLogon");
 }
 
+std::optional<std::int32_t> Deployment::messages_per_second() const
+{
+    return number<std::int32_t>("Safeguards", "MessagesPerSecond");
+}
+
+std::optional<std::int32_t> Deployment::queued_per_sender() const
+{
+    return number<std::int32_t>("Safeguards", "QueuedPerSender");
+}
+
+std::optional<std::int32_t> Deployment::queued_per_recipient() const
+{
+    return number<std::int32_t>("Safeguards", "QueuedPerRecipient");
+}
+
 std::int32_t Deployment::room_slots() const
 {
     return number<std::int32_t>("Safeguards", "RoomSlots").value_or(0);

@@ -45,6 +45,11 @@ public:
     bool verify_receipt() const;
     bool end_revoked_sessions() const;
     bool inactivity_by_last_logon() const;
+    /// Units that a connection may send in a second before it is read more slowly.
+    std::optional<std::int32_t> messages_per_second() const;
+    /// Most messages of one sender, and for one recipient, that may wait in the queue.
+    std::optional<std::int32_t> queued_per_sender() const;
+    std::optional<std::int32_t> queued_per_recipient() const;
     /// Least number of membership slots made at the start; 0 when the engine's own number holds.
     std::int32_t room_slots() const;
 

@@ -19,6 +19,8 @@ constexpr std::int32_t kMostPort = (std::numeric_limits<std::uint16_t>::max)();
 constexpr std::int32_t kMostSockets = kMost16 - 1; // numbers are 16 bits wide, and number 0 means nobody
 constexpr std::int32_t kHour = 3600;
 constexpr std::int32_t kMostSlots = 1'000'000;
+constexpr std::int32_t kMostQueued = 1'000'000;
+constexpr std::int32_t kMostRate = 1'000'000;
 
 constexpr std::string_view kGeneral = "General SetUp";
 constexpr std::string_view kMailSetUp = "SMTP SetUp";
@@ -148,24 +150,33 @@ constexpr std::array kTable{
     with_init(integer(kTransport, "MaxConnections", 0, kMostSockets, "off",
                   "Most connections at a time; 0 for no limit"),
         "20000"),
-    not_served(with_init(integer(kTransport, "MaxConnectionsPerAddress", 0, kMostSockets, "off",
-                             "Most connections at a time from one address; 0 for no limit"),
-        "200")),
-    not_served(with_init(integer(kTransport, "LogonSeconds", 0, kHour, "off",
-                             "Seconds within which a new connection must log on; 0 for no limit"),
-        "60")),
+    with_init(integer(kTransport, "MaxConnectionsPerAddress", 0, kMostSockets, "off",
+                  "Most connections at a time from one address; 0 for no limit"),
+        "200"),
+    with_init(integer(kTransport, "LogonSeconds", 0, kHour, "off",
+                  "Seconds within which a new connection must log on; 0 for no limit"),
+        "60"),
     with_init(integer("Mail", "Port", 1, kMostPort, "25", "Port of the mail server"), "25"),
     safeguard("VerifySender", "Refuse requests that name another sender than the connection's user"),
     not_served(safeguard("KeepUntilConfirmed", "Send messages again until they are confirmed or expire")),
     not_served(safeguard("DurableQueue", "Queued messages survive a restart")),
-    not_served(
-        safeguard("LogonThrottle", "Failed logons delay further ones, and bring a bounded number of mails")),
+    safeguard("LogonThrottle", "Failed logons delay further ones, and bring a bounded number of mails"),
     safeguard("DailyJobsOncePerDay", "The daily jobs run once a day"),
     safeguard("HidePasswords", "Passwords are masked in diagnostics and mails"),
     safeguard("VerifyReceipt", "Only its recipient may confirm a message"),
     safeguard("EndRevokedSessions",
         "End the sessions of accounts that are disabled, deleted or given another password"),
-    not_served(safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon")),
+    safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon"),
+    with_init(
+        integer(kSafeguards, "MessagesPerSecond", 0, kMostRate, "off",
+            "Messages a second from one connection beyond which it is read more slowly; 0 for no limit"),
+        "500"),
+    with_init(integer(kSafeguards, "QueuedPerSender", 0, kMostQueued, "off",
+                  "Most messages of one sender that may wait to be delivered; 0 for no limit"),
+        "5000"),
+    with_init(integer(kSafeguards, "QueuedPerRecipient", 0, kMostQueued, "off",
+                  "Most messages for one recipient that may wait to be delivered; 0 for no limit"),
+        "20000"),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),
         "1000"),

@@ -12,6 +12,8 @@ public:
     /// A logged-on user's connection was released; its record is already free.
     /// Called once per release, on the loop thread, before SocketClosing returns.
     virtual void released(const std::string& user, const std::string& address, std::int16_t socket) = 0;
+    /// A connection ended, whether somebody was logged on or not. Called before released.
+    virtual void left(std::int16_t /*socket*/) { }
 
 protected:
     ~ConnectionEvents() = default; // listeners are never deleted through this type

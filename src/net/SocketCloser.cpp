@@ -20,6 +20,7 @@ void SocketCloser::SocketClosing(std::int16_t socket)
         sockets_->close(socket);
         pool_.touch(socket);
         chunks_.drop(socket);
+        events_.left(socket);
         const auto user = connections_.release(socket, clock_.now());
         if (!user.empty()) {
             events_.released(user, sockets_->remote_address(socket), socket);

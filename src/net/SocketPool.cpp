@@ -51,10 +51,10 @@ std::int16_t SocketPool::get_SocketsCount() const
     return sockets_ == nullptr ? std::int16_t{0} : sockets_->count();
 }
 
-void SocketPool::connection_requested(std::int32_t request)
+std::int16_t SocketPool::connection_requested(std::int32_t request)
 {
     std::string address;
-    guarded(journal_, "QZ_WinSock_Server_ConnectionRequest", address, [&] {
+    return guarded(journal_, "QZ_WinSock_Server_ConnectionRequest", address, std::int16_t{0}, [&] {
         const auto socket = take_socket();
         sockets_->accept(socket, request);
         sender_.SendData(
@@ -62,6 +62,7 @@ void SocketPool::connection_requested(std::int32_t request)
         address = sockets_->remote_address(socket);
         events_.new_connection_requested(address + " on " + std::to_string(socket));
         journal_.log_own("New connection request on socket " + std::to_string(socket) + " from " + address);
+        return socket;
     });
 }
 

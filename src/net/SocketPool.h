@@ -34,7 +34,8 @@ public:
 
     /// A connection request: gives it the first socket that is closed and has rested for more than 60
     /// seconds, or grows the pool; accepts, and offers a session id.
-    void connection_requested(std::int32_t request);
+    /// @return the socket; 0 when that failed.
+    std::int16_t connection_requested(std::int32_t request);
     /// A socket was used just now: it arrived, spoke or closed. A closed socket rests from here on, so that a
     /// late packet for the previous client does not reach a new one.
     void touch(std::int16_t socket);

@@ -4,16 +4,10 @@
 
 namespace qz::notify {
 
-namespace {
-
-constexpr std::int32_t kWarningDays = 7;
-
-} // namespace
-
-InactivityJob::InactivityJob(config::Settings& settings, store::Database& database, store::Accounts& accounts,
+InactivityJob::InactivityJob(Sources sources, config::Settings& settings, store::Accounts& accounts,
     NoticeMails& mails, const Clock& clock, Journal& journal)
-    : settings_(settings), database_(database), accounts_(accounts), mails_(mails), clock_(clock),
-      journal_(journal), activity_(database, journal)
+    : sources_(sources), settings_(settings), accounts_(accounts), mails_(mails), clock_(clock),
+      journal_(journal)
 {
 }
 
@@ -23,38 +17,50 @@ void InactivityJob::run()
     if (limit <= 0) {
         return;
     }
-    std::optional<State> state;
-    if (const auto marks = TableMarks::of(database_)) {
-        state = {clock_.now().date(), limit, *marks};
-    }
-    if (state && state == nobody_due_) {
+    const auto now = state(limit);
+    if (now && now == nobody_due_) {
         return;
     }
     nobody_due_.reset();
-    const auto users = activity_.Retrieve_LastActivity(limit - kWarningDays);
-    if (!users) {
+    const auto findings = sources_.rule.look(limit - InactivityRule::kWarningDays);
+    if (!findings) {
         return;
     }
-    if (users->empty()) {
-        nobody_due_ = state;
+    for (const auto& user : findings->uncounted) {
+        sources_.rule.begin_counting(user);
     }
-    for (const auto& user : *users) {
+    if (findings->inactive.empty()) {
+        nobody_due_ = now;
+    }
+    for (const auto& user : findings->inactive) {
         judge(user);
     }
+}
+
+/// Nothing when the tables cannot be asked.
+std::optional<InactivityJob::State> InactivityJob::state(std::int16_t limit)
+{
+    auto marks = TableMarks::of(sources_.database);
+    if (!marks) {
+        return std::nullopt;
+    }
+    marks->log -= sources_.log.rows_written();
+    return State{clock_.now().date(), limit, *marks, sources_.rule.by_last_logon()};
 }
 
 /// The limit is read anew for each user: a host may change it in the middle of a run, and switch the job off.
 void InactivityJob::judge(const store::InactiveUser& user)
 {
     const std::int32_t limit = settings_.get_ClientInactivityDaysBeforeDisabling();
-    const auto days_left = limit - user.DaysAgo;
-    if (limit <= 0 || days_left > kWarningDays) {
-        return;
-    }
-    if (days_left > 0) {
-        warn(user, days_left);
-    } else {
+    switch (InactivityRule::step(limit, user.DaysAgo)) {
+    case InactivityRule::Step::None:
+        break;
+    case InactivityRule::Step::Warn:
+        warn(user, limit - user.DaysAgo);
+        break;
+    case InactivityRule::Step::Disable:
         disable(user.UserName);
+        break;
     }
 }
 

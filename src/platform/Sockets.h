@@ -70,6 +70,8 @@ public:
     virtual std::int16_t count() const = 0;
     /// kSocketClosed for a number outside the pool.
     virtual std::int16_t state(std::int16_t socket) const = 0;
+    /// Address of the peer of a request that was not accepted yet; empty when there is no such request.
+    virtual std::string request_address(std::int32_t request) const = 0;
     /// Binds a request to a closed socket of the pool.
     virtual void accept(std::int16_t socket, std::int32_t request) = 0;
     /// Address of the peer; still readable after the close until the socket is taken again.
@@ -80,6 +82,9 @@ public:
     /// Bytes that the peer has not taken yet, those of this turn included; 0 for a socket without a
     /// connection.
     virtual std::size_t unsent(std::int16_t socket) const = 0;
+    /// While it is false, no unit of the socket arrives: what the peer has sent waits, in its order, and in
+    /// the end the peer waits too. Its end is noticed late. A new connection is read.
+    virtual void set_reading(std::int16_t socket, bool reading) = 0;
     /// Flushes what is pending, within a time limit, and closes.
     virtual void close(std::int16_t socket) = 0;
     /// Breaks each connection from which something came or to which something was sent since the last turn

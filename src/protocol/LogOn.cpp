@@ -53,7 +53,9 @@ std::string LogOn::decoded(const std::string& field, const std::string& remote_i
 void LogOn::log_on(const Credentials& credentials, const Request& request)
 {
     const auto& user = credentials.screen_name;
-    if (!accounts_.ScreenNameExist(user, request.remote_ip)) {
+    if (const auto wait = outcomes_.throttle.wait(user, request.remote_ip)) {
+        refuse_early(user, request, *wait);
+    } else if (!accounts_.ScreenNameExist(user, request.remote_ip)) {
         pass_over_unknown(credentials, request);
     } else if (!accounts_.ScreenName_Enabled(user)) {
         refuse_disabled(user, request);
@@ -66,9 +68,22 @@ void LogOn::log_on(const Credentials& credentials, const Request& request)
 
 void LogOn::pass_over_unknown(const Credentials& credentials, const Request& request)
 {
-    attempt(
-        [&] { outcomes_.alarm.report(credentials.screen_name, credentials.password, request.remote_ip); });
+    if (outcomes_.throttle.may_mail()) {
+        attempt([&] {
+            outcomes_.alarm.report(credentials.screen_name, credentials.password, request.remote_ip);
+        });
+    }
     log_failure(credentials.screen_name, request);
+    outcomes_.throttle.failed(
+        LogonThrottle::Failure::UnknownName, credentials.screen_name, request.remote_ip);
+}
+
+void LogOn::refuse_early(const std::string& user, const Request& request, std::chrono::seconds wait)
+{
+    sender_.SendData(request.socket, protocol_keywords().Notice,
+        "Too many logons have failed; try again in " + std::to_string(wait.count()) + " seconds");
+    answer(request.socket, protocol_keywords().AnswerNo);
+    outcomes_.throttle.failed(LogonThrottle::Failure::Early, user, request.remote_ip);
 }
 
 void LogOn::refuse_disabled(const std::string& user, const Request& request)
@@ -76,20 +91,24 @@ void LogOn::refuse_disabled(const std::string& user, const Request& request)
     sender_.SendData(request.socket, protocol_keywords().Notice, "Your account is disabled!");
     log_failure(user, request, " because the account is disabled!");
     answer(request.socket, protocol_keywords().AnswerNo);
+    outcomes_.throttle.failed(LogonThrottle::Failure::Disabled, user, request.remote_ip);
 }
 
 void LogOn::refuse_password(const std::string& user, const Request& request)
 {
     answer(request.socket, protocol_keywords().AnswerNo);
     log_failure(user, request);
+    outcomes_.throttle.failed(LogonThrottle::Failure::Password, user, request.remote_ip);
 }
 
 void LogOn::let_in(const Credentials& credentials, const Request& request)
 {
     const auto& user = credentials.screen_name;
+    outcomes_.throttle.succeeded(user, request.remote_ip);
     if (!outcomes_.registration.bind(user, credentials.session_id, request.socket, request.remote_ip)) {
         return;
     }
+    outcomes_.last_log_ons.logged_on(user);
     answer(request.socket, protocol_keywords().AnswerAccepted);
     // Sending may yield: a client that went away meanwhile has been announced off line, and stays so.
     if (outcomes_.registration.is_bound(user, request.socket)) {

@@ -8,10 +8,13 @@
 #include "net/Registration.h"
 #include "net/Sender.h"
 #include "notify/LogOnAlarm.h"
+#include "protocol/LogonThrottle.h"
 #include "protocol/Request.h"
 #include "protocol/Welcome.h"
 #include "store/Accounts.h"
+#include "store/LastLogOns.h"
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -25,12 +28,15 @@ public:
         Welcome& welcome;
         notify::LogOnAlarm& alarm;
         net::ActiveUsersMenu& menu;
+        LogonThrottle& throttle;
+        store::LastLogOns& last_log_ons;
     };
     LogOn(Outcomes outcomes, store::Accounts& accounts, helpers::SettingsCipher& cipher,
         const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);
 
     /// An unknown name gets no answer, but the administrator a mail; a disabled account a notice and a
-    /// refusal, a wrong password a refusal. A step that fails is skipped.
+    /// refusal, a wrong password a refusal. A step that fails is skipped. Whoever has to wait after failed
+    /// logons gets a notice that says how long, and a refusal.
     void Request_LogOn(const Request& request);
 
 private:
@@ -44,6 +50,7 @@ private:
 
     void log_on(const Credentials& credentials, const Request& request);
     void pass_over_unknown(const Credentials& credentials, const Request& request);
+    void refuse_early(const std::string& user, const Request& request, std::chrono::seconds wait);
     void refuse_disabled(const std::string& user, const Request& request);
     void refuse_password(const std::string& user, const Request& request);
     void let_in(const Credentials& credentials, const Request& request);

@@ -126,7 +126,11 @@ void MessageRequests::send_to_room(queue::NewMessage message)
         return;
     }
     message.expiration_time = clock_.now().plus_seconds(kRoomSeconds);
-    for (const auto& member : people_.rooms.members_of(message.room)) {
+    const auto members = people_.rooms.members_of(message.room);
+    if (tell_full(message, members.size())) {
+        return;
+    }
+    for (const auto& member : members) {
         if (member != message.sender) {
             message.recipient = member;
             put(message);
@@ -136,6 +140,9 @@ void MessageRequests::send_to_room(queue::NewMessage message)
 
 void MessageRequests::send_to_user(const queue::NewMessage& message)
 {
+    if (tell_full(message, 1)) {
+        return;
+    }
     const auto& keywords = protocol_keywords();
     const auto looks = "You are sending a message to " + message.recipient + " that looks to be ";
     const auto status = people_.presence.get_UserStatus(message.recipient);
@@ -149,6 +156,29 @@ void MessageRequests::send_to_user(const queue::NewMessage& message)
                 + "; the system will deliver your message but it's possible it will be not read soon");
     }
     put(message);
+}
+
+/// Tells the sender when a quota keeps the message out.
+/// @param members  to whom it goes: what waits of the sender's is allowed for each of them.
+bool MessageRequests::tell_full(const queue::NewMessage& message, std::size_t members)
+{
+    const auto reaches = [](std::size_t count, std::optional<std::int32_t> most, std::size_t times) {
+        return most && count >= static_cast<std::size_t>(*most) * times;
+    };
+    const bool to_room = !message.room.empty();
+    const char* why = nullptr;
+    if (reaches(ways_.queue.count_from(message.sender, to_room), rules_.deployment.queued_per_sender(),
+            members)) {
+        why = "too many messages from you are waiting to be delivered";
+    } else if (!to_room
+        && reaches(ways_.queue.count_to(message.recipient), rules_.deployment.queued_per_recipient(), 1)) {
+        why = "too many messages for this recipient are waiting to be delivered";
+    }
+    if (why != nullptr) {
+        tell(message.sender,
+            "Your message to " + message.recipient + " has not been accepted: " + why + "; try again later");
+    }
+    return why != nullptr;
 }
 
 void MessageRequests::put(const queue::NewMessage& message)

@@ -59,6 +59,7 @@ private:
     bool recipient_exists(queue::NewMessage& message);
     void send_to_room(queue::NewMessage message);
     void send_to_user(const queue::NewMessage& message);
+    bool tell_full(const queue::NewMessage& message, std::size_t members);
     void put(const queue::NewMessage& message);
     void tell(const std::string& user, const std::string& notice);
 

@@ -74,7 +74,8 @@ QueueEntry MessageQueue::automatic_reply(const QueueEntry& message, const std::s
         .text = auto_replies_.Retrieve_AutoReplyMessage(message.recipient) + note,
         .MsgID = parser_.fresh_number(),
         .received_time = now,
-        .expiration_time = now.plus_seconds(kSecondsPerMinute * settings_.get_Message_Expiration_Time())};
+        .expiration_time = now.plus_seconds(kSecondsPerMinute * settings_.get_Message_Expiration_Time()),
+        .automatic = true};
 }
 
 void MessageQueue::QueueMessage_Send()

@@ -58,6 +58,12 @@ public:
 
     std::vector<QueueMessageSmall> get_QueueMessages() const;
     std::size_t count() const { return table_.count_in_use(); }
+    /// What waits, for the quotas: see QueueTable.
+    std::size_t count_from(const std::string& sender, bool to_room) const
+    {
+        return table_.count_from(sender, to_room);
+    }
+    std::size_t count_to(const std::string& recipient) const { return table_.count_to(recipient); }
 
 private:
     QueueEntry automatic_reply(const QueueEntry& message, const std::string& note);

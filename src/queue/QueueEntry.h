@@ -24,7 +24,8 @@ struct QueueEntry {
     DateTime delivered_time{};
     bool expired = false;
     bool ignore = false;
-    std::string room{}; // of a message that was written to a room
+    std::string room{};     // of a message that was written to a room
+    bool automatic = false; // a recipient's automatic reply: its sender did not write it
 
     bool in_use() const { return number != 0; }
     bool to_room() const { return !room.empty(); }

@@ -14,6 +14,12 @@ std::optional<QueueTable::Place> first_from(const std::set<QueueTable::Place>& p
     return found == places.end() ? std::nullopt : std::optional(*found);
 }
 
+std::size_t count_in(const std::unordered_map<std::string, std::int64_t>& counts, const std::string& name)
+{
+    const auto found = counts.find(name);
+    return found == counts.end() ? 0 : static_cast<std::size_t>(found->second);
+}
+
 template <typename Index, typename Key, typename Member>
 void remove(Index& index, const Key& key, const Member& member)
 {
@@ -41,6 +47,7 @@ QueueTable::Place QueueTable::put(QueueEntry entry)
     auto& placed = entries_[place] = std::move(entry);
     place_of_.emplace(placed.number, place);
     by_recipient_[placed.recipient].insert(placed.number);
+    count(placed, 1);
     undelivered_[placed.MsgID].insert(place);
     by_expiration_.emplace(placed.expiration_time, place);
     if (head_of(placed.recipient) == place) {
@@ -55,6 +62,7 @@ void QueueTable::free(Place place)
     unschedule(place);
     place_of_.erase(entry.number);
     remove(by_recipient_, entry.recipient, entry.number);
+    count(entry, -1);
     remove(undelivered_, entry.MsgID, place);
     by_expiration_.erase({entry.expiration_time, place});
     finished_.erase(place);
@@ -102,6 +110,33 @@ std::optional<QueueTable::Place> QueueTable::undelivered(double msg_id, const st
         return recipient.empty() || equal_ignoring_case(entries_[each].recipient, recipient);
     });
     return place == found->second.end() ? std::nullopt : std::optional(*place);
+}
+
+std::size_t QueueTable::count_from(const std::string& sender, bool to_room) const
+{
+    return count_in(to_room ? written_to_rooms_ : written_to_users_, sender);
+}
+
+std::size_t QueueTable::count_to(const std::string& recipient) const
+{
+    return count_in(waiting_for_, recipient);
+}
+
+void QueueTable::count(const QueueEntry& entry, std::int64_t change)
+{
+    const auto add = [change](auto& counts, const std::string& name) {
+        const auto counted = counts.try_emplace(name, 0).first;
+        counted->second += change;
+        if (counted->second == 0) {
+            counts.erase(counted);
+        }
+    };
+    if (!entry.automatic) {
+        add(entry.to_room() ? written_to_rooms_ : written_to_users_, entry.sender);
+    }
+    if (!entry.to_room()) {
+        add(waiting_for_, entry.recipient);
+    }
 }
 
 bool QueueTable::is_message_before(std::int64_t number, const std::string& recipient) const

@@ -40,6 +40,12 @@ public:
     /// @param recipient  whose entry it must be, in any letter case; empty for anybody's.
     std::optional<Place> undelivered(double msg_id, const std::string& recipient) const;
 
+    /// Entries in use that a sender wrote, automatic replies not counted: those to users, or those to rooms,
+    /// one for each member.
+    std::size_t count_from(const std::string& sender, bool to_room) const;
+    /// Entries in use for a recipient, but for those from rooms.
+    std::size_t count_to(const std::string& recipient) const;
+
     /// True when an entry in use for the same recipient is older.
     bool is_message_before(std::int64_t number, const std::string& recipient) const;
     /// Makes entries due whose last attempt lies more than `pause` seconds before now. One that lies in the
@@ -65,6 +71,7 @@ private:
     using Numbers = std::set<std::int64_t>;
 
     std::optional<Place> head_of(const std::string& recipient) const;
+    void count(const QueueEntry& entry, std::int64_t change);
     void schedule(Place place);
     void unschedule(Place place);
 
@@ -73,6 +80,9 @@ private:
     std::int64_t last_number_ = 0;
     std::unordered_map<std::int64_t, Place> place_of_;
     std::unordered_map<std::string, Numbers> by_recipient_;
+    std::unordered_map<std::string, std::int64_t> written_to_users_; // by sender
+    std::unordered_map<std::string, std::int64_t> written_to_rooms_; // by sender
+    std::unordered_map<std::string, std::int64_t> waiting_for_;      // by recipient, without rooms
     std::unordered_map<double, std::set<Place>> undelivered_;
     // The oldest unsent entry of each recipient stands in exactly one of these two.
     std::set<Place> due_;

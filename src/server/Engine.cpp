@@ -28,13 +28,19 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       directory(database, counters, journal), accounts(database, directory, parser, cipher, journal),
       buddies(database, directory, accounts, parser, journal),
       rooms(database, directory, room_members, parser, machine.clock(), journal),
-      auto_replies(database, journal), sender(parser, machine.loop(), *this, journal),
+      auto_replies(database, journal), last_activity(database, journal),
+      last_log_ons(database, deployment, machine.clock(), journal),
+      sender(parser, machine.loop(), *this, journal),
       pool(connections, sender, parser, machine.clock(), *this, journal),
       closer(connections, pool, chunks, machine.clock(), *this, journal),
+      admission(connections, deployment, machine.clock(), journal),
+      rate_limit(deployment, machine.clock(), journal),
       mail([this](platform::MailerEvents& listener) { return machine_.create_mailer(listener); }, accounts,
           settings, deployment, journal),
       notice_mails(mail, accounts, settings, machine.clock()),
-      inactivity_job(settings, database, accounts, notice_mails, machine.clock(), journal),
+      inactivity_rule(last_activity, last_log_ons, deployment, machine.clock()),
+      inactivity_job({inactivity_rule, database, activity_log}, settings, accounts, notice_mails,
+          machine.clock(), journal),
       version_mails(database, accounts, ini, settings, notice_mails, machine.clock(), journal),
       version_notices(settings, connections, sender, journal), once_per_day(deployment, ini, machine.clock()),
       log_on_alarm(notice_mails, accounts, settings, deployment, machine.clock()),
@@ -47,7 +53,9 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       revoked_sessions(connections, {directory, accounts, cipher}, {sender, closer}, deployment, journal),
       registration(connections, policing, revoked_sessions, pool, machine.clock()),
       welcome(presence, presence_lists, policy, version_notices, directory, journal),
-      log_on({registration, welcome, log_on_alarm, presence}, accounts, cipher, parser, sender, journal),
+      logon_throttle(deployment, machine.clock(), journal),
+      log_on({registration, welcome, log_on_alarm, presence, logon_throttle, last_log_ons}, accounts, cipher,
+          parser, sender, journal),
       presence_requests({presence, presence_lists, accounts, version_notices, settings}, connections, parser,
           sender, journal),
       buddy_requests({buddies, directory, accounts}, connections, parser, sender, journal),
@@ -125,6 +133,8 @@ void Engine::create_components()
     pool.use(client_sockets_.get());
     pool.set_own_address(deployment.local_address());
     closer.use(client_sockets_.get());
+    rate_limit.use(client_sockets_.get());
+    admission.clear();
 }
 
 void Engine::begin_start_record()
@@ -281,6 +291,10 @@ void Engine::run_frequent_jobs()
 {
     policing.UserIsOnlineHowManyTimes();
     revoked_sessions.end_revoked();
+    while (const auto socket = admission.next_overdue()) {
+        closer.SocketClosing(*socket);
+    }
+    rate_limit.go_on();
     commands.CheckServerCommand();
     chunks.sweep(machine_.clock().now());
     message_queue.QueueMessage_PurgeExpired();
@@ -348,6 +362,12 @@ void Engine::released(const std::string& user, const std::string& address, std::
     presence.RefreshActiveUsersMenu();
 }
 
+void Engine::left(std::int16_t socket)
+{
+    admission.left(socket);
+    rate_limit.left(socket);
+}
+
 void Engine::traffic(net::Direction direction)
 {
     events_.SocketActivity(
@@ -361,8 +381,13 @@ void Engine::new_connection_requested(const std::string& address)
 
 void Engine::connection_requested(std::int32_t request)
 {
-    if (accept_incoming_connections) {
-        pool.connection_requested(request);
+    const auto address = client_sockets_->request_address(request);
+    if (!accept_incoming_connections || !admission.admits(address)) {
+        return;
+    }
+    const auto socket = pool.connection_requested(request);
+    if (pool.is_connected(socket)) { // it may have gone while the offer was being sent
+        admission.entered(socket, address);
     }
 }
 
@@ -370,6 +395,7 @@ void Engine::data_arrived(std::int16_t socket, const std::string& unit)
 {
     guarded(journal, "SocketX_Receive", no_address, [&] {
         pool.touch(socket);
+        rate_limit.arrived(socket);
         receiver.DataIncoming(socket, unit);
     });
 }

@@ -8,10 +8,12 @@
 #include "config/Settings.h"
 #include "helpers/MessageParser.h"
 #include "helpers/SettingsCipher.h"
+#include "net/Admission.h"
 #include "net/ChunkStore.h"
 #include "net/ConnectionTable.h"
 #include "net/NetEvents.h"
 #include "net/Policing.h"
+#include "net/RateLimit.h"
 #include "net/Receiver.h"
 #include "net/Registration.h"
 #include "net/RevokedSessions.h"
@@ -55,6 +57,8 @@
 #include "store/Counters.h"
 #include "store/Database.h"
 #include "store/Directory.h"
+#include "store/LastActivity.h"
+#include "store/LastLogOns.h"
 #include "store/RoomMembers.h"
 #include "store/Rooms.h"
 
@@ -108,15 +112,20 @@ public: // the rooms, for the members of Main that forward to them
     store::RoomMembers room_members;
     store::Rooms rooms;
     store::AutoReplies auto_replies;
+    store::LastActivity last_activity;
+    store::LastLogOns last_log_ons;
 
     net::ConnectionTable connections;
     net::ChunkStore chunks;
     net::Sender sender;
     net::SocketPool pool;
     net::SocketCloser closer;
+    net::Admission admission;
+    net::RateLimit rate_limit;
 
     notify::Mail mail;
     notify::NoticeMails notice_mails;
+    notify::InactivityRule inactivity_rule;
     notify::InactivityJob inactivity_job;
     notify::VersionMails version_mails;
     notify::VersionNotices version_notices;
@@ -132,6 +141,7 @@ public: // the rooms, for the members of Main that forward to them
     net::RevokedSessions revoked_sessions;
     net::Registration registration;
     protocol::Welcome welcome;
+    protocol::LogonThrottle logon_throttle;
     protocol::LogOn log_on;
     protocol::PresenceRequests presence_requests;
     protocol::BuddyRequests buddy_requests;
@@ -185,6 +195,7 @@ private:
     void send_queued_messages() override;
     void presence_changed() override;
     void released(const std::string& user, const std::string& address, std::int16_t socket) override;
+    void left(std::int16_t socket) override;
     void traffic(net::Direction direction) override;
     void new_connection_requested(const std::string& address) override;
     void connection_requested(std::int32_t request) override;

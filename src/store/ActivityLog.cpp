@@ -48,6 +48,7 @@ void ActivityLog::Write2dbLog(
     const auto sql = platform::fill(statements::kInsertLogRow, {name, address, text});
     try {
         database_.connection().Execute(sql);
+        ++rows_written_;
     } catch (...) { // not guarded(): reporting a failure writes a log row, and that would never end
         const auto error = current_error();
         journal_.raise_error("Write2dbLog",

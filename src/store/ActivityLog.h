@@ -22,6 +22,9 @@ public:
     /// A failure raises Error, with the SQL text in its description, and is not logged.
     void Write2dbLog(const std::string& action, const std::string& user_name, const std::string& remote_ip);
 
+    /// Rows inserted so far, each with the time of its insert.
+    std::uint64_t rows_written() const { return rows_written_; }
+
     /// Deletes the rows that are as old as LogOlderThan days or older; 0 keeps all. Errors are ignored.
     void ClearOldLog();
 
@@ -35,6 +38,7 @@ private:
     config::Settings& settings_;
     const helpers::MessageParser& parser_;
     Journal& journal_;
+    std::uint64_t rows_written_ = 0;
 };
 
 } // namespace qz::store

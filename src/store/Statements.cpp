@@ -15,7 +15,8 @@ std::span<const platform::Statement> all_statements()
         kCountRooms, kSelectMessagesForAdding, kSelectMessage, kSelectMessagesByMsgID,
         kSelectMessagesOfRecipient, kInsertLogRow, kDeleteOldLog, kSelectLogLines, kSelectLastActivity,
         kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand,
-        kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage};
+        kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage,
+        kSelectLastLogOn, kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
     return kAll;
 }
 

@@ -201,6 +201,18 @@ inline constexpr Statement kSelectAutoReplyEnabled{
 inline constexpr Statement kSelectAutoReplyMessage{
     "SELECT Message FROM autoreply WHERE UserName  = '{}'", &tables::kAutoReply};
 
+// lastlogon
+
+/// One account's last logon: name.
+inline constexpr Statement kSelectLastLogOn{
+    "SELECT * FROM lastlogon WHERE UserName = '{}'", &tables::kLastLogOn};
+/// Opened to add a last logon.
+inline constexpr Statement kSelectLastLogOnsForAdding{"SELECT * FROM lastlogon", &tables::kLastLogOn};
+/// All accounts with their last logons, null where none is known.
+inline constexpr Statement kSelectAccountsWithLastLogOn{
+    "SELECT users.UserName, users.AccountActive, lastlogon.LogOnTime FROM users LEFT JOIN lastlogon "
+    "ON users.UserName = lastlogon.UserName ORDER BY users.UserName"};
+
 } // namespace statements
 
 /// All of them: the catalogue that a connection is made with.

@@ -59,7 +59,11 @@ protected:
     qz::notify::Mail mail{[this](qz::platform::MailerEvents& events) { return record.create(events); },
         accounts, settings, deployment, journal};
     qz::notify::NoticeMails mails{mail, accounts, settings, clock};
-    qz::notify::InactivityJob job{settings, database, accounts, mails, clock, journal};
+    qz::store::ActivityLog activity_log{database, settings, parser, journal};
+    qz::store::LastActivity activity{database, journal};
+    qz::store::LastLogOns last_log_ons{database, deployment, clock, journal};
+    qz::notify::InactivityRule rule{activity, last_log_ons, deployment, clock};
+    qz::notify::InactivityJob job{{rule, database, activity_log}, settings, accounts, mails, clock, journal};
 };
 
 } // namespace
@@ -136,6 +140,12 @@ TEST_F(InactivityJobTest, AsksNothingWhileNobodyIsDueAndNothingChanges)
     EXPECT_EQ(run(), Texts{});
     EXPECT_EQ(queries, 0);
 
+    activity_log.Write2dbLog("New status for anna: away", "anna", "");
+    activity_log.Write2dbLog("Now on line: 1", "", "");
+    queries = 0;
+    EXPECT_EQ(run(), Texts{});
+    EXPECT_EQ(queries, 0) << "the engine's own lines make nobody inactive";
+
     // Each of these alone makes somebody due.
     settings.set_ClientInactivityDaysBeforeDisabling(29);
     EXPECT_EQ(run(), Texts{"anna@x.org VELTO account is expiring!"});
@@ -153,6 +163,43 @@ TEST_F(InactivityJobTest, AsksNothingWhileNobodyIsDueAndNothingChanges)
     EXPECT_EQ(run(), Texts{});
     clock.advance(std::chrono::hours(24));
     EXPECT_EQ(run(), Texts{"anna@x.org VELTO account is expiring!"});
+}
+
+TEST_F(InactivityJobTest, CountsFromTheLastLogOnWhereItIsAskedTo)
+{
+    ini.WriteIniValue("Safeguards", "InactivityByLastLogon", "True");
+    const auto logged_on = [&](const char* name, int days_ago, bool enabled = true) {
+        add(kUsers,
+            {{"UserName", name}, {"Email", std::string(name) + "@x.org"}, {"AccountActive", enabled}});
+        add(qz::store::tables::kLastLogOn,
+            {{"UserName", name}, {"LogOnTime", clock.now().plus_seconds(-86400LL * days_ago)}});
+        log(name, 99); // its log says something else
+    };
+    logged_on("d22", 22);
+    logged_on("d23", 23);
+    logged_on("d30", 30);
+    logged_on("gone", 90, false);
+    user("o'never", 99, "never@x.org");
+    directory.SetUsers();
+    EXPECT_EQ(run(),
+        (Texts{"d30@x.org VELTO account is expired!", "boss@x.org VELTO for d30 account is expired!",
+            "d23@x.org VELTO account is expiring!"}));
+    EXPECT_EQ(disabled(), (Texts{"d30", "gone"}));
+    EXPECT_EQ(run(), Texts{"d23@x.org VELTO account is expiring!"}) << "who is disabled is told once";
+    last_log_ons.logged_on("d23");
+    EXPECT_EQ(run(), Texts{});
+    clock.advance(std::chrono::hours(24 * 22));
+    last_log_ons.logged_on("d22");
+    last_log_ons.logged_on("boss");
+    EXPECT_EQ(run(), Texts{}) << "who has never logged on counts from the first run";
+    clock.advance(std::chrono::hours(24));
+    EXPECT_EQ(
+        run(), (Texts{"d23@x.org VELTO account is expiring!", "never@x.org VELTO account is expiring!"}));
+    EXPECT_TRUE(journal.failures.empty());
+    ini.WriteIniValue("Safeguards", "InactivityByLastLogon", "");
+    last_log_ons.logged_on("d23");
+    EXPECT_EQ(column(qz::store::tables::kLastLogOn, "LogOnTime").at(1), "2026-03-02 09:00:00")
+        << "without the safeguard nothing is written";
 }
 
 TEST_F(InactivityJobTest, IsOffWithoutALimit)

@@ -265,6 +265,47 @@ TEST_F(AsioSocketsTest, NestedArrivalsKeepOrderAndBytes)
     EXPECT_EQ(of_slow, (std::vector{unit("first"), unit("second"), unit("third")}));
 }
 
+TEST_F(AsioSocketsTest, WhatIsNotReadWaitsInItsOrder)
+{
+    auto peer = connect();
+    auto other = connect();
+    const auto pauses = [&](std::size_t every) {
+        host.on_unit = [this, every](std::int16_t socket, const std::string&) {
+            if (host.units.size() % every == 0) {
+                sockets->set_reading(socket, false);
+            }
+        };
+    };
+    pauses(3);
+    std::string bytes; // more than one read takes
+    for (int i = 0; i < 3000; ++i) {
+        bytes += unit("number " + std::to_string(i));
+    }
+    peer.send(bytes);
+    EXPECT_TRUE(runner.until([&] { return host.units.size() == 3; }));
+    runner.run_for(2ms);
+    EXPECT_EQ(host.units.size(), 3U);
+    other.send(unit("x"));
+    EXPECT_TRUE(runner.until([&] { return host.units.size() == 4; })) << "others are read";
+    host.units.pop_back();
+    peer.close();
+    pauses(500);
+    for (std::size_t expected = 500; expected <= 3000; expected += 500) {
+        sockets->set_reading(1, true);
+        sockets->set_reading(1, false);
+        sockets->set_reading(1, true);
+        EXPECT_TRUE(runner.until([&] { return host.units.size() == expected; }));
+        runner.run_for(1ms);
+        ASSERT_EQ(host.units.size(), expected);
+    }
+    for (int i = 0; i < 3000; ++i) {
+        ASSERT_EQ(host.units[static_cast<std::size_t>(i)].second, unit("number " + std::to_string(i)));
+    }
+    EXPECT_TRUE(host.losses.empty());
+    sockets->set_reading(1, true);
+    EXPECT_TRUE(runner.until([&] { return host.losses.size() == 1; })) << "its end comes last";
+}
+
 TEST_F(AsioSocketsTest, ASlowReaderIsClosedAndNobodyElse)
 {
     auto slow = connect(4096);

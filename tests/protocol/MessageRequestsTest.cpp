@@ -413,3 +413,35 @@ TEST_F(MessageRequestsTest, TheHostWritesToOneUser)
     EXPECT_THAT(talk->log(), IsEmpty());
     EXPECT_THAT(ann.hear(), IsEmpty());
 }
+
+TEST_F(MessageRequestsTest, AQuotaKeepsMessagesOutAndSaysSo)
+{
+    const auto set = [&](const char* key, const char* value) {
+        talk->engine().ini.WriteIniValue("Safeguards", key, value);
+    };
+    auto ann = talk->on_line("ann");
+    auto carl = talk->on_line("carl");
+    const auto refusal = [](const std::string& to, const std::string& whose) {
+        return "notice Your message to " + to + " has not been accepted: too many messages " + whose
+            + " are waiting to be delivered; try again later";
+    };
+    set("QueuedPerSender", "2");
+    set("QueuedPerRecipient", "3");
+    write(ann, "screennamefrom=ann screennameto=bob", "one", 1);
+    write(ann, "screennamefrom=ann screennameto=dora", "two", 2);
+    forget({&ann});
+    write(ann, "screennamefrom=ann screennameto=bob", "three", 3);
+    EXPECT_THAT(ann.hear(), ElementsAre(refusal("bob", "from you")));
+    write(ann, wire("screennamefrom=ann screennameto=#the_attic"), "to the room", 8);
+    EXPECT_THAT(ann.hear(), IsEmpty()) << "rooms are counted by themselves";
+    write(carl, "screennamefrom=carl screennameto=bob", "four", 4);
+    write(carl, "screennamefrom=carl screennameto=bob", "five", 5);
+    forget({&carl});
+    set("QueuedPerSender", "9");
+    write(ann, "screennamefrom=ann screennameto=bob", "six", 6);
+    EXPECT_THAT(ann.hear(), ElementsAre(refusal("bob", "for this recipient")));
+    EXPECT_THAT(queued(), testing::SizeIs(4));
+    set("QueuedPerRecipient", "0");
+    write(ann, "screennamefrom=ann screennameto=bob", "seven", 7);
+    EXPECT_THAT(ann.hear(), testing::Each(testing::Not(HasSubstr("not been accepted"))));
+}

@@ -52,6 +52,14 @@ public:
     {
         return first([&](const QueueEntry& entry) { return !entry.delivered && entry.MsgID == msg_id; });
     }
+    template <typename Condition> std::size_t count(Condition&& condition) const
+    {
+        std::size_t number = 0;
+        for (const auto place : table_.in_use()) {
+            number += condition(table_.at(place)) ? 1U : 0U;
+        }
+        return number;
+    }
     bool any_to_expire(DateTime now) const
     {
         return first([&](const QueueEntry& entry) {
@@ -105,8 +113,12 @@ TEST(QueueTable, AnswersAsScansWould)
         const auto what = used.empty() ? 0 : below(9);
         if (what <= 2 && used.size() < 60) {
             const auto expiration = now.plus_seconds(static_cast<std::int64_t>(below(200)));
-            const auto place = table.put(
-                message("user" + std::to_string(below(6)), static_cast<double>(below(9)), expiration));
+            auto entry =
+                message("user" + std::to_string(below(6)), static_cast<double>(below(9)), expiration);
+            entry.sender = "user" + std::to_string(below(3));
+            entry.room = below(3) == 0 ? "attic" : "";
+            entry.automatic = below(4) == 0;
+            const auto place = table.put(entry);
             places = (std::max)(places, place + 1);
         } else if (what == 3) {
             table.free(any);
@@ -131,6 +143,16 @@ TEST(QueueTable, AnswersAsScansWould)
         ASSERT_EQ(table.next_to_expire(now).has_value(), scan.any_to_expire(now)) << "step " << step;
         const auto msg_id = static_cast<double>(below(9));
         ASSERT_EQ(table.undelivered(msg_id, ""), scan.undelivered(msg_id)) << "step " << step;
+        ASSERT_EQ(table.count_to("user1"), scan.count([](const QueueEntry& entry) {
+            return entry.recipient == "user1" && !entry.to_room();
+        })) << "step "
+            << step;
+        for (const bool to_room : {false, true}) {
+            ASSERT_EQ(table.count_from("user1", to_room), scan.count([&](const QueueEntry& entry) {
+                return entry.sender == "user1" && entry.to_room() == to_room && !entry.automatic;
+            })) << "step "
+                << step;
+        }
         for (const auto place : table.in_use()) {
             const auto& entry = table.at(place);
             ASSERT_EQ(table.is_message_before(entry.number, entry.recipient), scan.is_message_before(entry));

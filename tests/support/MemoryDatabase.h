@@ -19,7 +19,7 @@ inline const std::vector<platform::Table>& all_tables()
 {
     using namespace store::tables;
     static const std::vector<platform::Table> tables{
-        kUsers, kBuddies, kRooms, kMessages, kLog, kCommand, kAutoReply};
+        kUsers, kBuddies, kRooms, kMessages, kLog, kCommand, kAutoReply, kLastLogOn};
     return tables;
 }
 

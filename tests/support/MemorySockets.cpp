@@ -25,6 +25,8 @@ struct MemoryLink {
     Phase phase = Phase::Requested;
     helpers::UnitCutter cutter;
     std::string output; // not taken by the peer
+    std::string held;   // came while it was not to be read
+    bool reading = true;
     Time deadline = Time::max();
 
     std::string received;
@@ -94,6 +96,11 @@ public:
     }
     std::int16_t count() const override { return static_cast<std::int16_t>(slots_.size()); }
     std::int16_t state(std::int16_t socket) const override;
+    std::string request_address(std::int32_t request) const override
+    {
+        const auto found = network_.requests_.find(request);
+        return found == network_.requests_.end() ? std::string{} : found->second->address;
+    }
     void accept(std::int16_t socket, std::int32_t request) override;
     std::string remote_address(std::int16_t socket) const override
     {
@@ -106,6 +113,7 @@ public:
         const auto found = link(socket);
         return found ? found->output.size() : 0;
     }
+    void set_reading(std::int16_t socket, bool reading) override;
     void close(std::int16_t socket) override;
     void drop_turn() override;
 
@@ -198,15 +206,31 @@ void MemoryClientSockets::close(std::int16_t socket)
     }
 }
 
+void MemoryClientSockets::set_reading(std::int16_t socket, bool reading)
+{
+    const auto found = link(socket);
+    if (!found || std::exchange(found->reading, reading) == reading || !reading) {
+        return;
+    }
+    network_.loop_.post([found] {
+        if (found->sockets != nullptr) {
+            found->sockets->bytes_came(found, std::exchange(found->held, {}));
+        }
+    });
+}
+
 void MemoryClientSockets::bytes_came(const LinkPointer& link, std::string_view bytes)
 {
-    while (link->phase == Phase::Open) {
+    while (link->phase == Phase::Open && link->reading) {
         const auto unit = link->cutter.next_unit(bytes);
         if (!unit) {
             break;
         }
         link->in_turn = true;
         events_.data_arrived(link->number, *unit);
+    }
+    if (link->phase == Phase::Open && !link->reading) {
+        link->held.append(bytes);
     }
     if (link->phase == Phase::Open && link->cutter.overflowed()) {
         link->peer_gone = true;

@@ -38,6 +38,7 @@ public:
     void accept(std::int16_t socket, std::int32_t request);
     std::string remote_address(std::int16_t socket) const;
     std::string local_address() { return local_address_.text(); }
+    std::string request_address(std::int32_t request) const { return loop_.request_address(request); }
     /// None for a number without a connection.
     std::shared_ptr<AsioConnection> connection(std::int16_t socket) const;
     void drop_turn();
@@ -286,6 +287,11 @@ std::int16_t AsioClientSockets::state(std::int16_t socket) const
     return pool_->state(socket);
 }
 
+std::string AsioClientSockets::request_address(std::int32_t request) const
+{
+    return pool_->request_address(request);
+}
+
 void AsioClientSockets::accept(std::int16_t socket, std::int32_t request)
 {
     pool_->accept(socket, request);
@@ -312,6 +318,13 @@ std::size_t AsioClientSockets::unsent(std::int16_t socket) const
 {
     const auto connection = pool_->connection(socket);
     return connection ? connection->unsent() : 0;
+}
+
+void AsioClientSockets::set_reading(std::int16_t socket, bool reading)
+{
+    if (const auto connection = pool_->connection(socket)) {
+        connection->set_reading(reading);
+    }
 }
 
 void AsioClientSockets::close(std::int16_t socket)

@@ -33,11 +33,13 @@ public:
     std::int16_t count() const override;
     std::int16_t state(std::int16_t socket) const override;
     /// @throws EngineError when the number is not a closed socket of the pool or the request is gone.
+    std::string request_address(std::int32_t request) const override;
     void accept(std::int16_t socket, std::int32_t request) override;
     std::string remote_address(std::int16_t socket) const override;
     std::string local_address() const override;
     void send(std::int16_t socket, std::string_view text) override;
     std::size_t unsent(std::int16_t socket) const override;
+    void set_reading(std::int16_t socket, bool reading) override;
     void close(std::int16_t socket) override;
     void drop_turn() override;
 

@@ -1,6 +1,7 @@
 #include "platform/asio/AsioConnection.h"
 
 #include <boost/asio/buffer.hpp>
+#include <utility>
 
 #ifdef _WIN32
 #include <ws2tcpip.h>
@@ -72,7 +73,8 @@ void AsioConnection::start()
 
 void AsioConnection::wait_readable()
 {
-    if (waits_readable_ || peer_ended_ || !socket_.is_open()) {
+    const bool held = !reading_ && phase_ == Phase::Open;
+    if (held || waits_readable_ || peer_ended_ || !socket_.is_open()) {
         return;
     }
     waits_readable_ = true;
@@ -124,15 +126,38 @@ void AsioConnection::read()
 
 void AsioConnection::deliver(std::string_view bytes)
 {
-    while (phase_ == Phase::Open) {
+    delivering_ = true;
+    while (phase_ == Phase::Open && reading_) {
         const auto unit = cutter_.next_unit(bytes);
         if (!unit) {
             break;
         }
         owner_.unit_arrived(number_, *unit);
     }
+    delivering_ = false;
+    if (phase_ == Phase::Open && !reading_) {
+        held_.append(bytes);
+    }
     if (phase_ == Phase::Open && cutter_.overflowed()) {
         drop();
+    }
+}
+
+void AsioConnection::set_reading(bool reading)
+{
+    const bool goes_on = reading && !reading_;
+    reading_ = reading;
+    if (goes_on) {
+        loop_.post([self = shared_from_this()] { self->go_on_reading(); });
+    }
+}
+
+/// Nothing while older bytes are still being delivered, whose delivery goes on by itself.
+void AsioConnection::go_on_reading()
+{
+    if (reading_ && !delivering_ && phase_ == Phase::Open) {
+        deliver(std::exchange(held_, {}));
+        wait_readable();
     }
 }
 

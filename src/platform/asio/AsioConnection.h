@@ -43,6 +43,7 @@ public:
     void start();
     bool open() const { return phase_ == Phase::Open; }
     void send(std::string_view text);
+    void set_reading(bool reading);
     /// Writes what is pending, waits a moment for the peer to close too, and closes.
     void end();
     /// Writes as much of the pending output as the peer takes.
@@ -72,6 +73,7 @@ private:
     void wait_readable();
     void wait_writable();
     void read();
+    void go_on_reading();
     void deliver(std::string_view bytes);
     void write();
     void written_all();
@@ -86,11 +88,14 @@ private:
     AsioLoopCore& loop_;
     TcpSocket socket_;
     helpers::UnitCutter cutter_;
+    std::string held_; // bytes that came when it was not to be read any more: one buffer's worth at most
     std::string output_;
     std::size_t written_ = 0; // bytes of output_ that are gone
     SteadyClock::time_point deadline_ = SteadyClock::time_point::max();
     std::int16_t number_;
     Phase phase_ = Phase::Open;
+    bool reading_ = true;
+    bool delivering_ = false;
     bool peer_ended_ = false;
     bool waits_readable_ = false;
     bool waits_writable_ = false;

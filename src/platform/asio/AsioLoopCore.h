@@ -63,6 +63,12 @@ public:
     std::int32_t add_request(ConnectionRequest request);
     /// Nothing when there is no such request (any more).
     std::optional<ConnectionRequest> take_request(std::int32_t number);
+    /// Address of its peer; empty when there is no such request.
+    std::string request_address(std::int32_t number) const
+    {
+        const auto found = requests_.find(number);
+        return found == requests_.end() ? std::string{} : found->second.address;
+    }
 
 private:
     class EventScope {

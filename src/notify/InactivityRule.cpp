@@ -1,0 +1,50 @@
+#include "notify/InactivityRule.h"
+
+#include <algorithm>
+
+namespace qz::notify {
+
+InactivityRule::Step InactivityRule::step(std::int32_t limit, std::int32_t days_inactive)
+{
+    const auto days_left = limit - days_inactive;
+    if (limit <= 0 || days_left > kWarningDays) {
+        return Step::None;
+    }
+    return days_left > 0 ? Step::Warn : Step::Disable;
+}
+
+std::optional<InactivityRule::Findings> InactivityRule::look(std::int32_t least_days)
+{
+    if (by_last_logon()) {
+        return look_at_logons(least_days);
+    }
+    auto users = activity_.Retrieve_LastActivity(least_days);
+    return users ? std::optional(Findings{*std::move(users), {}}) : std::nullopt;
+}
+
+std::optional<InactivityRule::Findings> InactivityRule::look_at_logons(std::int32_t least_days)
+{
+    const auto accounts = last_log_ons_.accounts();
+    if (!accounts) {
+        return std::nullopt;
+    }
+    Findings findings;
+    for (const auto& account : *accounts) {
+        if (!account.AccountActive) {
+            continue;
+        }
+        if (account.LogOnTime.empty()) {
+            findings.uncounted.push_back(account.UserName);
+            continue;
+        }
+        const auto days = static_cast<std::int32_t>(days_between(account.LogOnTime, clock_.now()));
+        if (days >= least_days) {
+            findings.inactive.push_back({account.UserName, days});
+        }
+    }
+    std::stable_sort(findings.inactive.begin(), findings.inactive.end(),
+        [](const auto& left, const auto& right) { return left.DaysAgo > right.DaysAgo; });
+    return findings;
+}
+
+} // namespace qz::notify

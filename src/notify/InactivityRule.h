@@ -1,0 +1,54 @@
+// Who has been inactive for how long, and what follows from it: the rule of the inactivity job, also for
+// those who want to know beforehand.
+#pragma once
+
+#include "base/Clock.h"
+#include "config/Deployment.h"
+#include "store/LastActivity.h"
+#include "store/LastLogOns.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qz::notify {
+
+/// Without the safeguard InactivityByLastLogon, inactivity is the age of a user's oldest log row, in whole
+/// days. With it, it is counted from the user's last logon, and disabled accounts are left alone; an account
+/// without a known logon counts from the first run of the job that sees it.
+class InactivityRule {
+public:
+    /// Days before the limit during which a user is warned.
+    static constexpr std::int32_t kWarningDays = 7;
+
+    InactivityRule(store::LastActivity& activity, store::LastLogOns& last_log_ons,
+        const config::Deployment& deployment, const Clock& clock)
+        : activity_(activity), last_log_ons_(last_log_ons), deployment_(deployment), clock_(clock)
+    {
+    }
+
+    enum class Step { None, Warn, Disable };
+    /// @param limit  days after which an account is disabled; 0 or less when none is.
+    static Step step(std::int32_t limit, std::int32_t days_inactive);
+
+    struct Findings {
+        std::vector<store::InactiveUser> inactive; // that long or longer: the longest first
+        std::vector<std::string> uncounted;        // accounts that nobody has begun to count
+    };
+    /// Nothing when the tables could not be read, which has been reported then.
+    std::optional<Findings> look(std::int32_t least_days);
+
+    bool by_last_logon() const { return deployment_.inactivity_by_last_logon(); }
+    void begin_counting(const std::string& user_name) { last_log_ons_.begin_counting(user_name); }
+
+private:
+    std::optional<Findings> look_at_logons(std::int32_t least_days);
+
+    store::LastActivity& activity_;
+    store::LastLogOns& last_log_ons_;
+    const config::Deployment& deployment_;
+    const Clock& clock_;
+};
+
+} // namespace qz::notify
