@@ -22,6 +22,7 @@ endforeach()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME velto)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "instant messaging for small organisations (VELTO)")
 set(CPACK_PACKAGE_VENDOR "The VELTO developers")
 set(CPACK_PACKAGE_CONTACT "The VELTO developers <velto@example.org>")
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
@@ -36,11 +37,10 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 
 set(CPACK_DEBIAN_SERVER_PACKAGE_NAME velto-server)
-set(CPACK_DEBIAN_SERVER_DESCRIPTION "instant-messaging server for small organisations
- Users with accounts, rooms, presence, messages that wait for their recipients.
- One process, settings in one file, an embedded database or one on a server.")
-# The scripts need the first two; certificates are those of mail servers.
-set(CPACK_DEBIAN_SERVER_PACKAGE_DEPENDS "adduser, init-system-helpers, util-linux")
+set(CPACK_DEBIAN_SERVER_DESCRIPTION "The server: accounts, rooms, presence, messages that wait for their recipients.
+One process, settings in one file, an embedded database or one on a server.")
+# What the scripts need; the libraries are found by themselves.
+set(CPACK_DEBIAN_SERVER_PACKAGE_DEPENDS adduser)
 set(CPACK_DEBIAN_SERVER_PACKAGE_SUGGESTS "velto")
 set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm
@@ -48,6 +48,5 @@ set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_EXTRA
 set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME velto)
-set(CPACK_DEBIAN_CLIENT_DESCRIPTION "instant-messaging client for terminals and scripts
- Talks to a VELTO server: interactively, or from scripts.")
+set(CPACK_DEBIAN_CLIENT_DESCRIPTION "The client for terminals: a chat with people and rooms, and commands for scripts.")
 include(CPack)
