@@ -5,6 +5,7 @@
 #include "helpers/ProtocolKeywords.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 namespace qz::client {
@@ -16,6 +17,13 @@ using helpers::protocol_keywords;
 constexpr std::size_t kMaxSessionId = 64;
 constexpr std::size_t kMaxReasons = 8;
 constexpr std::string_view kLoopback = "127.0.0.1";
+constexpr std::string_view kAnyAddress = "0000:0000:0000:0000:0000:0000:000.000.000.000"; // as long as any
+
+std::size_t size_of(const Request& request)
+{
+    return std::accumulate(request.fields.begin(), request.fields.end(), std::size_t{0},
+        [](std::size_t sum, const auto& field) { return sum + field.second.size(); });
+}
 
 } // namespace
 
@@ -45,6 +53,8 @@ void ClientCore::set_account(Account account)
     if (account.screen_name != account_.screen_name) {
         seen_ = {};
         confirmations_.clear();
+        own_messages_.clear();
+        own_bytes_ = 0;
     }
     account_ = std::move(account);
     was_logged_on_ = false;
@@ -113,6 +123,7 @@ void ClientCore::leave_transport()
     outbox_ = {};
     echoes_.clear();
     confirmations_.connection_lost();
+    own_messages_.connection_lost();
 }
 
 void ClientCore::end(End why, std::string_view text)
@@ -198,7 +209,7 @@ void ClientCore::consume_output(std::size_t bytes)
 {
     outbox_.consume(bytes);
     if (is_logged_on()) {
-        send_confirmations(); // those that found no room before
+        send_owed(); // what found no room before
     }
 }
 
@@ -278,7 +289,7 @@ void ClientCore::log_on()
     was_logged_on_ = true;
     logged_on_at_ = now_;
     reasons_.clear();
-    send_confirmations();
+    send_owed();
     events_.logged_on();
 }
 
@@ -304,13 +315,16 @@ void ClientCore::take_message(const Message& message)
         return;
     }
     if (confirms_) {
+        if (confirmations_.is_full()) {
+            confirmations_.take_oldest();
+        }
         confirmations_.add(message.id);
     }
     if (seen_.is_new(message)) {
         events_.incoming(message);
     }
     if (is_logged_on()) {
-        send_confirmations();
+        send_owed();
     }
 }
 
@@ -323,25 +337,51 @@ bool ClientCore::take_own_echo()
     }
     const auto echo = echoes_.front();
     echoes_.pop_front();
-    confirmations_.acknowledge(echo.confirmations);
-    if (confirmations_.any_unacknowledged() && !is_probe_open()) {
-        probe();
+    while (confirmations_.take_acknowledged(echo.confirmations)) { }
+    settle(echo.messages);
+    if (is_logged_on()) {
+        send_owed();
     }
     return echo.is_own;
 }
 
+/// The server has worked on all own messages that were sent before the mark. A listener may stop, and even
+/// start anew: the rest is settled all the same.
+void ClientCore::settle(std::uint64_t mark)
+{
+    while (const auto message = own_messages_.take_acknowledged(mark)) {
+        own_bytes_ -= size_of(message->request);
+        events_.settled(message->id);
+    }
+}
+
+void ClientCore::send_owed()
+{
+    send_confirmations();
+    send_own_messages();
+    const bool unsure = confirmations_.any_unacknowledged() || own_messages_.any_unacknowledged();
+    if (unsure && !is_probe_open()) {
+        probe();
+    }
+}
+
 void ClientCore::send_confirmations()
 {
-    bool any = false;
-    while (const auto id = confirmations_.next_to_send()) {
+    while (const auto* const id = confirmations_.next_to_send()) {
         if (put(requests::receipt(*id), fresh_id()) != SendResult::Sent) {
             break; // no room; they go as soon as there is some
         }
         confirmations_.mark_sent();
-        any = true;
     }
-    if (any && !is_probe_open()) {
-        probe();
+}
+
+void ClientCore::send_own_messages()
+{
+    while (const auto* const message = own_messages_.next_to_send()) {
+        if (put(message->request, message->id) != SendResult::Sent) {
+            break; // the same
+        }
+        own_messages_.mark_sent();
     }
 }
 
@@ -351,7 +391,7 @@ void ClientCore::probe()
 {
     probed_at_ = now_;
     if (put(requests::echo(), fresh_id()) == SendResult::Sent) {
-        echoes_.push_back({true, confirmations_.mark()});
+        echoes_.push_back({true, confirmations_.mark(), own_messages_.mark()});
     }
 }
 
@@ -371,20 +411,15 @@ SendResult ClientCore::send(const Request& request)
     }
     const auto result = put(request, fresh_id());
     if (is_echo && result == SendResult::Sent) {
-        echoes_.push_back({false, confirmations_.mark()});
+        echoes_.push_back({false, confirmations_.mark(), own_messages_.mark()});
     }
     return result;
 }
 
 ClientCore::SentMessage ClientCore::send_message(const OutgoingMessage& message)
 {
-    const auto& prefix = protocol_keywords().RoomPrefix;
-    const auto to = trim(message.to);
-    if (to.empty() || to == prefix) {
-        return {SendResult::NoRecipient};
-    }
-    if (trim(message.text).empty()) {
-        return {SendResult::NoText};
+    if (const auto refusal = refusal_of(message); refusal != SendResult::Sent) {
+        return {refusal};
     }
     if (!is_logged_on()) {
         return {SendResult::NotLoggedOn};
@@ -395,6 +430,56 @@ ClientCore::SentMessage ClientCore::send_message(const OutgoingMessage& message)
     const auto id = fresh_id();
     const auto result = put(requests::message(message), id);
     return {result, result == SendResult::Sent ? id : 0};
+}
+
+ClientCore::SentMessage ClientCore::deliver_message(const OutgoingMessage& message)
+{
+    if (const auto refusal = refusal_of(message); refusal != SendResult::Sent) {
+        return {refusal};
+    }
+    if (state_ == State::Stopped) {
+        return {SendResult::NotLoggedOn};
+    }
+    if (!is_deliverable(message, account_.screen_name)) {
+        return {SendResult::TooLong};
+    }
+    auto request = requests::message(message);
+    if (const auto refusal = refusal_of(request); refusal != SendResult::Sent) {
+        return {refusal};
+    }
+    const auto size = size_of(request);
+    if (own_messages_.is_full() || own_bytes_ + size > kMaxOwnBytes) {
+        return {SendResult::OutputFull};
+    }
+    own_bytes_ += size;
+    const auto id = fresh_id();
+    own_messages_.add({id, std::move(request)});
+    if (is_logged_on()) {
+        send_owed();
+    }
+    return {SendResult::Sent, id};
+}
+
+SendResult ClientCore::refusal_of(const OutgoingMessage& message)
+{
+    const auto to = trim(message.to);
+    if (to.empty() || to == protocol_keywords().RoomPrefix) {
+        return SendResult::NoRecipient;
+    }
+    return trim(message.text).empty() ? SendResult::NoText : SendResult::Sent;
+}
+
+/// Why a request could never be sent, whatever the session.
+SendResult ClientCore::refusal_of(const Request& request) const
+{
+    constexpr std::size_t kMostAround = 64; // keyword, marks and number
+    const Session any{std::string(kMaxSessionId, '0'), account_.screen_name, std::string(kAnyAddress)};
+    const auto parameters = compose_parameters(parser_, any, request);
+    if (!parameters) {
+        return SendResult::NotTransmittable;
+    }
+    return character_count(*parameters) + kMostAround > kMaxRequestCharacters ? SendResult::TooLong
+                                                                              : SendResult::Sent;
 }
 
 SendResult ClientCore::put(const Request& request, MessageId number)

@@ -36,10 +36,11 @@ struct Account {
 class ClientCore {
 public:
     static constexpr std::size_t kMaxUnansweredEchoes = 64;
-    static constexpr std::chrono::seconds kConnectTime{60}; // until a connection stands
-    static constexpr std::chrono::seconds kAnswerTime{30};  // for the session, the logon, an echo
-    static constexpr std::chrono::seconds kQuietTime{60};   // after which the client asks for a sign of life
-    static constexpr std::chrono::seconds kStableTime{60};  // logged on so long, delays begin anew
+    static constexpr std::size_t kMaxOwnBytes = Outbox::kMaxBytes; // of messages that the server may not have
+    static constexpr std::chrono::seconds kConnectTime{60};        // until a connection stands
+    static constexpr std::chrono::seconds kAnswerTime{30};         // for the session, the logon, an echo
+    static constexpr std::chrono::seconds kQuietTime{60};  // after which the client asks for a sign of life
+    static constexpr std::chrono::seconds kStableTime{60}; // logged on so long, delays begin anew
 
     /// Both outlive the core.
     ClientCore(Account account, helpers::Crypto& crypto, ClientEvents& events);
@@ -78,7 +79,14 @@ public:
         SendResult result = SendResult::NotLoggedOn;
         MessageId id = 0; // names the message in its receipt; 0 when it was not sent
     };
+    /// Sends on this connection, and forgets it.
     SentMessage send_message(const OutgoingMessage& message);
+    /// Keeps the message until the server has accepted or refused it (ClientEvents::settled), and sends it
+    /// again after a reconnection, with the same number. Between two connections it waits for the next logon.
+    /// Not to be sent a second time by the program: that would be another message.
+    SentMessage deliver_message(const OutgoingMessage& message);
+    /// Own messages of which it is not known yet whether the server has them.
+    std::size_t unsettled() const { return own_messages_.size(); }
     /// Whether messages that come from now on are confirmed, as they are at first. A program in which nobody
     /// reads leaves them with the server, which keeps them for the user's next client.
     void confirm_messages(bool on) { confirms_ = on; }
@@ -90,6 +98,7 @@ private:
     struct SentEcho {
         bool is_own = false;             // ours, to hear whether the server is there
         std::uint64_t confirmations = 0; // those sent before it
+        std::uint64_t messages = 0;      // the same
     };
 
     bool is_open() const { return state_ >= State::Greeting; }
@@ -105,9 +114,14 @@ private:
     void take_incoming(const Incoming& incoming);
     void take_message(const Message& message);
     bool take_own_echo();
+    void settle(std::uint64_t mark);
+    void send_owed();
     void send_confirmations();
+    void send_own_messages();
     void probe();
     bool is_probe_open() const;
+    static SendResult refusal_of(const OutgoingMessage& message);
+    SendResult refusal_of(const Request& request) const;
     SendResult put(const Request& request, MessageId number);
     MessageId fresh_id();
 
@@ -136,6 +150,8 @@ private:
     bool confirms_ = true;
     SeenMessages seen_;
     Confirmations confirmations_;
+    OwnMessages own_messages_;
+    std::size_t own_bytes_ = 0;   // of the texts in own_messages_
     std::deque<SentEcho> echoes_; // not answered yet, oldest first
 };
 

@@ -44,6 +44,8 @@ public:
     /// Whatever else the server says, while logged on and on the way there.
     virtual void incoming(const Incoming& incoming) = 0;
     virtual void disconnected(const Disconnected& disconnected) = 0;
+    /// The server has accepted a message that was to be delivered, or a notice has told why it refused it.
+    virtual void settled(MessageId /*id*/) { }
 
 protected:
     ~ClientEvents() = default; // never deleted through this type

@@ -2,8 +2,6 @@
 
 #include "base/Text.h"
 
-#include <algorithm>
-
 namespace qz::client {
 
 bool SeenMessages::is_new(const Message& message)
@@ -20,41 +18,6 @@ bool SeenMessages::is_new(const Message& message)
         order_.pop_front();
     }
     return true;
-}
-
-void Confirmations::add(MessageId id)
-{
-    ids_.push_back(id);
-    if (ids_.size() > kMost) {
-        ids_.pop_front();
-        ++first_;
-        next_ = (std::max)(next_, first_);
-    }
-}
-
-std::optional<MessageId> Confirmations::next_to_send() const
-{
-    const auto position = next_ - first_;
-    return position < ids_.size() ? std::optional(ids_[position]) : std::nullopt;
-}
-
-void Confirmations::mark_sent()
-{
-    ++next_;
-}
-
-void Confirmations::acknowledge(std::uint64_t mark)
-{
-    while (first_ < mark && !ids_.empty()) {
-        ids_.pop_front();
-        ++first_;
-    }
-}
-
-void Confirmations::clear()
-{
-    acknowledge(first_ + ids_.size());
-    next_ = first_;
 }
 
 } // namespace qz::client

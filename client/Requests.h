@@ -16,7 +16,7 @@ namespace qz::client {
 
 /// Outcome of handing something to the server. Anything but Sent has changed nothing.
 enum class SendResult {
-    Sent,             // on its way; the connection may still break
+    Sent,             // on its way; the connection may still break, unless it is to be delivered
     NotLoggedOn,      // there is no session now
     NoRecipient,      // a message to nobody
     NoText,           // a message without a text

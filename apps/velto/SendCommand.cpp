@@ -33,7 +33,8 @@ std::string text_of(const SendOptions& options)
 /// The texts with which the server tells that it keeps a message not. They are part of the protocol.
 bool is_refusal(const std::string& notice)
 {
-    return notice.ends_with(" doesn't exist!") || notice == "You can't send messages to yourself!";
+    return notice.ends_with(" doesn't exist!") || notice.ends_with(" was not accepted!")
+        || notice == "You can't send messages to yourself!";
 }
 
 /// One message on its way, and what is known of it.

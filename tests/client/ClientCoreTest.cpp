@@ -234,6 +234,35 @@ TEST(ClientCore, LeavesMessagesWithTheServerWhenNobodyReads)
         << "what was owed before is still confirmed";
 }
 
+TEST(ClientCore, OwnMessagesAreSentUntilTheServerHasThem)
+{
+    Conversation talk;
+    talk.log_on();
+    const auto first = talk.core.deliver_message({"bob", "one"}).id;
+    const auto second = talk.core.deliver_message({"bob", "two"}).id;
+    EXPECT_THAT(talk.client(),
+        ElementsAre("msg sessionidvalue=42 screennamefrom=ann screennameto=bob msg=one",
+            "echo sessionidvalue=42", "msg sessionidvalue=42 screennamefrom=ann screennameto=bob msg=two"));
+    talk.server("echo ");
+    EXPECT_THAT(talk.events.settled_messages, ElementsAre(first)) << "the second was sent after that echo";
+    talk.core.closed("gone", talk.now);
+    const auto third = talk.core.deliver_message({"bob", "three"}); // between two connections
+    EXPECT_EQ(third.result, SendResult::Sent);
+    talk.pass(60s);
+    talk.core.opened("10.0.0.7", talk.now);
+    talk.server("session sessionidvalue=43");
+    talk.client();
+    talk.server("logon answer=accepted");
+    EXPECT_NE(talk.core.output().find("\x0E" + std::to_string(second) + "\x0F"), std::string_view::npos)
+        << "with the same number";
+    EXPECT_THAT(talk.client(),
+        ElementsAre("msg sessionidvalue=43 screennamefrom=ann screennameto=bob msg=two",
+            "msg sessionidvalue=43 screennamefrom=ann screennameto=bob msg=three", "echo sessionidvalue=43"));
+    talk.server("echo ");
+    EXPECT_THAT(talk.events.settled_messages, ElementsAre(first, second, third.id));
+    EXPECT_EQ(talk.core.unsettled(), 0U);
+}
+
 TEST(ClientCore, ReconnectsAtTheTimeItNames)
 {
     Conversation talk;

@@ -33,11 +33,13 @@ public:
     void refused(const std::vector<std::string>& reasons) override;
     void incoming(const client::Incoming& incoming) override { lines.push_back(show(incoming)); }
     void disconnected(const client::Disconnected& disconnected) override;
+    void settled(client::MessageId id) override { settled_messages.push_back(id); }
 
     std::vector<std::string> take() { return std::exchange(lines, {}); }
 
     std::vector<std::string> lines;
     client::Disconnected last_end;
+    std::vector<client::MessageId> settled_messages;
 };
 
 /// The text in its envelope, in as many frames as the server makes of it.

@@ -55,27 +55,26 @@ TEST(SeenMessages, KnowSenderAndNumberUpToTheirLimit)
     EXPECT_TRUE(seen.is_new(message(1, "bob")));
 }
 
-TEST(Confirmations, StayUntilAcknowledged)
+TEST(Owed, StaysUntilAcknowledged)
 {
-    Confirmations owed;
+    Owed<int> owed;
     owed.add(1);
     owed.add(2);
     owed.mark_sent();
     const auto mark = owed.mark();
     owed.mark_sent();
     owed.add(3);
-    owed.acknowledge(mark);
-    EXPECT_EQ(owed.size(), 2U);
-    EXPECT_EQ(owed.next_to_send(), 3U);
+    EXPECT_EQ(owed.take_acknowledged(mark), 1);
+    EXPECT_EQ(owed.take_acknowledged(mark), std::nullopt);
+    EXPECT_EQ(*owed.next_to_send(), 3);
     owed.connection_lost();
-    EXPECT_EQ(owed.next_to_send(), 2U) << "sent, not acknowledged";
-    for (MessageId id = 4; id < Confirmations::kMost + 10; ++id) {
-        owed.add(id);
-    }
-    EXPECT_EQ(owed.size(), Confirmations::kMost);
-    EXPECT_EQ(owed.next_to_send(), 10U) << "the oldest have given way";
+    EXPECT_EQ(*owed.next_to_send(), 2) << "sent, not acknowledged";
+    EXPECT_EQ(owed.take_acknowledged(mark), std::nullopt);
+    EXPECT_EQ(owed.take_oldest(), 2);
+    EXPECT_EQ(*owed.next_to_send(), 3);
     owed.clear();
-    EXPECT_EQ(owed.next_to_send(), std::nullopt);
+    EXPECT_EQ(owed.next_to_send(), nullptr);
+    EXPECT_FALSE(owed.any_unacknowledged());
 }
 
 TEST(Reassembly, JoinsInIndexOrderAndForgets)
