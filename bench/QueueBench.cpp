@@ -46,7 +46,7 @@ void tick_of_waiting_messages(benchmark::State& state)
         benchmark::DoNotOptimize(table.next_finished(0));
         table.make_due(now, kRetrySeconds);
         benchmark::DoNotOptimize(table.next_due(0));
-        benchmark::DoNotOptimize(table.next_unconfirmed(0));
+        benchmark::DoNotOptimize(table.next_to_resend(now, kRetrySeconds));
     }
 }
 BENCHMARK(tick_of_waiting_messages)->Arg(100)->Arg(10'000)->Arg(100'000);

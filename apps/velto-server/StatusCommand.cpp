@@ -14,7 +14,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kWordsWidth = 18;
+constexpr std::size_t kWordsWidth = 20;
 constexpr std::int64_t kSilence = 30; // seconds; a sign comes at least every ten
 
 void print_line(std::string_view words, const std::string& value)

@@ -3,6 +3,7 @@
 #include "base/EngineError.h"
 
 #include <limits>
+#include <utility>
 
 namespace qz::net {
 
@@ -18,6 +19,7 @@ std::optional<std::string> ChunkStore::put(
     const MessageKey key{socket, header.message_number};
     drop_other_count(key, header.chunk_count);
     if ((size_ >= kMaxChunks || chunks_of(socket) >= kMaxChunksPerSender) && needs_room(key, header)) {
+        incomplete_.insert(socket);
         throw runtime_error(
             RuntimeError::OutOfMemory, "The store of partial messages is full; a chunk was dropped");
     }
@@ -59,14 +61,19 @@ bool ChunkStore::needs_room(const MessageKey& key, const helpers::FrameHeader& h
 void ChunkStore::sweep(DateTime now)
 {
     for (auto message = messages_.begin(); message != messages_.end();) {
-        size_ -= std::erase_if(message->second.chunks,
+        const auto dropped = std::erase_if(message->second.chunks,
             [&](const auto& entry) { return seconds_between(entry.second.arrival, now) > kMaxAgeSeconds; });
+        size_ -= dropped;
+        if (dropped > 0) {
+            incomplete_.insert(message->first.first);
+        }
         message = message->second.chunks.empty() ? messages_.erase(message) : std::next(message);
     }
 }
 
 void ChunkStore::drop(std::int16_t socket)
 {
+    incomplete_.erase(socket);
     auto message = messages_.lower_bound({socket, (std::numeric_limits<std::int32_t>::min)()});
     while (message != messages_.end() && message->first.first == socket) {
         size_ -= message->second.chunks.size();
@@ -74,8 +81,14 @@ void ChunkStore::drop(std::int16_t socket)
     }
 }
 
+std::set<std::int16_t> ChunkStore::take_incomplete()
+{
+    return std::exchange(incomplete_, {});
+}
+
 void ChunkStore::clear()
 {
+    incomplete_.clear();
     messages_.clear();
     size_ = 0;
 }

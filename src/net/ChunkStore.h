@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -33,6 +34,9 @@ public:
 
     /// Gives up every chunk that arrived more than kMaxAgeSeconds before now.
     void sweep(DateTime now);
+    /// The sockets of which a chunk was given up or dropped since the last call, so that a message of theirs
+    /// never becomes whole.
+    std::set<std::int16_t> take_incomplete();
     /// Drops what a socket has sent so far.
     void drop(std::int16_t socket);
     void clear();
@@ -54,6 +58,7 @@ private:
     std::size_t chunks_of(std::int16_t socket) const;
 
     std::map<MessageKey, Message> messages_;
+    std::set<std::int16_t> incomplete_;
     std::size_t size_ = 0;
 };
 

@@ -103,6 +103,11 @@ std::int64_t SocketPool::count_connected() const
     return connected;
 }
 
+std::size_t SocketPool::unsent(std::int16_t socket) const
+{
+    return sockets_ == nullptr ? 0 : sockets_->unsent(socket);
+}
+
 std::string SocketPool::get_RemoteAddress(std::int16_t socket) const
 {
     if (sockets_ == nullptr) {

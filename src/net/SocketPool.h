@@ -45,6 +45,8 @@ public:
     bool SocketFree(std::int16_t socket) const;
     bool is_connected(std::int16_t socket) const;
     std::int64_t count_connected() const;
+    /// Bytes that the peer has not taken yet.
+    std::size_t unsent(std::int16_t socket) const;
     bool SessionIDFree(const std::string& session_id) const
     {
         return !connections_.is_session_id_used(session_id);

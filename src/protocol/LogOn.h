@@ -11,6 +11,7 @@
 #include "protocol/LogonThrottle.h"
 #include "protocol/Request.h"
 #include "protocol/Welcome.h"
+#include "queue/MessageQueue.h"
 #include "store/Accounts.h"
 #include "store/LastLogOns.h"
 
@@ -30,6 +31,7 @@ public:
         net::ActiveUsersMenu& menu;
         LogonThrottle& throttle;
         store::LastLogOns& last_log_ons;
+        queue::MessageQueue& queue;
     };
     LogOn(Outcomes outcomes, store::Accounts& accounts, helpers::SettingsCipher& cipher,
         const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);

@@ -57,27 +57,37 @@ MessageRequests::MessageRequests(People people, Ways ways, Rules rules, const he
 
 void MessageRequests::Request_Msg(const Request& request)
 {
-    guarded(journal_, "Request_Msg", request.remote_ip, [&] {
-        auto message = message_in(request);
-        if (!recipient_exists(message)) {
-            return;
-        }
-        const std::string expiration(
-            trim(replace_all(parser_.value(request.parameters, "expirationend"), "_", " ")));
-        message.expiration_time = expiration.empty()
-            ? clock_.now().plus_seconds(kSecondsPerMinute * rules_.settings.get_Message_Expiration_Time())
-            : expiration_in(expiration);
-        if (people_.auto_replies.Retrieve_AutoReply(message.sender)) {
-            tell(message.sender, "You have AutoReply On");
-        }
-        if (message.recipient == message.sender) {
-            tell(message.sender, "You can't send messages to yourself!");
-        } else if (is_room(message.recipient)) {
-            send_to_room(std::move(message));
-        } else {
-            send_to_user(message);
-        }
+    ways_.queue.require_whole_turn();
+    const bool settled = guarded(journal_, "Request_Msg", request.remote_ip, false, [&] {
+        take_message(request);
+        return true;
     });
+    if (!settled) {
+        refuse(message_in(request));
+    }
+}
+
+void MessageRequests::take_message(const Request& request)
+{
+    auto message = message_in(request);
+    if (!recipient_exists(message)) {
+        return;
+    }
+    const std::string expiration(
+        trim(replace_all(parser_.value(request.parameters, "expirationend"), "_", " ")));
+    message.expiration_time = expiration.empty()
+        ? clock_.now().plus_seconds(kSecondsPerMinute * rules_.settings.get_Message_Expiration_Time())
+        : expiration_in(expiration);
+    if (people_.auto_replies.Retrieve_AutoReply(message.sender)) {
+        tell(message.sender, "You have AutoReply On");
+    }
+    if (message.recipient == message.sender) {
+        tell(message.sender, "You can't send messages to yourself!");
+    } else if (is_room(message.recipient)) {
+        send_to_room(std::move(message));
+    } else {
+        send_to_user(message);
+    }
 }
 
 /// The message as the request words it, but for its expiration.
@@ -123,6 +133,7 @@ void MessageRequests::send_to_room(queue::NewMessage message)
     }
     people_.rooms.AddUserInRoom(message.sender, message.room, message.remote_ip);
     if (!people_.rooms.UserAlreadyInRoom(message.sender, message.room)) {
+        refuse(message);
         return;
     }
     message.expiration_time = clock_.now().plus_seconds(kRoomSeconds);
@@ -174,17 +185,30 @@ bool MessageRequests::tell_full(const queue::NewMessage& message, std::size_t me
         && reaches(ways_.queue.count_to(message.recipient), rules_.deployment.queued_per_recipient(), 1)) {
         why = "too many messages for this recipient are waiting to be delivered";
     }
-    if (why != nullptr) {
-        tell(message.sender,
-            "Your message to " + message.recipient + " has not been accepted: " + why + "; try again later");
+    if (why == nullptr || ways_.queue.is_repeated(message)) {
+        return false;
     }
-    return why != nullptr;
+    tell(message.sender,
+        "Your message to " + message.recipient + " has not been accepted: " + why + "; try again later");
+    return true;
 }
 
 void MessageRequests::put(const queue::NewMessage& message)
 {
-    ways_.queue.QueueMessage_Put(message, people_.connections.UserIsOnline(message.recipient));
+    const bool queued =
+        ways_.queue.QueueMessage_Put(message, people_.connections.UserIsOnline(message.recipient));
+    if (!queued) {
+        refuse(message);
+    }
     ways_.queue.QueueMessage_Send();
+}
+
+/// Where DurableQueue is on, a sender who hears nothing of a message may take it for accepted.
+void MessageRequests::refuse(const queue::NewMessage& message)
+{
+    if (rules_.deployment.durable_queue()) {
+        tell(message.sender, "Your message to " + message.recipient + " was not accepted!");
+    }
 }
 
 void MessageRequests::tell(const std::string& user, const std::string& notice)
@@ -214,9 +238,9 @@ void MessageRequests::Send_TypingMessage(
 
 void MessageRequests::Request_MsgReceipt(const Request& request)
 {
+    const bool own_only = rules_.deployment.verify_receipt() || rules_.deployment.keep_until_confirmed();
     ways_.queue.QueueMessage_SetToDelivered(leading_number(parser_.value(request.parameters, "msgid")),
-        rules_.deployment.verify_receipt() ? people_.connections.Retrieve_ScreenNameBySocket(request.socket)
-                                           : std::string{});
+        own_only ? people_.connections.Retrieve_ScreenNameBySocket(request.socket) : std::string{});
 }
 
 void MessageRequests::Send_InstantMessage(const std::string& message, const std::string& screen_name)

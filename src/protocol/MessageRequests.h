@@ -36,6 +36,7 @@ public:
         net::Sender& sender;
         const net::SocketPool& pool;
     };
+    /// Times and safeguards, read at their use.
     struct Rules {
         const config::Settings& settings;
         const config::Deployment& deployment;
@@ -44,7 +45,8 @@ public:
         const Clock& clock, Journal& journal);
 
     /// Warns the sender of whatever stands against the message, then queues it: for a user, or for each other
-    /// member of a room. Whoever writes to a room joins it.
+    /// member of a room. Whoever writes to a room joins it. With DurableQueue a message that fails on the way
+    /// is refused with a notice.
     void Request_Msg(const Request& request);
     void Request_Typing(const Request& request);
     void Request_MsgReceipt(const Request& request);
@@ -55,12 +57,14 @@ public:
     void Send_InstantMessage(const std::string& message, const std::string& screen_name);
 
 private:
+    void take_message(const Request& request);
     queue::NewMessage message_in(const Request& request) const;
     bool recipient_exists(queue::NewMessage& message);
     void send_to_room(queue::NewMessage message);
     void send_to_user(const queue::NewMessage& message);
     bool tell_full(const queue::NewMessage& message, std::size_t members);
     void put(const queue::NewMessage& message);
+    void refuse(const queue::NewMessage& message);
     void tell(const std::string& user, const std::string& notice);
 
     People people_;

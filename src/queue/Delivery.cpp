@@ -35,6 +35,17 @@ Delivery::Delivery(const net::ConnectionTable& connections, const net::SocketPoo
 {
 }
 
+bool Delivery::is_connected(const std::string& recipient) const
+{
+    return pool_.is_connected(connections_.Retrieve_UserSocket(recipient));
+}
+
+bool Delivery::has_room(const std::string& recipient) const
+{
+    constexpr std::size_t kEnough = std::size_t{256} * 1024; // a connection with a megabyte is closed
+    return pool_.unsent(connections_.Retrieve_UserSocket(recipient)) < kEnough;
+}
+
 bool Delivery::Send_Message(const QueueEntry& entry)
 {
     const auto socket = connections_.Retrieve_UserSocket(entry.recipient);

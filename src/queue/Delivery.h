@@ -19,6 +19,10 @@ public:
     /// Sends a message to its recipient's socket.
     /// @return false when the recipient is not connected, which is logged; the message then stays queued.
     bool Send_Message(const QueueEntry& entry);
+    bool is_connected(const std::string& recipient) const;
+    /// False while a recipient has not taken a good part of what was sent before. True for one who is off
+    /// line.
+    bool has_room(const std::string& recipient) const;
     /// Tells a sender that the recipient has the message; logged. Nothing happens when the sender is not
     /// connected.
     void send_receipt(const std::string& sender, const std::string& recipient, double msg_id);

@@ -4,6 +4,7 @@
 #include "base/Text.h"
 #include "helpers/ProtocolKeywords.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace qz::queue {
@@ -14,6 +15,9 @@ namespace {
 
 constexpr std::int64_t kRetrySeconds = 10;
 constexpr std::int64_t kUnconfirmedSeconds = 15;
+constexpr std::int64_t kLongestPause = 240; // between two attempts at a message that nobody confirms
+constexpr int kMostDoublings = 4;           // of the first pause, until it is the longest
+constexpr std::int32_t kMostResends = 1000; // in one walk, so that a tick stays short
 constexpr std::int64_t kSecondsPerMinute = 60;
 constexpr std::int64_t kSecondsPerDay = 86400;
 
@@ -24,45 +28,80 @@ std::string sender_and_recipient(const QueueEntry& entry)
 
 } // namespace
 
-MessageQueue::MessageQueue(MessageRows rows, Delivery delivery, store::AutoReplies& auto_replies,
-    config::Settings& settings, helpers::MessageParser& parser, const Clock& clock, Journal& journal)
-    : rows_(rows), delivery_(delivery), auto_replies_(auto_replies), settings_(settings), parser_(parser),
-      clock_(clock), journal_(journal)
+MessageQueue::MessageQueue(store::Database& database, Delivery delivery, store::AutoReplies& auto_replies,
+    Rules rules, helpers::MessageParser& parser, const Clock& clock, Journal& journal)
+    : rows_(database), kept_(database, journal), delivery_(delivery), auto_replies_(auto_replies),
+      rules_(rules), parser_(parser), clock_(clock), journal_(journal)
 {
 }
 
-void MessageQueue::QueueMessage_Put(const NewMessage& message, bool recipient_on_line)
+bool MessageQueue::QueueMessage_Put(const NewMessage& message, bool recipient_on_line)
 {
-    guarded(journal_, "QueueMessage_Put", message.remote_ip, [&] {
-        const auto now = clock_.now();
-        QueueEntry entry{.sender = message.sender,
-            .recipient = message.recipient,
-            .text = message.text,
-            .MsgID = message.msg_id,
-            .received_time = now,
-            .expiration_time = message.expiration_time,
-            .receipt_requested = message.receipt_requested,
-            .room = message.room};
-        const bool auto_reply = auto_replies_.Retrieve_AutoReply(message.recipient);
-        std::string note;
-        if (auto_reply && !recipient_on_line) {
-            entry.expiration_time = now.plus_months(1);
-            note = " ##The expiration date for the message you wrote has been moved from the IM server to "
-                + entry.expiration_time.text() + " instead of " + message.expiration_time.text() + "##";
-        }
-        rows_.save(entry);
-        if (auto_reply) {
-            auto reply = automatic_reply(entry, note);
-            rows_.save(reply);
-            table_.put(std::move(entry));
-            table_.put(std::move(reply));
+    require_whole_turn();
+    return guarded(journal_, "QueueMessage_Put", message.remote_ip, false, [&] {
+        if (is_repeated(message)) {
+            journal_.Log("Message repeated with MsgID " + decimal(message.msg_id) + " from " + message.sender
+                    + " to " + message.recipient,
+                message.sender, message.remote_ip);
         } else {
-            table_.put(std::move(entry));
+            put(message, recipient_on_line);
         }
-        const auto to = message.room.empty() ? " to " + message.recipient : " for room " + message.room;
-        journal_.Log("New message from " + message.sender + to + " with MsgID " + decimal(message.msg_id),
-            message.sender, message.remote_ip);
+        return true;
     });
+}
+
+/// 0 is no number that a client may give.
+bool MessageQueue::is_repeated(const NewMessage& message)
+{
+    return message.msg_id != 0 && rules_.deployment.durable_queue()
+        && (table_.holds(message.sender, message.recipient, message.msg_id)
+            || rows_.contains(message.sender, message.recipient, message.msg_id));
+}
+
+void MessageQueue::put(const NewMessage& message, bool recipient_on_line)
+{
+    const auto now = clock_.now();
+    QueueEntry entry{.sender = message.sender,
+        .recipient = message.recipient,
+        .text = message.text,
+        .MsgID = message.msg_id,
+        .received_time = now,
+        .expiration_time = message.expiration_time,
+        .receipt_requested = message.receipt_requested,
+        .room = message.room};
+    const bool auto_reply = auto_replies_.Retrieve_AutoReply(message.recipient);
+    std::string note;
+    if (auto_reply && !recipient_on_line) {
+        entry.expiration_time = now.plus_months(1);
+        note = " ##The expiration date for the message you wrote has been moved from the IM server to "
+            + entry.expiration_time.text() + " instead of " + message.expiration_time.text() + "##";
+    }
+    save(entry);
+    if (auto_reply) {
+        auto reply = automatic_reply(entry, note);
+        save(reply);
+        enter(std::move(entry));
+        enter(std::move(reply));
+    } else {
+        enter(std::move(entry));
+    }
+    const auto to = message.room.empty() ? " to " + message.recipient : " for room " + message.room;
+    journal_.Log("New message from " + message.sender + to + " with MsgID " + decimal(message.msg_id),
+        message.sender, message.remote_ip);
+}
+
+void MessageQueue::save(QueueEntry& entry)
+{
+    rows_.save(entry);
+    if (rules_.deployment.durable_queue()) {
+        kept_.add(entry);
+    }
+}
+
+void MessageQueue::enter(QueueEntry entry)
+{
+    const auto place = table_.put(std::move(entry));
+    kept_.entered(table_.at(place));
 }
 
 /// The recipient's automatic reply to a message: never answered by another one, and without a receipt.
@@ -74,7 +113,8 @@ QueueEntry MessageQueue::automatic_reply(const QueueEntry& message, const std::s
         .text = auto_replies_.Retrieve_AutoReplyMessage(message.recipient) + note,
         .MsgID = parser_.fresh_number(),
         .received_time = now,
-        .expiration_time = now.plus_seconds(kSecondsPerMinute * settings_.get_Message_Expiration_Time()),
+        .expiration_time =
+            now.plus_seconds(kSecondsPerMinute * rules_.settings.get_Message_Expiration_Time()),
         .automatic = true};
 }
 
@@ -83,24 +123,47 @@ void MessageQueue::QueueMessage_Send()
     guarded(journal_, "QueueMessage_Send", no_address, [&] {
         table_.make_due(clock_.now(), kRetrySeconds);
         // By place: sending may yield, and the queue may change in the middle of the walk.
-        for (auto place = table_.next_due(0); place; place = table_.next_due(*place + 1)) {
-            send(*place);
+        bool any_kept = true;
+        while (std::exchange(any_kept, false)) { // what is due behind one that is kept may stand before it
+            for (auto place = table_.next_due(0); place; place = table_.next_due(*place + 1)) {
+                any_kept = send(*place) || any_kept;
+            }
         }
     });
 }
 
-void MessageQueue::send(QueueTable::Place place)
+/// @return true when the message went out and is kept until it is confirmed.
+bool MessageQueue::send(QueueTable::Place place)
 {
     const auto number = table_.at(place).number;
+    const auto recipient = table_.at(place).recipient;
+    const bool careful = rules_.deployment.keep_until_confirmed() || rules_.deployment.durable_queue();
+    if (careful && !delivery_.has_room(recipient)) {
+        return false; // stays due: a connection that is given more than it takes would be closed
+    }
     // Before the attempt: a nested walk must not send the same message.
     table_.set_attempted(place, clock_.now());
     const bool went_out = delivery_.Send_Message(table_.at(place));
     if (!went_out || table_.numbered(number) != place) {
-        return;
+        return false;
     }
+    if (careful && !delivery_.is_connected(recipient)) {
+        return false; // it broke while sending yielded
+    }
+    return sent(place);
+}
+
+bool MessageQueue::sent(QueueTable::Place place)
+{
     const auto now = clock_.now();
-    table_.set_sent(place, now, now.plus_seconds(-kSecondsPerDay));
-    QueueMessage_MoveFromQueue(number);
+    kept_.changing(table_.at(place));
+    table_.set_sent(place, now, now.plus_seconds(-kSecondsPerDay), now.plus_seconds(kUnconfirmedSeconds));
+    if (rules_.deployment.keep_until_confirmed()) {
+        kept_.sent(table_.at(place));
+        return true;
+    }
+    QueueMessage_MoveFromQueue(table_.at(place).number);
+    return false;
 }
 
 void MessageQueue::QueueMessage_PurgeExpired()
@@ -121,11 +184,12 @@ void MessageQueue::QueueMessage_Send_Confirmed_and_NotExpired()
     guarded(journal_, "QueueMessage_Send_Confirmed_and_NotExpired", no_address, [&] {
         const auto now = clock_.now();
         std::int32_t count = 0;
-        for (auto place = table_.next_unconfirmed(0); place; place = table_.next_unconfirmed(*place + 1)) {
-            if (seconds_between(table_.at(*place).sent_time, now) > kUnconfirmedSeconds) {
-                QueueMessage_SendNotExpired(*place);
-                ++count;
+        for (; count < kMostResends; ++count) {
+            const auto place = table_.next_to_resend(now, kLongestPause);
+            if (!place) {
+                break;
             }
+            QueueMessage_SendNotExpired(*place);
         }
         if (count > 0) {
             journal_.log_own("Messages not confirmed and not expired " + std::to_string(count));
@@ -133,31 +197,47 @@ void MessageQueue::QueueMessage_Send_Confirmed_and_NotExpired()
     });
 }
 
-/// Sends a message again whose confirmation has not come.
+/// Sends a message again whose confirmation has not come. To a recipient who is gone it waits to be sent,
+/// behind those that are older.
 void MessageQueue::QueueMessage_SendNotExpired(QueueTable::Place place)
 {
     const auto entry = table_.at(place); // a copy: sending may yield
     const auto now = clock_.now();
-    table_.set_sent(place, now, now);
+    const auto pause = (std::min)(kUnconfirmedSeconds << (entry.resends + 1), kLongestPause);
+    const bool room = delivery_.has_room(entry.recipient);
+    table_.set_resent(place, room ? (std::min)(entry.resends + 1, kMostDoublings) : entry.resends,
+        now.plus_seconds(room ? pause : kUnconfirmedSeconds));
+    if (!room) {
+        return; // what it was sent before is still on its way
+    }
     const auto id = decimal(entry.MsgID);
-    const auto line = delivery_.Send_Message(entry) ? "Message resent with MsgID " + id + " and delivered"
-            + sender_and_recipient(entry) + " expires on " + entry.expiration_time.text()
-                                                    : "Message resent but not delivered with MsgID " + id;
-    journal_.Log(line, entry.recipient, protocol_keywords().HostAddress);
+    const bool went_out = delivery_.Send_Message(entry);
+    journal_.Log(went_out ? "Message resent with MsgID " + id + " and delivered" + sender_and_recipient(entry)
+                + " expires on " + entry.expiration_time.text()
+                          : "Message resent but not delivered with MsgID " + id,
+        entry.recipient, protocol_keywords().HostAddress);
+    if (!went_out && table_.numbered(entry.number) == place) {
+        table_.set_unsent(place, now);
+    }
 }
 
 void MessageQueue::QueueMessage_SetToDelivered(double msg_id, const std::string& recipient)
 {
+    require_whole_turn();
     guarded(journal_, "QueueMessage_SetToDelivered", no_address, [&] {
         const auto place = table_.undelivered(msg_id, recipient);
         if (!place) {
             confirm_row(msg_id, recipient);
             return;
         }
+        kept_.changing(table_.at(*place));
         table_.set_delivered(*place, clock_.now());
         const auto entry = table_.at(*place); // a copy: sending the receipt may yield
         journal_.Log("Message confirmed with MsgID " + decimal(msg_id) + sender_and_recipient(entry),
             entry.recipient, protocol_keywords().HostAddress);
+        if (entry.row != 0) {
+            QueueMessage_MoveFromQueue_local(*place); // not with the next sweep: its receipt tells of it now
+        }
         if (entry.receipt_requested) {
             delivery_.send_receipt(entry.sender, entry.recipient, msg_id);
         }
@@ -201,6 +281,8 @@ void MessageQueue::QueueMessage_MoveFromQueue(std::int64_t number)
 /// The entry is freed even when its row is gone: an entry that can never be written back would stay for ever.
 void MessageQueue::QueueMessage_MoveFromQueue_local(QueueTable::Place place)
 {
+    guarded(
+        journal_, "QueueMessage_MoveFromQueue_local", no_address, [&] { kept_.leaving(table_.at(place)); });
     guarded(journal_, "QueueMessage_MoveFromQueue_local", no_address,
         [&] { rows_.write_back(table_.at(place)); });
     table_.free(place);
@@ -209,6 +291,37 @@ void MessageQueue::QueueMessage_MoveFromQueue_local(QueueTable::Place place)
 void MessageQueue::QueueMessage_ClearQueue()
 {
     table_.clear();
+    kept_.forget();
+}
+
+void MessageQueue::require_whole_turn()
+{
+    if (rules_.deployment.durable_queue()) {
+        kept_.require_whole_turn();
+    }
+}
+
+void MessageQueue::load()
+{
+    if (!rules_.deployment.durable_queue()) {
+        return;
+    }
+    const auto now = clock_.now();
+    for (auto& entry : kept_.load()) {
+        // Nobody is connected: what was sent is sent again at the recipient's next logon.
+        entry.sent = entry.sent && rules_.deployment.keep_until_confirmed();
+        entry.resend_time = now.plus_seconds(kUnconfirmedSeconds);
+        table_.put(std::move(entry));
+    }
+}
+
+bool MessageQueue::recipient_logged_on(const std::string& user)
+{
+    if (!rules_.deployment.keep_until_confirmed()) {
+        return false;
+    }
+    table_.set_unsent(user);
+    return true;
 }
 
 std::vector<QueueMessageSmall> MessageQueue::get_QueueMessages() const

@@ -1,12 +1,15 @@
 // The message queue: every instant message waits here until it went out or expired, in the order of each
-// recipient.
+// recipient. With KeepUntilConfirmed it waits until its recipient has confirmed it; with DurableQueue it is
+// back after a restart.
 #pragma once
 
 #include "base/Clock.h"
 #include "base/Journal.h"
+#include "config/Deployment.h"
 #include "config/Settings.h"
 #include "helpers/MessageParser.h"
 #include "queue/Delivery.h"
+#include "queue/KeptQueue.h"
 #include "queue/MessageRows.h"
 #include "queue/QueueMessageSmall.h"
 #include "queue/QueueTable.h"
@@ -33,19 +36,30 @@ struct NewMessage {
 /// Every walk touches only what is due, whatever waits beside it.
 class MessageQueue {
 public:
-    MessageQueue(MessageRows rows, Delivery delivery, store::AutoReplies& auto_replies,
-        config::Settings& settings, helpers::MessageParser& parser, const Clock& clock, Journal& journal);
+    /// Times and safeguards, read at their use.
+    struct Rules {
+        config::Settings& settings;
+        const config::Deployment& deployment;
+    };
+    MessageQueue(store::Database& database, Delivery delivery, store::AutoReplies& auto_replies, Rules rules,
+        helpers::MessageParser& parser, const Clock& clock, Journal& journal);
 
     /// Puts a message into the queue and records it in `messages`. When the recipient is off line and has an
     /// automatic reply, the message waits a month; a recipient's automatic reply is queued to the sender.
     /// @param recipient_on_line  whether the recipient has a live session now.
-    /// Errors are reported under "QueueMessage_Put"; the message is then not queued.
-    void QueueMessage_Put(const NewMessage& message, bool recipient_on_line);
+    /// A kept message that the sender's client sends again, not knowing that it was accepted, is not put in
+    /// twice. Errors are reported under "QueueMessage_Put"; the message is then not queued.
+    /// @return false when it is not.
+    bool QueueMessage_Put(const NewMessage& message, bool recipient_on_line);
+    /// Whether DurableQueue is on and the message was accepted before: its sender's client has not heard of
+    /// it and sends it again.
+    bool is_repeated(const NewMessage& message);
     /// Sends what is due: the oldest message of each recipient, tried every ten seconds at most.
     void QueueMessage_Send();
     /// Marks and logs what has expired.
     void QueueMessage_PurgeExpired();
-    /// Sends again what was sent more than 15 seconds ago and is not confirmed.
+    /// Sends again what was sent more than 15 seconds ago and is not confirmed, then after ever longer
+    /// pauses.
     void QueueMessage_Send_Confirmed_and_NotExpired();
     /// A recipient confirms a message. What is not in the queue any more is looked for in `messages`.
     /// @param recipient  whose messages count; empty for everybody's.
@@ -56,6 +70,22 @@ public:
     void QueueMessage_MoveFromQueue(std::int64_t number);
     void QueueMessage_ClearQueue();
 
+    /// Brings back what waited when the engine last ran, if DurableQueue is on. To be called while it is
+    /// empty.
+    /// @throws EngineError when the database fails: a server that cannot read what it owes must not go on.
+    void load();
+    /// A user's new connection record is filled, and nothing has been sent there yet. What the user was sent
+    /// before and has not confirmed is to be sent again, ahead of everything newer.
+    /// @return true when what waits for the user is to go out at once.
+    bool recipient_logged_on(const std::string& user);
+
+    /// What this turn does to messages is to be stored as a whole or not at all, if DurableQueue is on.
+    void require_whole_turn();
+    // At the end of a turn of the loop.
+    void turn_ending() { kept_.turn_ending(); }
+    void turn_stored() { kept_.turn_stored(); }
+    void turn_lost() { kept_.turn_lost(table_); }
+
     std::vector<QueueMessageSmall> get_QueueMessages() const;
     std::size_t count() const { return table_.count_in_use(); }
     /// What waits, for the quotas: see QueueTable.
@@ -64,19 +94,26 @@ public:
         return table_.count_from(sender, to_room);
     }
     std::size_t count_to(const std::string& recipient) const { return table_.count_to(recipient); }
+    /// All zero unless DurableQueue is on.
+    const QueueCounts& counts() const { return kept_.counts(); }
 
 private:
+    void put(const NewMessage& message, bool recipient_on_line);
     QueueEntry automatic_reply(const QueueEntry& message, const std::string& note);
-    void send(QueueTable::Place place);
+    void save(QueueEntry& entry);
+    void enter(QueueEntry entry);
+    bool send(QueueTable::Place place);
+    bool sent(QueueTable::Place place);
     void QueueMessage_SendNotExpired(QueueTable::Place place);
     void QueueMessage_MoveFromQueue_local(QueueTable::Place place);
     void confirm_row(double msg_id, const std::string& recipient);
 
     QueueTable table_;
     MessageRows rows_;
+    KeptQueue kept_;
     Delivery delivery_;
     store::AutoReplies& auto_replies_;
-    config::Settings& settings_;
+    Rules rules_;
     helpers::MessageParser& parser_;
     const Clock& clock_;
     Journal& journal_;

@@ -7,6 +7,16 @@ namespace qz::queue {
 
 namespace statements = store::statements;
 
+namespace {
+
+/// A name as it stands between quotes.
+std::string quoted(const std::string& name)
+{
+    return replace_all(name, "'", "''");
+}
+
+} // namespace
+
 void MessageRows::save(const QueueEntry& entry)
 {
     auto row = database_.open(statements::kSelectMessagesForAdding);
@@ -17,10 +27,16 @@ void MessageRows::save(const QueueEntry& entry)
     row.Update();
 }
 
+bool MessageRows::contains(const std::string& sender, const std::string& recipient, double msg_id)
+{
+    return !database_.open(statements::kSelectMessage, {quoted(sender), quoted(recipient), decimal(msg_id)})
+                .AtEnd();
+}
+
 void MessageRows::write_back(const QueueEntry& entry)
 {
-    auto row =
-        database_.open(statements::kSelectMessage, {entry.sender, entry.recipient, decimal(entry.MsgID)});
+    auto row = database_.open(
+        statements::kSelectMessage, {quoted(entry.sender), quoted(entry.recipient), decimal(entry.MsgID)});
     row.SetField("ReceiptRequested", entry.receipt_requested);
     row.SetField("Sent", entry.sent);
     row.SetField("SentTime", entry.sent_time);

@@ -25,6 +25,8 @@ public:
 
     /// SaveMessage: adds a row with sender, recipient and MsgID.
     void save(const QueueEntry& entry);
+    /// Whether a message of this sender to this recipient with this MsgID was ever recorded.
+    bool contains(const std::string& sender, const std::string& recipient, double msg_id);
     /// Writes an entry's state to its row, the newest of equal ones.
     /// @throws EngineError also when there is no such row.
     void write_back(const QueueEntry& entry);

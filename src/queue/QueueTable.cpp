@@ -37,21 +37,39 @@ void remove(Index& index, const Key& key, const Member& member)
 
 QueueTable::Place QueueTable::put(QueueEntry entry)
 {
+    entry.number = ++last_number_;
+    return place(std::move(entry));
+}
+
+QueueTable::Place QueueTable::restore(QueueEntry entry)
+{
+    return place(std::move(entry));
+}
+
+QueueTable::Place QueueTable::place(QueueEntry entry)
+{
     if (free_.empty()) {
         free_.push(entries_.size());
         entries_.emplace_back();
     }
     const auto place = free_.top();
     free_.pop();
-    entry.number = ++last_number_;
     auto& placed = entries_[place] = std::move(entry);
+    const bool finished = placed.delivered || placed.expired;
     place_of_.emplace(placed.number, place);
-    by_recipient_[placed.recipient].insert(placed.number);
     count(placed, 1);
-    undelivered_[placed.MsgID].insert(place);
-    by_expiration_.emplace(placed.expiration_time, place);
-    if (head_of(placed.recipient) == place) {
-        schedule(place);
+    if (!placed.delivered) {
+        undelivered_[placed.MsgID].insert(place);
+    }
+    if (finished) {
+        finished_.insert(place);
+    } else {
+        by_expiration_.emplace(placed.expiration_time, place);
+    }
+    if (!placed.sent) {
+        enter_line(place);
+    } else if (!finished) {
+        enter_unconfirmed(place);
     }
     return place;
 }
@@ -59,20 +77,15 @@ QueueTable::Place QueueTable::put(QueueEntry entry)
 void QueueTable::free(Place place)
 {
     auto& entry = entries_[place];
-    unschedule(place);
+    leave_line(place);
+    leave_unconfirmed(place);
     place_of_.erase(entry.number);
-    remove(by_recipient_, entry.recipient, entry.number);
     count(entry, -1);
     remove(undelivered_, entry.MsgID, place);
     by_expiration_.erase({entry.expiration_time, place});
     finished_.erase(place);
-    unconfirmed_.erase(place);
-    const auto recipient = std::move(entry.recipient);
     entry = {};
     free_.push(place);
-    if (const auto head = head_of(recipient)) {
-        schedule(*head);
-    }
 }
 
 void QueueTable::clear()
@@ -112,6 +125,15 @@ std::optional<QueueTable::Place> QueueTable::undelivered(double msg_id, const st
     return place == found->second.end() ? std::nullopt : std::optional(*place);
 }
 
+bool QueueTable::holds(const std::string& sender, const std::string& recipient, double msg_id) const
+{
+    const auto found = undelivered_.find(msg_id);
+    return found != undelivered_.end()
+        && std::any_of(found->second.begin(), found->second.end(), [&](Place place) {
+               return entries_[place].recipient == recipient && entries_[place].sender == sender;
+           });
+}
+
 std::size_t QueueTable::count_from(const std::string& sender, bool to_room) const
 {
     return count_in(to_room ? written_to_rooms_ : written_to_users_, sender);
@@ -141,8 +163,8 @@ void QueueTable::count(const QueueEntry& entry, std::int64_t change)
 
 bool QueueTable::is_message_before(std::int64_t number, const std::string& recipient) const
 {
-    const auto found = by_recipient_.find(recipient);
-    return found != by_recipient_.end() && *found->second.begin() < number;
+    const auto found = line_for_.find(recipient);
+    return found != line_for_.end() && *found->second.begin() < number;
 }
 
 void QueueTable::make_due(DateTime now, std::int64_t pause)
@@ -173,9 +195,16 @@ std::optional<QueueTable::Place> QueueTable::next_finished(Place from) const
     return first_from(finished_, from);
 }
 
-std::optional<QueueTable::Place> QueueTable::next_unconfirmed(Place from) const
+std::optional<QueueTable::Place> QueueTable::next_to_resend(DateTime now, std::int64_t longest) const
 {
-    return first_from(unconfirmed_, from);
+    if (to_resend_.empty()) {
+        return std::nullopt;
+    }
+    if (to_resend_.begin()->first < now) {
+        return to_resend_.begin()->second;
+    }
+    return to_resend_.rbegin()->first > now.plus_seconds(longest) ? std::optional(to_resend_.rbegin()->second)
+                                                                  : std::nullopt;
 }
 
 void QueueTable::set_attempted(Place place, DateTime now)
@@ -187,16 +216,55 @@ void QueueTable::set_attempted(Place place, DateTime now)
     }
 }
 
-void QueueTable::set_sent(Place place, DateTime sent, DateTime last_attempt)
+void QueueTable::set_sent(Place place, DateTime sent, DateTime last_attempt, DateTime resend)
 {
-    unschedule(place);
+    leave_line(place);
     auto& entry = entries_[place];
     entry.sent = true;
     entry.sent_time = sent;
     entry.last_attempt = last_attempt;
+    entry.resends = 0;
+    entry.resend_time = resend;
     if (!entry.delivered && !entry.expired) {
-        unconfirmed_.insert(place);
+        enter_unconfirmed(place);
     }
+}
+
+void QueueTable::set_resent(Place place, int resends, DateTime resend)
+{
+    leave_unconfirmed(place);
+    entries_[place].resends = resends;
+    entries_[place].resend_time = resend;
+    enter_unconfirmed(place);
+}
+
+void QueueTable::set_unsent(Place place, DateTime now)
+{
+    if (!entries_[place].sent) {
+        return; // its recipient has logged on meanwhile
+    }
+    leave_unconfirmed(place);
+    entries_[place].sent = false;
+    entries_[place].last_attempt = now;
+    enter_line(place);
+}
+
+void QueueTable::set_unsent(const std::string& recipient)
+{
+    if (const auto sent = unconfirmed_by_.find(recipient); sent != unconfirmed_by_.end()) {
+        const auto numbers = sent->second; // a copy: the line that follows changes it
+        std::for_each(numbers.begin(), numbers.end(),
+            [&](std::int64_t number) { set_unsent(place_of_.at(number), DateTime{}); });
+    }
+    const auto head = head_of(recipient);
+    if (!head) {
+        return;
+    }
+    unschedule(*head);
+    for (const auto number : line_for_.at(recipient)) {
+        entries_[place_of_.at(number)].last_attempt = DateTime{}; // only the oldest is scheduled
+    }
+    schedule(*head);
 }
 
 void QueueTable::set_expired(Place place, bool expired)
@@ -205,13 +273,13 @@ void QueueTable::set_expired(Place place, bool expired)
     entry.expired = expired;
     if (expired) {
         by_expiration_.erase({entry.expiration_time, place});
-        unconfirmed_.erase(place);
+        leave_unconfirmed(place);
         finished_.insert(place);
     } else if (!entry.delivered) {
         by_expiration_.emplace(entry.expiration_time, place);
         finished_.erase(place);
         if (entry.sent) {
-            unconfirmed_.insert(place);
+            enter_unconfirmed(place);
         }
     }
 }
@@ -223,24 +291,59 @@ void QueueTable::set_delivered(Place place, DateTime now)
     entry.delivered_time = now;
     remove(undelivered_, entry.MsgID, place);
     by_expiration_.erase({entry.expiration_time, place});
-    unconfirmed_.erase(place);
+    leave_unconfirmed(place);
     finished_.insert(place);
 }
 
-/// The oldest entry of a recipient.
+/// The oldest entry of a recipient that is not sent.
 std::optional<QueueTable::Place> QueueTable::head_of(const std::string& recipient) const
 {
-    const auto found = by_recipient_.find(recipient);
-    return found == by_recipient_.end() ? std::nullopt : std::optional(place_of_.at(*found->second.begin()));
+    const auto found = line_for_.find(recipient);
+    return found == line_for_.end() ? std::nullopt : std::optional(place_of_.at(*found->second.begin()));
 }
 
-/// Lets a recipient's oldest entry be sent, unless it was sent already.
+/// An entry takes its place among those that wait to be sent to its recipient, by its age.
+void QueueTable::enter_line(Place place)
+{
+    const auto& entry = entries_[place];
+    const auto head = head_of(entry.recipient);
+    line_for_[entry.recipient].insert(entry.number);
+    if (!head || entry.number < entries_[*head].number) {
+        if (head) {
+            unschedule(*head);
+        }
+        schedule(place);
+    }
+}
+
+void QueueTable::leave_line(Place place)
+{
+    const auto& entry = entries_[place];
+    unschedule(place);
+    remove(line_for_, entry.recipient, entry.number);
+    if (const auto head = head_of(entry.recipient)) {
+        schedule(*head);
+    }
+}
+
+void QueueTable::enter_unconfirmed(Place place)
+{
+    const auto& entry = entries_[place];
+    to_resend_.emplace(entry.resend_time, place);
+    unconfirmed_by_[entry.recipient].insert(entry.number);
+}
+
+void QueueTable::leave_unconfirmed(Place place)
+{
+    const auto& entry = entries_[place];
+    to_resend_.erase({entry.resend_time, place});
+    remove(unconfirmed_by_, entry.recipient, entry.number);
+}
+
+/// Lets a recipient's oldest entry be tried when its time has come.
 void QueueTable::schedule(Place place)
 {
     const auto& entry = entries_[place];
-    if (entry.sent) {
-        return;
-    }
     if (entry.last_attempt.empty()) {
         due_.insert(place);
     } else if (!due_.contains(place)) {

@@ -27,6 +27,8 @@ public:
 
     /// Puts a message in. Its number is drawn here.
     Place put(QueueEntry entry);
+    /// Puts an entry that was freed back in, under its own number.
+    Place restore(QueueEntry entry);
     /// Frees an entry: all its fields are reset.
     void free(Place place);
     void clear();
@@ -39,6 +41,8 @@ public:
     /// First entry with the MsgID that is not delivered yet.
     /// @param recipient  whose entry it must be, in any letter case; empty for anybody's.
     std::optional<Place> undelivered(double msg_id, const std::string& recipient) const;
+    /// True when an entry is neither delivered nor freed and has this sender, recipient and MsgID.
+    bool holds(const std::string& sender, const std::string& recipient, double msg_id) const;
 
     /// Entries in use that a sender wrote, automatic replies not counted: those to users, or those to rooms,
     /// one for each member.
@@ -46,7 +50,7 @@ public:
     /// Entries in use for a recipient, but for those from rooms.
     std::size_t count_to(const std::string& recipient) const;
 
-    /// True when an entry in use for the same recipient is older.
+    /// True when an entry in use for the same recipient is older and not sent yet.
     bool is_message_before(std::int64_t number, const std::string& recipient) const;
     /// Makes entries due whose last attempt lies more than `pause` seconds before now. One that lies in the
     /// future, because somebody set the clock back, is due too.
@@ -59,19 +63,34 @@ public:
     std::optional<Place> next_to_expire(DateTime now) const;
     /// The first entry at or after `from` that is delivered or expired.
     std::optional<Place> next_finished(Place from) const;
-    /// The first entry at or after `from` that is sent, but neither delivered nor expired.
-    std::optional<Place> next_unconfirmed(Place from) const;
+    /// An entry that is sent, neither delivered nor expired, and whose time to be sent again lies before now,
+    /// the longest due first; or one whose time lies more than `longest` seconds ahead, because somebody set
+    /// the clock back.
+    std::optional<Place> next_to_resend(DateTime now, std::int64_t longest) const;
 
     void set_attempted(Place place, DateTime now);
-    void set_sent(Place place, DateTime sent, DateTime last_attempt);
+    /// @param resend  the time after which it is to be sent again, unless it is confirmed.
+    void set_sent(Place place, DateTime sent, DateTime last_attempt, DateTime resend);
+    /// Sent again, or not: from now on it waits for the next time.
+    void set_resent(Place place, int resends, DateTime resend);
+    /// It waits to be sent, as if it had been tried just now.
+    void set_unsent(Place place, DateTime now);
+    /// All that a recipient has been sent and has not confirmed waits to be sent, and none of its entries
+    /// counts as tried before: the oldest entry for the recipient is due.
+    void set_unsent(const std::string& recipient);
     void set_expired(Place place, bool expired);
     void set_delivered(Place place, DateTime now);
 
 private:
     using Numbers = std::set<std::int64_t>;
 
+    Place place(QueueEntry entry);
     std::optional<Place> head_of(const std::string& recipient) const;
     void count(const QueueEntry& entry, std::int64_t change);
+    void enter_line(Place place);
+    void leave_line(Place place);
+    void enter_unconfirmed(Place place);
+    void leave_unconfirmed(Place place);
     void schedule(Place place);
     void unschedule(Place place);
 
@@ -79,7 +98,8 @@ private:
     std::priority_queue<Place, std::vector<Place>, std::greater<>> free_;
     std::int64_t last_number_ = 0;
     std::unordered_map<std::int64_t, Place> place_of_;
-    std::unordered_map<std::string, Numbers> by_recipient_;
+    std::unordered_map<std::string, Numbers> line_for_;       // by recipient, what is not sent
+    std::unordered_map<std::string, Numbers> unconfirmed_by_; // by recipient, what stands in to_resend_
     std::unordered_map<std::string, std::int64_t> written_to_users_; // by sender
     std::unordered_map<std::string, std::int64_t> written_to_rooms_; // by sender
     std::unordered_map<std::string, std::int64_t> waiting_for_;      // by recipient, without rooms
@@ -89,7 +109,7 @@ private:
     std::set<std::pair<DateTime, Place>> tried_;         // by last attempt
     std::set<std::pair<DateTime, Place>> by_expiration_; // neither delivered nor marked expired
     std::set<Place> finished_;
-    std::set<Place> unconfirmed_;
+    std::set<std::pair<DateTime, Place>> to_resend_; // sent, neither delivered nor expired
 };
 
 } // namespace qz::queue

@@ -44,8 +44,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       version_mails(database, accounts, ini, settings, notice_mails, machine.clock(), journal),
       version_notices(settings, connections, sender, journal), once_per_day(deployment, ini, machine.clock()),
       log_on_alarm(notice_mails, accounts, settings, deployment, machine.clock()),
-      message_queue(queue::MessageRows(database), queue::Delivery(connections, pool, sender, journal),
-          auto_replies, settings, parser, machine.clock(), journal),
+      message_queue(database, queue::Delivery(connections, pool, sender, journal), auto_replies,
+          {settings, deployment}, parser, machine.clock(), journal),
       presence(connections, directory, sender, journal, *this, journal),
       presence_lists(connections, directory, room_members, presence, sender, journal),
       policy(connections, sender, settings, journal),
@@ -54,8 +54,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       registration(connections, policing, revoked_sessions, pool, machine.clock()),
       welcome(presence, presence_lists, policy, version_notices, directory, journal),
       logon_throttle(deployment, machine.clock(), journal),
-      log_on({registration, welcome, log_on_alarm, presence, logon_throttle, last_log_ons}, accounts, cipher,
-          parser, sender, journal),
+      log_on({registration, welcome, log_on_alarm, presence, logon_throttle, last_log_ons, message_queue},
+          accounts, cipher, parser, sender, journal),
       presence_requests({presence, presence_lists, accounts, version_notices, settings}, connections, parser,
           sender, journal),
       buddy_requests({buddies, directory, accounts}, connections, parser, sender, journal),
@@ -76,6 +76,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       figures(connections, pool, message_queue, database, counters)
 {
     journal.attach(activity_log);
+    database.tell(*this);
     machine_.loop().add_listener(database, platform::TurnPhase::Commit);
     machine_.loop().add_listener(on_line_info, platform::TurnPhase::Commit);
     database.BuildConnectionString();
@@ -143,6 +144,7 @@ void Engine::begin_start_record()
     connections.reset(counters.get_BuddiesCount());
     reset_room_members();
     message_queue.QueueMessage_ClearQueue();
+    message_queue.load();
     const auto logs = machine_.home() / kLogsFolder;
     attempt([&] { std::filesystem::create_directory(logs); }); // it may be there already
 }
@@ -297,6 +299,7 @@ void Engine::run_frequent_jobs()
     rate_limit.go_on();
     commands.CheckServerCommand();
     chunks.sweep(machine_.clock().now());
+    close_incomplete();
     message_queue.QueueMessage_PurgeExpired();
     message_queue.QueueMessage_MoveFromQueue(0);
     events_.TimerActivity();
@@ -397,12 +400,44 @@ void Engine::data_arrived(std::int16_t socket, const std::string& unit)
         pool.touch(socket);
         rate_limit.arrived(socket);
         receiver.DataIncoming(socket, unit);
+        close_incomplete();
     });
+}
+
+/// A client of whose message a part was dropped must not go on: the answer to its next request would tell it
+/// that the message was accepted.
+void Engine::close_incomplete()
+{
+    for (const auto socket : chunks.take_incomplete()) {
+        if (deployment.durable_queue()) {
+            closer.SocketClosing(socket);
+        }
+    }
 }
 
 void Engine::closed(std::int16_t socket)
 {
     closer.SocketClosing(socket);
+}
+
+void Engine::turn_ending()
+{
+    message_queue.turn_ending();
+}
+
+void Engine::turn_stored()
+{
+    message_queue.turn_stored();
+}
+
+/// What was said in the turn must not be heard, and those who asked must not take it for done: their
+/// connections break, and they ask again.
+void Engine::turn_lost()
+{
+    message_queue.turn_lost();
+    if (client_sockets_ && deployment.durable_queue()) {
+        client_sockets_->drop_turn();
+    }
 }
 
 } // namespace qz::server

@@ -75,7 +75,8 @@ class Engine final : private CommandActions,
                      private protocol::PresenceListener,
                      private net::TrafficEvents,
                      private platform::ServerSocketEvents,
-                     private platform::ClientSocketEvents {
+                     private platform::ClientSocketEvents,
+                     private store::TurnOutcome {
 public:
     /// Class_Initialize: settings, database connection, tables.
     Engine(platform::Machine& machine, MainEvents& events);
@@ -201,6 +202,10 @@ private:
     void connection_requested(std::int32_t request) override;
     void data_arrived(std::int16_t socket, const std::string& unit) override;
     void closed(std::int16_t socket) override;
+    void turn_ending() override;
+    void turn_stored() override;
+    void turn_lost() override;
+    void close_incomplete();
 
     bool ready_ = false;                                      // the ready line was logged: it is logged once
     std::unique_ptr<platform::Timer> timer_;                  // QZ_Timer_1

@@ -11,6 +11,10 @@ Figures FigureSource::read()
     figures.users_on_line = connections_.count_on_line();
     figures.connections = pool_.count_connected();
     figures.queued_messages = static_cast<std::int64_t>(message_queue_.count());
+    const auto& counts = message_queue_.counts();
+    figures.messages_accepted = counts.accepted;
+    figures.messages_confirmed = counts.confirmed;
+    figures.messages_expired = counts.expired;
     // A database that is gone is reported by those who need it; the number of accounts is then the last one.
     attempt([&] { read_database(figures); });
     figures.accounts = accounts_;

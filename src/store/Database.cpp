@@ -158,6 +158,9 @@ bool Database::store_turn()
         return true;
     } catch (...) { // not guarded(): a report would write into the log, which is what just failed
         journal_.raise_error("EndOfTurn", current_error(), no_address);
+        if (whole_) {
+            connection_->abandon_turn();
+        }
         return false;
     }
 }

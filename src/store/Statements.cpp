@@ -13,10 +13,11 @@ std::span<const platform::Statement> all_statements()
         kSelectBuddies, kCountBuddies, kCountBuddyEntries, kSelectDuplicatedBuddies, kDeleteBuddy,
         kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
         kCountRooms, kSelectMessagesForAdding, kSelectMessage, kSelectMessagesByMsgID,
-        kSelectMessagesOfRecipient, kInsertLogRow, kDeleteOldLog, kSelectLogLines, kSelectLastActivity,
-        kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand,
-        kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage,
-        kSelectLastLogOn, kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
+        kSelectMessagesOfRecipient, kSelectQueue, kUpdateQueueSent, kDeleteQueueRow, kSelectQueueCount,
+        kInsertLogRow, kDeleteOldLog, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers,
+        kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands,
+        kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage, kSelectLastLogOn,
+        kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
     return kAll;
 }
 

@@ -135,6 +135,19 @@ inline constexpr Statement kSelectMessagesByMsgID{
 inline constexpr Statement kSelectMessagesOfRecipient{
     "SELECT * FROM messages WHERE MsgID = {} AND UserName_To = '{}'", &tables::kMessages};
 
+// queue
+
+/// All waiting messages in their order.
+inline constexpr Statement kSelectQueue{"SELECT * FROM queue ORDER BY IDQueue", &tables::kQueue};
+/// time, key.
+inline constexpr Statement kUpdateQueueSent{
+    "UPDATE queue SET Sent = 1, SentTime = '{}' WHERE IDQueue = {}", &tables::kQueue};
+/// key.
+inline constexpr Statement kDeleteQueueRow{"DELETE FROM queue WHERE IDQueue = {}", &tables::kQueue};
+/// The one row of totals.
+inline constexpr Statement kSelectQueueCount{
+    "SELECT * FROM queuecount ORDER BY IDQueueCount", &tables::kQueueCount};
+
 // log
 
 /// user name, remote address, action.

@@ -1,12 +1,16 @@
 #include "queue/MessageQueue.h"
 
 #include "helpers/Frame.h"
+#include "support/Conversation.h"
 #include "support/TestMachine.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -75,6 +79,37 @@ protected:
         return texts;
     }
     queue::MessageQueue& queue() { return host.engine.message_queue; }
+
+    void switch_on(const char* safeguard) { host.engine.ini.WriteIniValue("Safeguards", safeguard, "True"); }
+    /// The engine starts anew, with nothing but what its database holds.
+    void start_again()
+    {
+        host.settle();
+        host.engine.status = server::ServerStatus::Arrested;
+        host.engine.Server_Start();
+        host.settle();
+    }
+    /// What ben is shown, by its text, in order.
+    static std::vector<std::string> texts(test::MemoryPeer& peer)
+    {
+        auto shown = bodies(peer);
+        std::erase_if(shown, [](const auto& text) { return !text.starts_with("msg "); });
+        for (auto& text : shown) {
+            text = text.substr(text.find("msg=text ") + 9);
+        }
+        return shown;
+    }
+    /// accepted, confirmed, expired as the table has them, and the number of rows in `queue`.
+    std::vector<std::int64_t> counts()
+    {
+        host.settle();
+        auto row = host.engine.database.open(store::statements::kSelectQueueCount);
+        const auto waiting = host.engine.database.open(store::statements::kSelectQueue).RecordCount();
+        return {row.Fields("Accepted").integer(), row.Fields("Confirmed").integer(),
+            row.Fields("Expired").integer(), waiting};
+    }
+    using Texts = std::vector<std::string>;
+    using Counts = std::vector<std::int64_t>;
 
     test::TestEngine host;
     test::MemoryPeer ada{host.machine.loop(), nullptr};
@@ -228,4 +263,154 @@ TEST_F(MessageQueueTest, AFailingStatementLosesNothingElse)
     work();
     EXPECT_EQ(bodies(ben).size(), 1U);
     EXPECT_EQ(rows(), std::vector<std::string>{"2 1 0"});
+}
+
+TEST_F(MessageQueueTest, KeepsWhatIsSentUntilItIsConfirmed)
+{
+    switch_on("KeepUntilConfirmed");
+    auto ben = log_on("ben");
+    put(1);
+    put(2);
+    put(3);
+    work();
+    EXPECT_EQ(texts(ben), (Texts{"1", "2", "3"})) << "one that was sent holds nothing up";
+    queue().QueueMessage_SetToDelivered(2, "cleo");
+    work();
+    EXPECT_EQ(queue().count(), 3U) << "only its recipient's confirmation counts";
+    queue().QueueMessage_SetToDelivered(2, "ben");
+    for (const auto& [pause, shown] : std::initializer_list<std::pair<std::chrono::seconds, Texts>>{
+             {15s, {}}, {1s, {"1", "3"}}, {30s, {}}, {1s, {"1", "3"}}, {60s, {}}, {1s, {"1", "3"}}}) {
+        host.machine.clock().advance(pause);
+        work();
+        EXPECT_EQ(texts(ben), shown) << host.machine.clock().now().text();
+    }
+    ben.vanish();
+    host.settle();
+    put(4);
+    work();
+    host.machine.clock().advance(1s);
+    auto ben_again = log_on("ben");
+    EXPECT_TRUE(queue().recipient_logged_on("ben"));
+    work();
+    EXPECT_EQ(texts(ben_again), (Texts{"1", "3", "4"})) << "at once, and what is older first";
+    host.machine.clock().set_now(DateTime::parse(kExpiration).value().plus_seconds(1));
+    work();
+    EXPECT_EQ(queue().count(), 0U);
+    EXPECT_EQ(rows(), (Texts{"1 1 0", "2 1 1", "3 1 0", "4 1 0"}));
+}
+
+TEST_F(MessageQueueTest, AFullConnectionIsGivenItsMessagesBitByBit)
+{
+    switch_on("KeepUntilConfirmed");
+    auto ben = log_on("ben");
+    const std::string text(20'000, 'x');
+    for (int i = 1; i <= 100; ++i) {
+        queue().QueueMessage_Put({"ada", "ben", text, static_cast<double>(i), "192.0.2.1", false,
+                                     DateTime::parse(kExpiration).value(), {}},
+            true);
+    }
+    std::size_t received = 0;
+    for (int pass = 0; pass < 20; ++pass) {
+        work();
+        received += ben.take().size();
+    }
+    EXPECT_GT(received, 100 * text.size()) << "two megabytes at once would have ended the connection";
+    EXPECT_FALSE(ben.ended());
+}
+
+TEST_F(MessageQueueTest, IsBackAfterARestart)
+{
+    switch_on("DurableQueue");
+    switch_on("KeepUntilConfirmed");
+    auto ben = log_on("ben");
+    put(1, "ben", true);
+    put(2);
+    put(3, "cleo");
+    work();
+    queue().QueueMessage_SetToDelivered(2, "ben");
+    const auto before = queue().get_QueueMessages();
+    EXPECT_EQ(counts(), (Counts{3, 1, 0, 2}));
+    start_again();
+    EXPECT_EQ(queue().get_QueueMessages(), before);
+    EXPECT_EQ(counts(), (Counts{3, 1, 0, 2}));
+
+    ada = host.client_on_line("ada", "1", "192.0.2.1");
+    put(4);
+    put(1); // its sender does not know that it was accepted
+    put(2); // nor this one, which is settled
+    EXPECT_EQ(queue().count(), 3U);
+    auto ben_again = log_on("ben");
+    queue().recipient_logged_on("ben");
+    work();
+    EXPECT_EQ(texts(ben_again), (Texts{"1", "4"}));
+    ada.take();
+    queue().QueueMessage_SetToDelivered(1, "ben");
+    EXPECT_EQ(counts(), (Counts{4, 2, 0, 2}));
+    EXPECT_EQ(bodies(ada), Texts{"receipt received=1 screennameto=ben"});
+    host.machine.clock().set_now(DateTime::parse(kExpiration).value().plus_seconds(1));
+    work();
+    EXPECT_EQ(counts(), (Counts{4, 2, 2, 0}));
+    EXPECT_EQ(rows(), (Texts{"1 1 1", "2 1 1", "3 0 0", "4 1 0"}));
+
+    host.events.list.clear();
+    start_again();
+    EXPECT_TRUE(host.events.take_starting("Log The counts of the queue").empty());
+    host.machine.database().add(store::tables::kQueue, {{"UserName_To", "ben"}});
+    start_again();
+    EXPECT_EQ(host.events.take_starting("Log The counts of the queue").size(), 1U);
+}
+
+TEST_F(MessageQueueTest, WhatIsNotStoredIsNeitherQueuedNorTold)
+{
+    switch_on("DurableQueue");
+    switch_on("KeepUntilConfirmed");
+    bool fails = false;
+    const char* where = "";
+    host.machine.watch = [&](const std::string& sql) {
+        if (fails && sql.starts_with(where)) {
+            throw database_error(DatabaseError::Unspecified, "no");
+        }
+    };
+    const auto message = [](int number) {
+        return test::envelope(
+            "msg sessionidvalue=1 screennamefrom=ada screennameto=ben msg=text " + std::to_string(number),
+            number);
+    };
+    host.engine.accounts.set_NewScreenName("ben", "", "", "", "x");
+    int number = 0;
+    for (const auto* each : {"END OF TURN", "EDIT", "INSERT INTO [LOG]"}) {
+        SCOPED_TRACE(each);
+        where = each;
+        auto ben = log_on("ben");
+        host.settle();
+        ben.take();
+        fails = true;
+        ada.send(message(++number) + test::envelope("echo sessionidvalue=1 ", 77));
+        host.settle();
+        EXPECT_TRUE(ada.ended()) << "the sender must not take it for accepted";
+        EXPECT_EQ(ada.take().find("echo"), std::string::npos);
+        EXPECT_EQ(ben.take().find("text"), std::string::npos);
+        EXPECT_EQ(queue().count(), 0U);
+        fails = false;
+        host.settle();
+        ada = host.client_on_line("ada", "1", "192.0.2.1");
+        if (ben.ended()) {
+            ben = log_on("ben");
+        }
+        ada.send(message(number)); // again
+        host.settle();
+        EXPECT_EQ(texts(ben), Texts{std::to_string(number)});
+        EXPECT_EQ(queue().count(), 1U);
+
+        fails = true;
+        where = "END OF TURN";
+        ben.send(test::envelope("receipt sessionidvalue=2 msgid=" + std::to_string(number)));
+        host.settle();
+        EXPECT_TRUE(ben.ended()) << "so that it confirms again";
+        EXPECT_EQ(queue().count(), 1U);
+        fails = false;
+        queue().QueueMessage_SetToDelivered(number, "ben");
+        EXPECT_EQ(queue().count(), 0U);
+        EXPECT_EQ(counts(), (Counts{number, number, 0, 0}));
+    }
 }

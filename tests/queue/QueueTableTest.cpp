@@ -17,6 +17,7 @@ namespace {
 
 const DateTime kStart = DateTime::parse("2026-03-02 09:00:00").value();
 constexpr std::int64_t kPause = 10;
+constexpr std::int64_t kLongest = 20; // until a message is sent again
 
 /// What the walks of the interface would find: every question is a scan over all entries.
 class ScannedTable {
@@ -26,7 +27,7 @@ public:
     bool is_message_before(const QueueEntry& entry) const
     {
         return first([&](const QueueEntry& other) {
-            return other.recipient == entry.recipient && other.number < entry.number;
+            return !other.sent && other.recipient == entry.recipient && other.number < entry.number;
         }).has_value();
     }
     std::optional<QueueTable::Place> due(QueueTable::Place from, DateTime now) const
@@ -43,10 +44,12 @@ public:
     {
         return first([](const QueueEntry& entry) { return entry.delivered || entry.expired; });
     }
-    std::optional<QueueTable::Place> unconfirmed() const
+    bool any_to_resend(DateTime now) const
     {
-        return first(
-            [](const QueueEntry& entry) { return entry.sent && !entry.delivered && !entry.expired; });
+        return first([&](const QueueEntry& entry) {
+            const auto ahead = qz::seconds_between(now, entry.resend_time);
+            return entry.sent && !entry.delivered && !entry.expired && (ahead < 0 || ahead > kLongest);
+        }).has_value();
     }
     std::optional<QueueTable::Place> undelivered(double msg_id) const
     {
@@ -110,7 +113,10 @@ TEST(QueueTable, AnswersAsScansWould)
     for (int step = 0; step < 4000; ++step) {
         const auto used = table.in_use();
         const auto any = used.empty() ? QueueTable::Place{0} : used[below(used.size())];
-        const auto what = used.empty() ? 0 : below(9);
+        const auto what = used.empty() ? 0 : below(12);
+        const auto resend = now.plus_seconds(static_cast<std::int64_t>(below(30)));
+        const bool unconfirmed =
+            !used.empty() && table.at(any).sent && !table.at(any).delivered && !table.at(any).expired;
         if (what <= 2 && used.size() < 60) {
             const auto expiration = now.plus_seconds(static_cast<std::int64_t>(below(200)));
             auto entry =
@@ -125,13 +131,25 @@ TEST(QueueTable, AnswersAsScansWould)
         } else if (what == 4) {
             table.set_attempted(any, now);
         } else if (what == 5 && !table.at(any).sent) {
-            table.set_sent(any, now, now.plus_seconds(-86400));
+            table.set_sent(any, now, now.plus_seconds(-86400), resend);
         } else if (what == 6) {
             table.set_expired(any, below(2) == 0);
         } else if (what == 7 && !table.at(any).delivered) {
             table.set_delivered(any, now);
         } else if (what == 8) {
             now = now.plus_seconds(static_cast<std::int64_t>(below(8)));
+        } else if (what == 9 && unconfirmed) {
+            table.set_resent(any, 1, resend);
+        } else if (what == 10 && unconfirmed) {
+            table.set_unsent(any, now);
+        } else if (what == 11) {
+            if (below(2) == 0) {
+                table.set_unsent(table.at(any).recipient);
+            } else { // a turn that was lost
+                const auto entry = table.at(any);
+                table.free(any);
+                places = (std::max)(places, table.restore(entry) + 1);
+            }
         }
 
         const ScannedTable scan(table, places);
@@ -139,7 +157,8 @@ TEST(QueueTable, AnswersAsScansWould)
         const auto from = below(8);
         ASSERT_EQ(table.next_due(from), scan.due(from, now)) << "step " << step;
         ASSERT_EQ(table.next_finished(0), scan.finished()) << "step " << step;
-        ASSERT_EQ(table.next_unconfirmed(0), scan.unconfirmed()) << "step " << step;
+        ASSERT_EQ(table.next_to_resend(now, kLongest).has_value(), scan.any_to_resend(now))
+            << "step " << step;
         ASSERT_EQ(table.next_to_expire(now).has_value(), scan.any_to_expire(now)) << "step " << step;
         const auto msg_id = static_cast<double>(below(9));
         ASSERT_EQ(table.undelivered(msg_id, ""), scan.undelivered(msg_id)) << "step " << step;

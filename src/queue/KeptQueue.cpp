@@ -1,0 +1,118 @@
+#include "queue/KeptQueue.h"
+
+#include "base/Guarded.h"
+
+#include <string>
+#include <utility>
+
+namespace qz::queue {
+
+KeptQueue::KeptQueue(store::Database& database, Journal& journal)
+    : database_(database), journal_(journal), rows_(database)
+{
+}
+
+std::vector<QueueEntry> KeptQueue::load()
+{
+    auto entries = rows_.load();
+    check(static_cast<std::int64_t>(entries.size()));
+    return entries;
+}
+
+void KeptQueue::check(std::int64_t waiting)
+{
+    const auto known = rows_.counts();
+    counts_ = known.value_or(QueueCounts{.accepted = waiting});
+    stored_counts_ = counts_;
+    counts_known_ = true;
+    if (!known) {
+        rows_.write(counts_);
+    } else if (counts_.accepted != counts_.confirmed + counts_.expired + waiting) {
+        journal_.log_own("The counts of the queue do not agree: " + std::to_string(counts_.accepted)
+            + " messages were accepted, " + std::to_string(counts_.confirmed) + " confirmed, "
+            + std::to_string(counts_.expired) + " have expired, " + std::to_string(waiting) + " wait");
+    }
+}
+
+void KeptQueue::add(QueueEntry& entry)
+{
+    database_.require_whole_turn();
+    if (!counts_known_) { // switched on while the engine runs
+        check(static_cast<std::int64_t>(rows_.load().size()));
+    }
+    entry.row = rows_.add(entry);
+    ++rows_without_entry_;
+}
+
+void KeptQueue::entered(const QueueEntry& entry)
+{
+    if (entry.row != 0) {
+        before_.try_emplace(entry.number, std::nullopt);
+        ++counts_.accepted;
+        --rows_without_entry_;
+    }
+}
+
+void KeptQueue::changing(const QueueEntry& entry)
+{
+    if (entry.row != 0) {
+        database_.require_whole_turn();
+        before_.try_emplace(entry.number, entry);
+    }
+}
+
+void KeptQueue::sent(const QueueEntry& entry)
+{
+    if (entry.row != 0) {
+        rows_.mark_sent(entry);
+    }
+}
+
+void KeptQueue::leaving(const QueueEntry& entry)
+{
+    if (entry.row == 0) {
+        return;
+    }
+    changing(entry);
+    rows_.remove(entry.row);
+    const bool expired = entry.expired && !entry.delivered;
+    ++(expired ? counts_.expired : counts_.confirmed);
+}
+
+void KeptQueue::turn_ending()
+{
+    if (std::exchange(rows_without_entry_, 0) != 0) {
+        database_.fail_turn(); // an automatic reply failed behind its message, which was refused for it
+    }
+    if (counts_ != stored_counts_) {
+        guarded(journal_, "QueueCount", no_address, [&] { rows_.write(counts_); });
+    }
+}
+
+void KeptQueue::turn_stored()
+{
+    before_.clear();
+    stored_counts_ = counts_;
+}
+
+void KeptQueue::turn_lost(QueueTable& table)
+{
+    for (auto& [number, entry] : std::exchange(before_, {})) {
+        if (const auto place = table.numbered(number)) {
+            table.free(*place);
+        }
+        if (entry) {
+            table.restore(std::move(*entry));
+        }
+    }
+    counts_ = stored_counts_;
+    rows_.turn_lost();
+}
+
+void KeptQueue::forget()
+{
+    before_.clear();
+    counts_known_ = false;
+}
+
+} // namespace qz::queue

@@ -1,0 +1,65 @@
+// What the database keeps of the message queue while DurableQueue is on, so that nothing that was accepted is
+// lost: the rows of the entries, the counts, and the way back to both when a turn could not be stored.
+#pragma once
+
+#include "base/Journal.h"
+#include "queue/MessageRows.h"
+#include "queue/QueueEntry.h"
+#include "queue/QueueRows.h"
+#include "queue/QueueTable.h"
+#include "store/Database.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace qz::queue {
+
+/// Entries without a row are none of its business. Every operation requires the turn to be stored as a whole,
+/// and throws EngineError when the database fails.
+class KeptQueue {
+public:
+    KeptQueue(store::Database& database, Journal& journal);
+
+    /// Everything that waited when the engine last ran, the oldest first. Logs when the counts do not agree
+    /// with it.
+    std::vector<QueueEntry> load();
+
+    /// This turn is to be stored as a whole or not at all.
+    void require_whole_turn() { database_.require_whole_turn(); }
+    /// Adds the entry's row and sets its key.
+    void add(QueueEntry& entry);
+    /// A new entry has its place in the table.
+    void entered(const QueueEntry& entry);
+    /// To be called before an entry changes.
+    void changing(const QueueEntry& entry);
+    void sent(const QueueEntry& entry);
+    /// The entry is about to be freed: its row goes, and it is counted. One that leaves because it was sent
+    /// counts as confirmed: nothing more is waited for.
+    void leaving(const QueueEntry& entry);
+
+    /// Writes the counts, if they have changed.
+    void turn_ending();
+    void turn_stored();
+    /// Makes the table what it was before this turn.
+    void turn_lost(QueueTable& table);
+    void forget();
+    /// Of this turn, stored or not.
+    const QueueCounts& counts() const { return counts_; }
+
+private:
+    void check(std::int64_t waiting);
+
+    store::Database& database_;
+    Journal& journal_;
+    QueueRows rows_;
+    QueueCounts counts_;
+    QueueCounts stored_counts_;
+    bool counts_known_ = false;
+    int rows_without_entry_ = 0; // added, and not entered yet
+    /// By number: each entry that changed in this turn as it was before; nothing for one that was not there.
+    std::map<std::int64_t, std::optional<QueueEntry>> before_;
+};
+
+} // namespace qz::queue

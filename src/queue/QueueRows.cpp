@@ -1,0 +1,87 @@
+#include "queue/QueueRows.h"
+
+#include "store/Statements.h"
+
+#include <string>
+
+namespace qz::queue {
+
+namespace statements = store::statements;
+namespace tables = store::tables;
+
+namespace {
+
+/// Counts pass 32 bits in the life of a server.
+std::int64_t count_in(platform::Recordset& row, const char* field)
+{
+    return static_cast<std::int64_t>(row.Fields(field).number());
+}
+
+} // namespace
+
+std::int64_t QueueRows::add(const QueueEntry& entry)
+{
+    return database_.connection().insert_row(tables::kQueue,
+        {{"UserName_From", "UserName_To", "MsgID", "Message", "RoomName", "ReceiptRequested", "ReceivedTime",
+             "ExpirationTime"},
+            {entry.sender, entry.recipient, entry.MsgID, entry.text, entry.room, entry.receipt_requested,
+                entry.received_time, entry.expiration_time}});
+}
+
+void QueueRows::mark_sent(const QueueEntry& entry)
+{
+    database_.execute(statements::kUpdateQueueSent, {entry.sent_time.text(), std::to_string(entry.row)});
+}
+
+void QueueRows::remove(std::int64_t row)
+{
+    database_.execute(statements::kDeleteQueueRow, {std::to_string(row)});
+}
+
+std::vector<QueueEntry> QueueRows::load()
+{
+    std::vector<QueueEntry> entries;
+    auto rows = database_.open(statements::kSelectQueue);
+    entries.reserve(static_cast<std::size_t>(rows.RecordCount()));
+    for (; !rows.AtEnd(); rows.MoveNext()) {
+        QueueEntry entry;
+        entry.row = static_cast<std::int64_t>(rows.Fields("IDQueue").number());
+        entry.sender = rows.Fields("UserName_From").text();
+        entry.recipient = rows.Fields("UserName_To").text();
+        entry.text = rows.Fields("Message").text();
+        const auto& msg_id = rows.Fields("MsgID");
+        entry.MsgID = msg_id.is_null() ? 0 : msg_id.number();
+        entry.received_time = rows.Fields("ReceivedTime").date();
+        entry.expiration_time = rows.Fields("ExpirationTime").date();
+        entry.receipt_requested = rows.Fields("ReceiptRequested").boolean();
+        entry.sent = rows.Fields("Sent").boolean();
+        entry.sent_time = rows.Fields("SentTime").date();
+        entry.room = rows.Fields("RoomName").text();
+        entries.push_back(std::move(entry));
+    }
+    return entries;
+}
+
+std::optional<QueueCounts> QueueRows::counts()
+{
+    auto row = database_.open(statements::kSelectQueueCount);
+    if (row.AtEnd()) {
+        return std::nullopt;
+    }
+    counts_row_ = count_in(row, "IDQueueCount");
+    return QueueCounts{count_in(row, "Accepted"), count_in(row, "Confirmed"), count_in(row, "Expired")};
+}
+
+void QueueRows::write(const QueueCounts& counts)
+{
+    const platform::RowChange change{
+        {"Accepted", "Confirmed", "Expired"}, {counts.accepted, counts.confirmed, counts.expired}};
+    auto& connection = database_.connection();
+    if (counts_row_ != 0 || this->counts()) {
+        connection.update_row(tables::kQueueCount, counts_row_, change);
+    } else {
+        counts_row_ = connection.insert_row(tables::kQueueCount, change);
+    }
+}
+
+} // namespace qz::queue

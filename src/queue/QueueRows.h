@@ -1,0 +1,47 @@
+// The tables `queue` and `queuecount`: the messages that wait, with their texts, and what became of all
+// others.
+#pragma once
+
+#include "queue/QueueEntry.h"
+#include "store/Database.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace qz::queue {
+
+/// What became of all messages that were ever kept: accepted = confirmed + expired + those that wait.
+struct QueueCounts {
+    std::int64_t accepted = 0;
+    std::int64_t confirmed = 0;
+    std::int64_t expired = 0;
+
+    bool operator==(const QueueCounts&) const = default;
+};
+
+/// Every operation throws EngineError when the database fails.
+class QueueRows {
+public:
+    explicit QueueRows(store::Database& database) : database_(database) { }
+
+    /// @return key of the new row; later rows have greater ones.
+    std::int64_t add(const QueueEntry& entry);
+    void mark_sent(const QueueEntry& entry);
+    /// A row that is gone already is no error.
+    void remove(std::int64_t row);
+    /// All rows, the oldest first.
+    std::vector<QueueEntry> load();
+
+    /// Nothing before anything was counted.
+    std::optional<QueueCounts> counts();
+    void write(const QueueCounts& counts);
+    /// The turn was lost, and with it perhaps the row of the counts.
+    void turn_lost() { counts_row_ = 0; }
+
+private:
+    store::Database& database_;
+    std::int64_t counts_row_ = 0; // key of the one row of `queuecount`; 0 when it is not known
+};
+
+} // namespace qz::queue
