@@ -9,7 +9,7 @@ build_packages=(
     libarchive-dev libboost-dev libcli11-dev libcurl4-openssl-dev libedit-dev libsodium-dev libspdlog-dev libsqlite3-dev
     libsystemd-dev nlohmann-json3-dev
 )
-test_packages=(libbenchmark-dev libgmock-dev libgtest-dev python3-aiosmtpd)
+test_packages=(libfaketime libbenchmark-dev libgmock-dev libgtest-dev python3-aiosmtpd)
 lint_packages=(clang-format clang-tidy)
 
 # install_packages NAME…: installs what is missing, as root or with sudo.
