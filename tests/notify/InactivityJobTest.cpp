@@ -153,7 +153,7 @@ TEST_F(InactivityJobTest, AsksNothingWhileNobodyIsDueAndNothingChanges)
     EXPECT_EQ(run(), Texts{});
     log("anna", 23);
     EXPECT_EQ(run(), Texts{"anna@x.org VELTO account is expiring!"});
-    database.connection().delete_row(kLog, 3);
+    database.connection().delete_row(kLog, 5);
     EXPECT_EQ(run(), Texts{});
     log("late", 50);
     EXPECT_EQ(run(), Texts{});
