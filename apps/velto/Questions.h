@@ -29,17 +29,6 @@ public:
             return fits;
         }});
     }
-    /// Something was sent that is never answered, and an echo behind it.
-    /// @param done  called when the server has worked on it.
-    void sent(std::function<void()> done)
-    {
-        open_.push_back({[done = std::move(done)](const qz::client::Incoming* answer) {
-            if (answer == nullptr) {
-                done();
-            }
-            return answer == nullptr;
-        }});
-    }
     /// @return true when it was the answer to the oldest question, or ends the wait for one.
     bool take(const qz::client::Incoming& incoming)
     {

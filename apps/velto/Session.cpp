@@ -171,10 +171,7 @@ bool Session::try_send(const UnsentMessage& message)
             awaited_order_.pop_front();
         }
     }
-    unsent_.handed_over();
-    if (link_->send(requests::echo()) == SendResult::Sent) {
-        questions_.sent([this] { unsent_.accepted(); });
-    }
+    unsent_.taken(sent.id);
     return true;
 }
 
@@ -263,10 +260,14 @@ void Session::refused(const std::vector<std::string>& reasons)
     show(Line::Kind::Trouble, text);
 }
 
+void Session::settled(MessageId id)
+{
+    unsent_.settled(id);
+}
+
 void Session::disconnected(const Disconnected& disconnected)
 {
     questions_.connection_lost();
-    unsent_.connection_lost();
     if (files_ != nullptr) {
         files_->transfers().disconnected();
     }

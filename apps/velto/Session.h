@@ -122,6 +122,7 @@ public:
     void refused(const std::vector<std::string>& reasons) override;
     void incoming(const qz::client::Incoming& incoming) override;
     void disconnected(const qz::client::Disconnected& disconnected) override;
+    void settled(qz::client::MessageId id) override;
 
 private:
     void show_message_line(Line line);
