@@ -35,4 +35,14 @@ expect config get 'general\ setup/l' 'General\ SetUp/ListeningPort'
 expect config set '"Mail/' 'Mail/Port'
 expect call get_ServerI get_ServerIP
 expect --home "$VELTO_HOME" command logoff "" ada
+
+# What can be completed has its place in the manual page.
+COMP_WORDS=("$program" "") COMP_CWORD=1
+_velto_server
+for command in "${COMPREPLY[@]}"; do
+    if ! grep -qE "^\.BR? \"?$command\\b" "$1/packaging/man/velto-server.8"; then
+        echo "velto-server(8) says nothing about $command"
+        failures=$((failures + 1))
+    fi
+done
 exit "$failures"
