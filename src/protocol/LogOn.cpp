@@ -81,7 +81,8 @@ void LogOn::pass_over_unknown(const Credentials& credentials, const Request& req
 void LogOn::refuse_early(const std::string& user, const Request& request, std::chrono::seconds wait)
 {
     sender_.SendData(request.socket, protocol_keywords().Notice,
-        "Too many logons have failed; try again in " + std::to_string(wait.count()) + " seconds");
+        "Too many logons have failed; try again in " + std::to_string(wait.count())
+            + (wait.count() == 1 ? " second" : " seconds"));
     answer(request.socket, protocol_keywords().AnswerNo);
     outcomes_.throttle.failed(LogonThrottle::Failure::Early, user, request.remote_ip);
 }

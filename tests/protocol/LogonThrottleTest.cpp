@@ -163,7 +163,7 @@ TEST(LogonThrottleConversation, RefusesWithoutJudgingAndMailsNoMoreThanTen)
     }
     EXPECT_EQ(server.machine.mail.mails.size(), 25U);
     EXPECT_THAT(log_on("x1", "x"),
-        ElementsAre("notice Too many logons have failed; try again in 1 seconds", "logon answer=no"));
+        ElementsAre("notice Too many logons have failed; try again in 1 second", "logon answer=no"));
     server.machine.clock().advance(std::chrono::seconds(1));
     EXPECT_THAT(log_on("x1", "x"), testing::IsEmpty()) << "judged again: an unknown name gets no answer";
     server.machine.clock().advance(std::chrono::hours(1));
