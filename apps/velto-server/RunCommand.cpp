@@ -130,6 +130,7 @@ private:
 Exit run_server(const Home& home, const RunOptions& options)
 {
     home.require_initialised();
+    SignalWatcher::hold_back(); // before the database or the mails have threads of their own
     const HomeLock lock(home);
     HostLog log(options.log_format.value_or(natural_log_format()));
     prepare(home, log);

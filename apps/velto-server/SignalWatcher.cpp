@@ -22,10 +22,15 @@ sigset_t watched_signals()
 
 } // namespace
 
-SignalWatcher::SignalWatcher(std::function<void(int)> on_signal) : on_signal_(std::move(on_signal))
+void SignalWatcher::hold_back()
 {
     const auto signals = watched_signals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+SignalWatcher::SignalWatcher(std::function<void(int)> on_signal) : on_signal_(std::move(on_signal))
+{
+    hold_back();
     thread_ = std::thread([this] { watch(); });
 }
 

@@ -6,9 +6,12 @@
 
 namespace velto {
 
-/// Blocks the signals for the process: make it before any other thread.
 class SignalWatcher {
 public:
+    /// From now on the signals wait for a watcher. A thread that was made before would still take them, and
+    /// end the process: call it before there are any.
+    static void hold_back();
+
     /// @param on_signal  called on the watcher's thread with the signal's number.
     explicit SignalWatcher(std::function<void(int)> on_signal);
     ~SignalWatcher();
