@@ -50,9 +50,8 @@ PreparedHome::PreparedHome(std::filesystem::path server, std::filesystem::path f
             + "SELECT 'user' || n, 'secret', 1 FROM numbers;"
               "INSERT INTO rooms (RoomName, UserName_Owner) VALUES ('hall', 'user0'); COMMIT");
     const auto port = free_port();
-    run_program({server_.string(), "config", "set", "--home", prepared.string(),
-                    "General SetUp/ListeningPort", std::to_string(port)},
-        output());
+    set(prepared, "General SetUp/ListeningPort", std::to_string(port));
+    set(prepared, "Safeguards/MessagesPerSecond", "0"); // it would be measured instead of the server
     const Process encoding({server_.string(), "run", "--home", prepared.string()}, output());
     encoding.wait_for_port(port);
 }
@@ -68,13 +67,17 @@ std::filesystem::path PreparedHome::copy(std::uint16_t port, const std::vector<s
     const auto home = folder_ / "home";
     std::filesystem::remove_all(home);
     std::filesystem::copy(folder_ / "prepared", home, std::filesystem::copy_options::recursive);
-    auto all = settings;
-    all.insert(all.end(), {"General SetUp/ListeningPort", std::to_string(port)});
-    for (std::size_t i = 0; i + 1 < all.size(); i += 2) {
-        run_program(
-            {server_.string(), "config", "set", "--home", home.string(), all[i], all[i + 1]}, output());
+    set(home, "General SetUp/ListeningPort", std::to_string(port));
+    for (std::size_t i = 0; i + 1 < settings.size(); i += 2) {
+        set(home, settings[i], settings[i + 1]);
     }
     return home;
+}
+
+void PreparedHome::set(
+    const std::filesystem::path& home, const std::string& name, const std::string& value) const
+{
+    run_program({server_.string(), "config", "set", "--home", home.string(), name, value}, output());
 }
 
 void PreparedHome::grow(const std::filesystem::path& home, std::size_t rows)

@@ -33,6 +33,8 @@ public:
     static void grow(const std::filesystem::path& home, std::size_t rows);
 
 private:
+    void set(const std::filesystem::path& home, const std::string& name, const std::string& value) const;
+
     std::filesystem::path server_;
     std::filesystem::path folder_;
 };
