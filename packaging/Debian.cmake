@@ -48,5 +48,6 @@ set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_EXTRA
 set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME velto)
-set(CPACK_DEBIAN_CLIENT_DESCRIPTION "The client for terminals: a chat with people and rooms, and commands for scripts.")
+set(CPACK_DEBIAN_CLIENT_DESCRIPTION "The client for terminals: a chat with people and rooms,
+and commands for scripts.")
 include(CPack)
