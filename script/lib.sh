@@ -7,9 +7,12 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
     libarchive-dev libboost-dev libcli11-dev libcurl4-openssl-dev libedit-dev libsodium-dev libspdlog-dev libsqlite3-dev
-    libsystemd-dev nlohmann-json3-dev
+    libsystemd-dev nlohmann-json3-dev unixodbc-dev
 )
-test_packages=(libfaketime libbenchmark-dev libgmock-dev libgtest-dev python3-aiosmtpd)
+test_packages=(
+    libbenchmark-dev libfaketime libgmock-dev libgtest-dev python3-aiosmtpd
+    postgresql-15 odbc-postgresql mariadb-server odbc-mariadb
+)
 lint_packages=(clang-format clang-tidy)
 
 # install_packages NAME…: installs what is missing, as root or with sudo.
@@ -28,8 +31,13 @@ install_packages() {
         as_root=(sudo)
     fi
     echo "Installing ${missing[*]}"
+    # The database servers are for the tests, which start their own: no data, no service.
+    if [[ " ${missing[*]} " == *" postgresql-"* && ! -e /etc/postgresql-common/createcluster.conf ]]; then
+        "${as_root[@]}" mkdir -p /etc/postgresql-common
+        echo "create_main_cluster = false" | "${as_root[@]}" tee /etc/postgresql-common/createcluster.conf >/dev/null
+    fi
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}"
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 apt-get install -q -y --no-install-recommends "${missing[@]}"
 }
 
 # build PRESET [TARGET…]: configures and builds what has changed.

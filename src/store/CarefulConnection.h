@@ -12,6 +12,7 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace qz::store {
 
@@ -45,6 +46,10 @@ public:
     {
         return noting([&] { return inner_->insert_row(table, row); });
     }
+    void add_row(const platform::Table& table, const platform::RowChange& row) override
+    {
+        noting([&] { inner_->add_row(table, row); });
+    }
     void update_row(const platform::Table& table, std::int64_t key, const platform::RowChange& row) override
     {
         noting([&] { inner_->update_row(table, key, row); });
@@ -60,6 +65,8 @@ public:
         return noting([&] { return inner_->change_mark(table); });
     }
     std::string description() const override { return inner_->description(); }
+    std::vector<std::string> take_notices() override { return inner_->take_notices(); }
+    platform::Maintenance& maintenance() override { return inner_->maintenance(); }
 
 private:
     template <typename Work> std::invoke_result_t<Work> noting(Work work)

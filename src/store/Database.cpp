@@ -138,6 +138,11 @@ void Database::turn_ended()
     if (outcome_ != nullptr) {
         stored ? outcome_->turn_stored() : outcome_->turn_lost();
     }
+    if (connection_) {
+        for (const auto& notice : connection_->take_notices()) {
+            journal_.log_own(notice);
+        }
+    }
 }
 
 /// @return false when nothing of the turn is stored.
@@ -150,8 +155,8 @@ bool Database::store_turn()
         }
         return false;
     }
-    if (!is_open) {
-        return true; // nothing to store: what needed the database has failed
+    if (!connection_) {
+        return true;
     }
     try {
         connection_->end_turn();

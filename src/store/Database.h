@@ -72,8 +72,9 @@ public:
     /// The safeguard HidePasswords is on.
     bool hides_passwords() const { return deployment_.hide_passwords(); }
 
-    /// Commits what this turn of the loop changed. A failure raises Error only: the log could not take it
-    /// either.
+    /// Commits what this turn of the loop changed, and logs what happened to the connection. A failure raises
+    /// Error only: the log could not take it either. A connection whose link was lost finds its way back
+    /// here.
     void turn_ended() override;
 
 private:

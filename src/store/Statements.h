@@ -183,13 +183,19 @@ inline constexpr Statement kSelectInactiveUsers{
     " AS ActionTime FROM users) AS Oldest"
     " WHERE DateDiff('d', Oldest.ActionTime, Date()) >= {} ORDER BY DaysAgo DESC, Oldest.UserName"};
 /// A row when the active account logged on lately: greatest number of days, name.
+/// As it stands some databases do not see that it is sorted by what it selects.
 inline constexpr Statement kSelectRecentLogOn{
     "SELECT Distinct TOP 1 DateDiff('d',log.ActionTime,Date()) AS DaysAgo, log.UserName "
     " From Log, Users "
     " WHERE users.AccountActive = 1 and DateDiff('d',ActionTime,Date()) <= {}"
     " and (log.UserName) = (users.UserName) And Log.UserName = '{}'"
     " and instr(Action,'LogOn successfully') > 0 "
-    " ORDER BY DateDiff('d',ActionTime,Date())"};
+    " ORDER BY DateDiff('d',ActionTime,Date())",
+    nullptr,
+    "SELECT Distinct TOP 1 DateDiff('d',log.ActionTime,Date()) AS DaysAgo, log.UserName From log, users"
+    " WHERE users.AccountActive = 1 and DateDiff('d',log.ActionTime,Date()) <= {}"
+    " and log.UserName = users.UserName And log.UserName = '{}'"
+    " and instr(log.Action,'LogOn successfully') > 0 ORDER BY DaysAgo"};
 
 // command
 

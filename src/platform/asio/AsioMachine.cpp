@@ -1,10 +1,10 @@
 #include "platform/asio/AsioMachine.h"
 
-#include "base/EngineError.h"
 #include "platform/asio/AsioClientSockets.h"
 #include "platform/asio/AsioServerSocket.h"
 #include "platform/asio/AsioTimer.h"
 #include "platform/curl/CurlMailer.h"
+#include "platform/odbc/OdbcProvider.h"
 #include "platform/sqlite/SqliteProvider.h"
 
 namespace qz::platform {
@@ -31,9 +31,8 @@ std::unique_ptr<Mailer> AsioMachine::create_mailer(MailerEvents& events)
 
 std::unique_ptr<Connection> AsioMachine::create_connection(const ConnectionOptions& options)
 {
-    if (options.provider != Provider::Embedded) {
-        throw database_error(DatabaseError::Unspecified,
-            "The ODBC provider is not available in this build; set [Storage] Provider to embedded");
+    if (options.provider == Provider::Odbc) {
+        return make_odbc_connection(options);
     }
     return make_sqlite_connection(options, clock_);
 }

@@ -22,7 +22,6 @@ public:
     std::unique_ptr<ServerSocket> create_server_socket(ServerSocketEvents& events) override;
     std::unique_ptr<ClientSockets> create_client_sockets(ClientSocketEvents& events) override;
     std::unique_ptr<Mailer> create_mailer(MailerEvents& events) override;
-    /// @throws EngineError for a provider that this build does not have.
     std::unique_ptr<Connection> create_connection(const ConnectionOptions& options) override;
 
 private:

@@ -1,6 +1,7 @@
 // A database connection in the manner of ADO. Providers implement it; the store speaks to it.
 #pragma once
 
+#include "base/EngineError.h"
 #include "platform/database/Statement.h"
 #include "platform/database/Value.h"
 
@@ -30,6 +31,26 @@ struct RowChange {
     std::vector<Value> values;
 };
 
+/// What holds the tables, for those who make them or move them elsewhere. Operations throw EngineError.
+class Maintenance {
+public:
+    virtual ~Maintenance() = default;
+
+    /// Version of the tables; 0 when there are none.
+    virtual int schema_version() = 0;
+    /// The version that this program makes and understands.
+    virtual int current_schema_version() const = 0;
+    /// Makes what is missing of the tables, and leaves what is there.
+    virtual void make_schema() = 0;
+
+    virtual std::uint64_t count_rows(const Table& table) = 0;
+    /// Up to `count` rows with keys above `after`, all columns, in the order of the keys.
+    virtual ResultSet read_rows(const Table& table, std::int64_t after, std::size_t count) = 0;
+    /// Inserts rows with their keys. Later rows get keys above all of them.
+    virtual void write_rows(const Table& table, const ResultSet& rows) = 0;
+    virtual void delete_rows(const Table& table) = 0;
+};
+
 /// All statements between two calls of end_turn share one transaction. A failing statement fails alone.
 /// Every operation throws EngineError with a number of DatabaseError.
 class Connection {
@@ -57,11 +78,16 @@ public:
     // outside.
     /// @return the key that the database gave the new row.
     virtual std::int64_t insert_row(const Table& table, const RowChange& row) = 0;
+    /// For who does not need the key. The row may reach the database as late as with the next text about its
+    /// table, or at the end of the turn, which then reports what the database refuses.
+    virtual void add_row(const Table& table, const RowChange& row) { insert_row(table, row); }
     /// @throws EngineError RowGone when there is no row with that key any more.
     virtual void update_row(const Table& table, std::int64_t key, const RowChange& row) = 0;
     virtual void delete_row(const Table& table, std::int64_t key) = 0;
 
-    /// Commits the transaction of this turn, if one was begun. On a failure the turn's changes are lost.
+    /// Commits the transaction of this turn, if one was begun. On a failure the turn's changes are lost. A
+    /// connection that lost its link opens again here once that is possible; Close ends that. Does nothing on
+    /// any other closed connection.
     virtual void end_turn() = 0;
     /// Gives up what this turn has changed so far. Never fails: a connection that broke has given it up.
     virtual void abandon_turn() = 0;
@@ -72,6 +98,9 @@ public:
 
     /// What is connected, for people: "SQLite 3.40.1, /var/lib/velto/VELTO.db".
     virtual std::string description() const = 0;
+    /// What happened to the connection since the last call and people should be told, in sentences.
+    virtual std::vector<std::string> take_notices() { return {}; }
+    virtual Maintenance& maintenance() { throw runtime_error(RuntimeError::NotAvailable); }
 };
 
 } // namespace qz::platform

@@ -11,23 +11,39 @@
 
 namespace qz::platform {
 
-/// A function of the engine's texts and what it is called in a dialect.
-struct FunctionName {
+/// A function of the engine's texts and what a dialect writes for a call of it.
+struct FunctionRule {
     std::string_view name; // in lower case
-    std::string_view translated;
+    std::string_view call; // $1 to $9 stand for the arguments
 };
 
-/// How one database wants to be spoken to. A row limit (TOP) becomes LIMIT, and the columns of an UPDATE lose
-/// their qualifier.
+enum class NameCase {
+    AsWritten,
+    Lower, // the database tells names apart by their case, and has them in lower case
+};
+enum class RowLimit {
+    Top,   // TOP (n) in front of the columns
+    Limit, // LIMIT n at the end
+};
+
+/// How one database wants to be spoken to. The columns of an UPDATE lose their qualifier everywhere.
 struct Dialect {
     std::string_view name_open; // around a name that stands in brackets
     std::string_view name_close;
+    NameCase name_case;
     std::string_view joins_texts; // the operator for "+"
-    std::span<const FunctionName> functions;
+    RowLimit row_limit;
+    std::span<const FunctionRule> functions;
 };
 
 /// The embedded database. The functions that it does not have are registered by the provider.
 extern const Dialect kSqliteDialect;
+extern const Dialect kPostgreSqlDialect;
+extern const Dialect kMariaDbDialect;
+extern const Dialect kSqlServerDialect;
+
+/// A name as the dialect writes one that may be a word of its own language.
+std::string quoted_name(std::string_view name, const Dialect& dialect);
 
 struct Translation {
     std::string sql; // a "?" for each parameter
@@ -37,6 +53,7 @@ struct Translation {
     bool hidden_key = false;
 };
 
+/// A dialect may leave out holes, or take one several times.
 /// @param statement  from the catalogue. When it selects rows of its table, the key is always among the
 /// columns.
 Translation translate(const Statement& statement, const Dialect& dialect);

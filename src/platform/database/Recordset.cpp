@@ -134,10 +134,11 @@ void Recordset::Update()
         result_.rows[row_] = std::move(edited);
     } else if (editing == Editing::New) {
         const auto& table = editable_table();
-        const auto key = connection_.insert_row(table, change);
-        if (fetched_) { // otherwise the first fetch finds it in the database
-            show_added(std::move(edited), key);
+        if (!fetched_) { // the first fetch finds it in the database
+            connection_.add_row(table, change);
+            return;
         }
+        show_added(std::move(edited), connection_.insert_row(table, change));
     }
 }
 

@@ -5,6 +5,7 @@
 #include "platform/database/Connection.h"
 #include "platform/database/Shape.h"
 #include "platform/sqlite/SqliteDatabase.h"
+#include "platform/sqlite/SqliteTables.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -38,6 +39,7 @@ public:
     void abandon_turn() override;
     std::uint64_t change_mark(const Table& table) override;
     std::string description() const override;
+    Maintenance& maintenance() override { return session().tables; }
 
 private:
     /// A statement of the catalogue, prepared.
@@ -51,6 +53,7 @@ private:
         explicit Session(const std::filesystem::path& file) : database(file) { }
 
         SqliteDatabase database;
+        SqliteTables tables{database};
         std::set<std::string> columns;                   // "table.column" in lower case
         std::vector<std::unique_ptr<Prepared>> prepared; // by the shape's number
         std::unordered_map<std::string, std::unique_ptr<SqliteStatement>> edits;

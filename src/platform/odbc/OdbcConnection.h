@@ -1,0 +1,123 @@
+// The connection to a database server through ODBC.
+#pragma once
+
+#include "platform/Machine.h"
+#include "platform/database/Connection.h"
+#include "platform/database/Dialect.h"
+#include "platform/database/Shape.h"
+#include "platform/odbc/OdbcLink.h"
+#include "platform/odbc/OdbcReconnector.h"
+#include "platform/odbc/OdbcTables.h"
+#include "platform/odbc/OdbcTurn.h"
+#include "platform/odbc/PendingWrites.h"
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace qz::platform {
+
+/// What counts at a server is the number of its answers that are waited for. New rows whose key nobody needs,
+/// and changes of rows that this turn has read, wait for the end of the turn and go together; what a query
+/// gave is kept as long as the change counter of its table stands still.
+///
+/// When the link is lost, the connection is closed until end_turn has found the way back. The turn in which
+/// that happens is not stored; log rows, also those of the time between, are kept up to a bound.
+class OdbcConnection final : public Connection {
+public:
+    OdbcConnection(const ConnectionOptions& options, const OdbcTimes& times);
+
+    void Open(const std::string& connection_string) override;
+    void Close() override;
+    ConnectionState State() const override;
+    void Execute(const std::string& sql) override;
+    ResultSet query(const std::string& sql) override;
+    ResultSet describe(const std::string& sql) override;
+    std::int64_t insert_row(const Table& table, const RowChange& row) override;
+    void add_row(const Table& table, const RowChange& row) override;
+    void update_row(const Table& table, std::int64_t key, const RowChange& row) override;
+    void delete_row(const Table& table, std::int64_t key) override;
+    void end_turn() override;
+    void abandon_turn() override;
+    std::uint64_t change_mark(const Table& table) override;
+    std::string description() const override;
+    std::vector<std::string> take_notices() override { return std::exchange(notices_, {}); }
+    Maintenance& maintenance() override;
+
+private:
+    /// A statement of the catalogue in the words of the connected server.
+    struct Prepared {
+        Translation translation;
+        std::set<std::string> words; // all of the text, in lower case
+        bool reads = false;
+        bool inserts = false;
+    };
+    struct Session {
+        explicit Session(std::unique_ptr<OdbcLink> opened, const OdbcTimes& times)
+            : link(std::move(opened)), turn(*link, times), tables(*link)
+        {
+        }
+        std::unique_ptr<OdbcLink> link;
+        OdbcTurn turn;
+        OdbcTables tables;
+        /// Change counters by table, as long as they are fresh.
+        std::map<std::string, std::uint64_t, std::less<>> marks;
+        std::optional<std::chrono::steady_clock::time_point> marks_read;
+        std::chrono::steady_clock::time_point zone_checked = std::chrono::steady_clock::now();
+    };
+    struct Kept {
+        std::uint64_t mark = 0;
+        ResultSet result;
+    };
+
+    Session& session();
+    void use(std::unique_ptr<OdbcLink> link);
+    Prepared& prepare(const Shape& shape);
+    static std::vector<Value> values_of(const Match& match, const Prepared& prepared);
+    /// Runs work on the open session, and turns its failures into those of the interface.
+    template <typename Work> auto with_session(Work work);
+    void lose(const LinkLost& lost);
+    void find_way_back();
+
+    /// True for the tables whose new rows nobody refuses, and which have no change counter.
+    static bool waits(const Table& table);
+    ResultSet select(Session& open, const Match& match, const Prepared& prepared);
+    ResultSet select_kept(
+        Session& open, const std::string& sql, const Match& match, const Prepared& prepared);
+    bool shows_waiting(const ResultSet& result) const;
+    bool must_flush_for(const Prepared& prepared) const;
+    void flush(Session& open);
+    void flush_and_commit(Session& open);
+    void write_log_slowly(Session& open, std::vector<PendingWrites::Write> rows);
+    void note_log_failure(const OdbcFailure& failure);
+    void forget_turn();
+
+    OdbcTimes times_;
+    Catalogue catalogue_;
+    std::string connection_string_;
+    /// Of the server that was connected last: what is logged while it is away is written down in its words.
+    const Dialect* dialect_ = nullptr;
+    std::vector<std::unique_ptr<Prepared>> prepared_; // by the shape's number; empty before the first link
+    std::unique_ptr<Session> session_;
+    OdbcReconnector reconnector_;
+    PendingWrites pending_; // of this turn
+    PendingWrites log_;     // rows of the log: they wait on when a turn is lost
+    std::int64_t lost_rows_ = 0;
+    bool waiting_told_ = false;               // that log rows wait because of a failure
+    std::optional<EngineError> turn_failure_; // a write that waited failed: the turn will not be stored
+    /// Rows that this turn has read: "table" and key.
+    std::set<std::pair<std::string_view, std::int64_t>> seen_;
+    std::unordered_map<std::string, Kept> kept_; // by text
+    std::uint64_t common_changes_;
+    std::vector<std::string> notices_;
+};
+
+} // namespace qz::platform

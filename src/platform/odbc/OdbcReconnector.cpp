@@ -1,0 +1,54 @@
+#include "platform/odbc/OdbcReconnector.h"
+
+#include <algorithm>
+
+namespace qz::platform {
+
+void OdbcReconnector::begin(const std::string& connection_string)
+{
+    running_ = true;
+    connection_string_ = connection_string;
+    began_ = SteadyClock::now();
+    delay_ = times_.first_retry;
+    next_attempt_ = began_ + delay_;
+    attempt_.reset();
+}
+
+void OdbcReconnector::stop()
+{
+    running_ = false;
+    attempt_.reset();
+}
+
+std::chrono::seconds OdbcReconnector::running_time() const
+{
+    return std::chrono::duration_cast<std::chrono::seconds>(SteadyClock::now() - began_);
+}
+
+std::unique_ptr<OdbcLink> OdbcReconnector::poll()
+{
+    if (!running_) {
+        return nullptr;
+    }
+    if (!attempt_) {
+        if (SteadyClock::now() >= next_attempt_) {
+            attempt_ = std::make_unique<OdbcLink>(connection_string_, times_);
+        }
+        return nullptr;
+    }
+    if (!attempt_->is_ready()) {
+        return nullptr;
+    }
+    auto link = std::move(attempt_);
+    try {
+        link->wait(); // not long: it is ready
+        running_ = false;
+        return link;
+    } catch (const LinkLost&) {
+        delay_ = (std::min)(delay_ * 2, times_.longest_retry);
+        next_attempt_ = SteadyClock::now() + delay_;
+        return nullptr;
+    }
+}
+
+} // namespace qz::platform

@@ -1,0 +1,73 @@
+// One link to a database server through the driver manager. Every call may wait for the server, so a session
+// lives on a thread of its own (OdbcWorker).
+#pragma once
+
+#include "platform/database/Connection.h"
+#include "platform/odbc/OdbcStatement.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace qz::platform {
+
+/// How a statement is written for many rows of parameters: between head and tail stands `row` for each.
+struct ManyRows {
+    std::string head;
+    std::string row;
+    std::string tail;
+};
+
+/// A statement to run, once for each row of parameters. All rows go to the server together: in one text when
+/// the statement is an INSERT or says how to, else as an array of parameters.
+struct Step {
+    std::string sql;
+    std::vector<std::vector<Value>> rows{1};
+    std::shared_ptr<const ManyRows> many = {};
+};
+
+/// What became of steps that were run one after another up to the first failure.
+struct Outcome {
+    ResultSet result; // of the last step that was run; columns and rows only
+    std::int64_t changed_rows = 0;
+    std::optional<OdbcFailure> failure;
+    std::size_t done = 0; // steps that succeeded
+};
+
+class OdbcSession {
+public:
+    /// Connects.
+    /// @throws OdbcFailure
+    explicit OdbcSession(const std::string& connection_string);
+
+    Outcome run(const std::vector<Step>& steps);
+    /// "PostgreSQL" and the like, and the server's version.
+    std::string server_name() const { return information(SQL_DBMS_NAME); }
+    std::string server_version() const { return information(SQL_DBMS_VER); }
+
+private:
+    struct EnvironmentCloser {
+        void operator()(SQLHANDLE handle) const { SQLFreeHandle(SQL_HANDLE_ENV, handle); }
+    };
+    struct LinkCloser {
+        void operator()(SQLHANDLE handle) const
+        {
+            SQLDisconnect(handle); // fails for a link that never was; freeing it is right all the same
+            SQLFreeHandle(SQL_HANDLE_DBC, handle);
+        }
+    };
+    std::string information(SQLUSMALLINT what) const;
+    void run(const Step& step, Outcome& outcome);
+    void run_in_pieces(const Step& step, const ManyRows& many, Outcome& outcome);
+    void run(const std::string& sql, const std::vector<std::vector<Value>>& rows, Outcome& outcome);
+
+    std::unique_ptr<void, EnvironmentCloser> environment_;
+    std::unique_ptr<void, LinkCloser> link_;
+    /// By text and types of the parameters: drivers settle the types when they prepare.
+    std::unordered_map<std::string, std::unique_ptr<OdbcStatement>> prepared_;
+};
+
+} // namespace qz::platform

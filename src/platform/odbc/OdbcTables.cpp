@@ -1,0 +1,261 @@
+#include "platform/odbc/OdbcTables.h"
+
+#include "base/Text.h"
+
+#include <algorithm>
+
+namespace qz::platform {
+
+namespace {
+
+/// A database may set up tables for minutes.
+constexpr std::chrono::minutes kLongTime(30);
+
+Value converted(const Value& value, ServerColumn::Kind kind)
+{
+    if (value.is_null()) {
+        return value;
+    }
+    switch (kind) {
+    case ServerColumn::Kind::Whole:
+        return std::holds_alternative<std::int64_t>(value.held())
+            ? value
+            : Value(static_cast<std::int64_t>(value.number()));
+    case ServerColumn::Kind::Real:
+        return {value.number()};
+    case ServerColumn::Kind::Date:
+        return value.text().empty() ? Value() : Value(value.date());
+    case ServerColumn::Kind::Text:
+        break;
+    }
+    return {value.text()};
+}
+
+std::string_view type_name(ServerColumn::Kind kind)
+{
+    switch (kind) {
+    case ServerColumn::Kind::Whole:
+        return "bigint";
+    case ServerColumn::Kind::Real:
+        return "double precision";
+    case ServerColumn::Kind::Date:
+        return "timestamp";
+    case ServerColumn::Kind::Text:
+        break;
+    }
+    return "text";
+}
+
+std::string filled(std::string_view text, const Table& table)
+{
+    return replace_all(replace_all(text, "{key}", lower(table.key)), "{}", lower(table.name));
+}
+
+} // namespace
+
+const std::vector<ServerColumn>& OdbcTables::columns(std::string_view table) const
+{
+    const auto found = link_.facts().columns.find(lower(table));
+    if (found == link_.facts().columns.end()) {
+        throw database_error(DatabaseError::MissingTable,
+            "no such table: " + std::string(table) + " (velto-server db init makes the tables)");
+    }
+    return found->second;
+}
+
+const ServerColumn& OdbcTables::column(const Table& table, std::string_view name) const
+{
+    const auto& all = columns(table.name);
+    const auto found = std::find_if(all.begin(), all.end(),
+        [&](const ServerColumn& each) { return equal_ignoring_case(each.name, name); });
+    if (found == all.end()) {
+        throw database_error(
+            DatabaseError::Syntax, "no such column: " + std::string(table.name) + "." + std::string(name));
+    }
+    return *found;
+}
+
+Step OdbcTables::insert(const Table& table, const RowChange& row) const
+{
+    columns(table.name);
+    auto sql = "INSERT INTO " + quoted(table.name);
+    if (row.columns.empty()) {
+        return {sql.append(link_.server().default_values)};
+    }
+    std::string names;
+    std::string values;
+    std::vector<Value> parameters;
+    for (std::size_t i = 0; i < row.columns.size(); ++i) {
+        const auto& target = column(table, row.columns[i]);
+        names += (names.empty() ? "" : ", ") + quoted(target.name);
+        values += values.empty() ? "?" : ", ?";
+        parameters.push_back(converted(row.values[i], target.kind));
+    }
+    return {sql + " (" + names + ") VALUES (" + values + ")", {std::move(parameters)}};
+}
+
+Step OdbcTables::insert_for_key(const Table& table, const RowChange& row) const
+{
+    auto step = insert(table, row);
+    step.sql += replace_all(link_.server().key_at_end, "{}", quoted(table.key));
+    return step;
+}
+
+Step OdbcTables::update(const Table& table, std::int64_t key, const RowChange& row) const
+{
+    std::string settings;
+    std::vector<Value> parameters;
+    std::vector<const ServerColumn*> targets;
+    for (std::size_t i = 0; i < row.columns.size(); ++i) {
+        const auto& target = column(table, row.columns[i]);
+        settings += (settings.empty() ? "" : ", ") + quoted(target.name) + " = ?";
+        parameters.push_back(converted(row.values[i], target.kind));
+        targets.push_back(&target);
+    }
+    parameters.emplace_back(key);
+    return {"UPDATE " + quoted(table.name) + " SET " + settings + " WHERE " + quoted(table.key) + " = ?",
+        {std::move(parameters)}, link_.server().updates_from_values ? many_updates(table, targets) : nullptr};
+}
+
+/// The key stands behind the values, as in the update of one row.
+std::shared_ptr<const ManyRows> OdbcTables::many_updates(
+    const Table& table, const std::vector<const ServerColumn*>& targets) const
+{
+    ManyRows many;
+    std::string names;
+    for (const auto* target : targets) {
+        const auto name = quoted(target->name);
+        many.head += (many.head.empty() ? "" : ", ") + name + " = waiting." + name;
+        many.row += "CAST(? AS " + std::string(type_name(target->kind)) + "), ";
+        names += name + ", ";
+    }
+    many.head = "UPDATE " + quoted(table.name) + " SET " + many.head + " FROM (VALUES ";
+    many.row = "(" + many.row + "CAST(? AS bigint))";
+    many.tail = ") AS waiting (" + names + "waiting_key) WHERE " + quoted(table.name) + "."
+        + quoted(table.key) + " = waiting.waiting_key";
+    return std::make_shared<const ManyRows>(std::move(many));
+}
+
+Step OdbcTables::remove(const Table& table, std::int64_t key) const
+{
+    columns(table.name);
+    return {"DELETE FROM " + quoted(table.name) + " WHERE " + quoted(table.key) + " = ?", {{Value(key)}}};
+}
+
+Step OdbcTables::count(const Table& table, std::int64_t key) const
+{
+    return {"SELECT COUNT(*) FROM " + quoted(table.name) + " WHERE " + quoted(table.key) + " = ?",
+        {{Value(key)}}};
+}
+
+int OdbcTables::schema_version()
+{
+    return link_.facts().schema_version;
+}
+
+int OdbcTables::current_schema_version() const
+{
+    return static_cast<int>(link_.server().migrations.size());
+}
+
+void OdbcTables::make_schema()
+{
+    const auto read_version = [&] {
+        const auto outcome = link_.ask({{"SELECT version FROM velto_schema"}});
+        return outcome.failure || outcome.result.rows.empty() ? 0 : outcome.result.rows[0].at(0).integer();
+    };
+    auto version = read_version();
+    if (version > current_schema_version()) {
+        throw database_error(DatabaseError::Unspecified,
+            "The database has schema version " + std::to_string(version)
+                + ", but this program knows versions up to " + std::to_string(current_schema_version()));
+    }
+    // No transaction around them, for some servers commit with every such statement; each can be run again.
+    for (; version < current_schema_version(); ++version) {
+        for (const auto text : link_.server().migrations[static_cast<std::size_t>(version)]) {
+            run({{std::string(text)}});
+        }
+        set_version(version + 1);
+    }
+    link_.look_again();
+}
+
+void OdbcTables::set_version(int version)
+{
+    if (version == 1 && link_.ask({{"SELECT version FROM velto_schema"}}).failure) {
+        run({{"CREATE TABLE velto_schema (version int NOT NULL)"}});
+    }
+    run({{"DELETE FROM velto_schema"},
+        {"INSERT INTO velto_schema (version) VALUES (?)", {{Value(version)}}}});
+}
+
+std::uint64_t OdbcTables::count_rows(const Table& table)
+{
+    const auto outcome = run({{"SELECT COUNT(*) FROM " + quoted(table.name)}});
+    return static_cast<std::uint64_t>(outcome.result.rows.at(0).at(0).number());
+}
+
+ResultSet OdbcTables::read_rows(const Table& table, std::int64_t after, std::size_t count)
+{
+    const bool top = link_.dialect().row_limit == RowLimit::Top;
+    const auto key = quoted(table.key);
+    std::string names;
+    for (const auto& each : columns(table.name)) {
+        names += (names.empty() ? "" : ", ") + quoted(each.name);
+    }
+    const auto limit = std::to_string(count);
+    return run({{"SELECT " + (top ? "TOP (" + limit + ") " : "") + names + " FROM " + quoted(table.name)
+                       + " WHERE " + key + " > ? ORDER BY " + key + (top ? "" : " LIMIT " + limit),
+                   {{Value(after)}}}})
+        .result;
+}
+
+void OdbcTables::write_rows(const Table& table, const ResultSet& rows)
+{
+    if (rows.rows.empty()) {
+        return;
+    }
+    const auto& server = link_.server();
+    Step together;
+    for (const auto& values : rows.rows) {
+        auto step = insert(table, {rows.columns, values});
+        if (together.sql.empty()) {
+            together = std::move(step);
+        } else {
+            together.rows.push_back(std::move(step.rows.front()));
+        }
+    }
+    std::vector<Step> steps{{std::string(server.begin)}};
+    for (const auto text :
+        {server.before_keys, std::string_view{}, server.after_keys, server.advance_counter}) {
+        if (text.data() == nullptr) {
+            steps.push_back(together);
+        } else if (!text.empty()) {
+            steps.push_back({filled(text, table)});
+        }
+    }
+    steps.push_back({std::string(server.commit)});
+    run(std::move(steps));
+}
+
+void OdbcTables::delete_rows(const Table& table)
+{
+    run({{"DELETE FROM " + quoted(table.name)}});
+}
+
+Outcome OdbcTables::run(std::vector<Step> steps)
+{
+    try {
+        auto outcome = link_.ask(std::move(steps), kLongTime);
+        if (outcome.failure) {
+            const auto failure = *outcome.failure;
+            link_.ask({{std::string(link_.server().rollback)}});
+            throw to_error(failure);
+        }
+        return outcome;
+    } catch (const LinkLost& lost) {
+        throw database_error(lost.kind, lost.reason);
+    }
+}
+
+} // namespace qz::platform

@@ -1,0 +1,48 @@
+// The tables of a server: their columns, the texts of edits, making them, and moving rows in and out.
+#pragma once
+
+#include "platform/database/Connection.h"
+#include "platform/odbc/OdbcLink.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qz::platform {
+
+class OdbcTables final : public Maintenance {
+public:
+    /// @param link  must outlive the object.
+    explicit OdbcTables(OdbcLink& link) : link_(link) { }
+
+    /// An edit as a step, its values converted to the types of the columns.
+    /// @throws EngineError when the table has no such column, or a value does not fit.
+    Step insert(const Table& table, const RowChange& row) const;
+    Step insert_for_key(const Table& table, const RowChange& row) const;
+    Step update(const Table& table, std::int64_t key, const RowChange& row) const;
+    Step remove(const Table& table, std::int64_t key) const;
+    Step count(const Table& table, std::int64_t key) const;
+    /// @throws EngineError when there is no such table.
+    const std::vector<ServerColumn>& columns(std::string_view table) const;
+
+    int schema_version() override;
+    int current_schema_version() const override;
+    void make_schema() override;
+    std::uint64_t count_rows(const Table& table) override;
+    ResultSet read_rows(const Table& table, std::int64_t after, std::size_t count) override;
+    void write_rows(const Table& table, const ResultSet& rows) override;
+    void delete_rows(const Table& table) override;
+
+private:
+    const ServerColumn& column(const Table& table, std::string_view name) const;
+    std::string quoted(std::string_view name) const { return quoted_name(name, link_.dialect()); }
+    std::shared_ptr<const ManyRows> many_updates(
+        const Table& table, const std::vector<const ServerColumn*>& targets) const;
+    Outcome run(std::vector<Step> steps);
+    void set_version(int version);
+
+    OdbcLink& link_;
+};
+
+} // namespace qz::platform

@@ -1,0 +1,51 @@
+// What differs between database servers beyond their dialect: how a session and a transaction are set up, and
+// the tables. Everything about one server stands in its one source (PostgreSql, MariaDb, SqlServer).
+#pragma once
+
+#include "platform/database/Dialect.h"
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace qz::platform {
+
+struct ServerDatabase {
+    std::string_view name; // what the driver says is connected
+    const Dialect* dialect = nullptr;
+    /// Run on each new session.
+    std::span<const std::string_view> session;
+    /// Sets how many milliseconds, or whole seconds, a statement waits for a lock: {} is the number.
+    std::string_view lock_patience;
+    bool lock_patience_in_seconds = false;
+    /// Sets the session's local time to {}, for instance +01:00. Empty where a session has none.
+    std::string_view time_zone;
+    std::string_view begin;
+    std::string_view commit;
+    std::string_view rollback;
+    /// A row with 0 when no transaction is open. Empty where a failing statement always takes it with it.
+    std::string_view transaction_count;
+    /// At the end of an INSERT: gives the key, whose name is {}.
+    std::string_view key_at_end;
+    std::string_view default_values;
+    /// An UPDATE of many rows in one text, where arrays of parameters would go row by row.
+    bool updates_from_values = false;
+    /// Rows (table, column, type) in the order of the columns.
+    std::string_view columns;
+    /// Around rows that bring their keys along: {} is the table. May be empty.
+    std::string_view before_keys;
+    std::string_view after_keys;
+    /// Brings the counter of a table ({}) behind its highest key; {key} is the key's name. May be empty.
+    std::string_view advance_counter;
+    /// The statements at position n lead from schema version n to n + 1. What was released is never changed.
+    std::span<const std::span<const std::string_view>> migrations;
+};
+
+/// The one that the driver names, null for any other.
+const ServerDatabase* server_database(std::string_view name);
+
+extern const ServerDatabase kPostgreSql;
+extern const ServerDatabase kMariaDb;
+extern const ServerDatabase kSqlServer;
+
+} // namespace qz::platform
