@@ -37,6 +37,7 @@ CommandLine::CommandLine()
     add_user();
     add_room();
     add_command();
+    add_db();
     add_call();
     add_log();
     add_inactivity();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "BackupCommand.h"
+#include "DbCopyCommand.h"
 #include "Home.h"
 #include "InactivityCommand.h"
 #include "InitCommand.h"
@@ -60,6 +61,7 @@ private:
     void add_user_changes(CLI::App& user);
     void add_room();
     void add_command();
+    void add_db();
     void add_password_source(CLI::App& app);
 
     CLI::App app_{"The VELTO instant-messaging server", "velto-server"};
@@ -73,6 +75,7 @@ private:
     NewUser new_user_;
     PasswordSource password_;
     BackupOptions backup_;
+    DbCopyOptions copy_;
     InitOptions init_;
     RunOptions run_;
     LogOptions log_;

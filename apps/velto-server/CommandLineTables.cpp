@@ -1,6 +1,7 @@
 // The part of the command line that is about accounts, rooms and the table of commands.
 
 #include "CommandLine.h"
+#include "DbCommand.h"
 #include "RoomCommand.h"
 #include "ServerCommand.h"
 
@@ -111,6 +112,31 @@ void CommandLine::add_command()
     named_command(command, "logoff", "Log one user off", R"(Examples:
   velto-server command logoff anna)",
         [this] { run_command_log_off(home(), name_); });
+}
+
+void CommandLine::add_db()
+{
+    auto& db = group("db", "Make, look at, and move the database", R"(Examples:
+  velto-server db init
+  velto-server db status)");
+    work_command(db, "init", "Make the tables that are missing", R"(What is there stays.
+Examples:
+  velto-server db init --home /srv/velto)",
+        [this] { run_db_init(home()); });
+    auto* status = subcommand(db, "status", "What is connected, its latency and the version of its tables",
+        R"(Examples:
+  velto-server db status
+  velto-server db status --json | jq .latency_ms)",
+        [this] { return run_db_status(home(), json_); });
+    add_json(*status);
+    auto* copy = work_command(db, "copy", "Copy everything from one home's database to another's",
+        R"(Both homes need the same key file. Counts and checksums are compared in the end.
+Examples:
+  velto-server db copy --from /srv/velto --to /srv/velto-postgresql)",
+        [this] { run_db_copy(copy_); });
+    copy->add_option("--from", copy_.from, "Home whose rows are copied")->required()->type_name("DIR");
+    copy->add_option("--to", copy_.to, "Home that gets them")->required()->type_name("DIR");
+    copy->add_flag("--replace", copy_.replace, "Delete first what the target holds");
 }
 
 } // namespace velto
