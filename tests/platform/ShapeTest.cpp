@@ -118,7 +118,7 @@ TEST(Dialect, TranslatesForTheEmbeddedDatabase)
             "SELECT [Key] , IDThing FROM things WHERE a = ?", {0}, true},
         {{"SELECT a, idthing FROM things", &kThings}, "SELECT a , idthing FROM things", {}, false},
         {{"SELECT * FROM things", &kThings}, "SELECT * FROM things", {}, false},
-        {{"SELECT Left (a, Len('{}')) FROM t"}, "SELECT \"Left\" ( a , Len ( ? ) ) FROM t", {0}, false},
+        {{"SELECT Left (a, Len('{}')) FROM t"}, "SELECT \"Left\" (a, Len ( ? )) FROM t", {0}, false},
         {{"UPDATE t SET t.[key] = '{}', t.b = '{}' WHERE t.c = '{}'"},
             "UPDATE t SET [key] = ? , b = ? WHERE t.c = ?", {0, 1, 2}, false},
         {{"SELECT TOP {} (a + '/' + CAST(b AS char(20))) FROM t WHERE c = {} ORDER BY d;"},
@@ -127,7 +127,7 @@ TEST(Dialect, TranslatesForTheEmbeddedDatabase)
         {{"SELECT TOP 100 PERCENT Max(a) FROM t"}, "SELECT Max ( a ) FROM t", {}, false},
         {{"SELECT Distinct TOP 1 a FROM t"}, "SELECT Distinct a FROM t LIMIT 1", {}, false},
         {{"SELECT Last(a) FROM t WHERE DateDiff('d',Format(b,'dd/mm/yyyy'),Date()) >= {}"},
-            "SELECT MAX ( a ) FROM t WHERE DateDiff ( 'd' , FormatDate ( b , 'dd/mm/yyyy' ) , Today ( ) ) >= "
+            "SELECT MAX(a) FROM t WHERE DateDiff ( 'd' , FormatDate(b, 'dd/mm/yyyy') , Today() ) >= "
             "?",
             {0}, false},
         {{"DELETE FROM [t] WHERE a = {}", &kThings}, "DELETE FROM [t] WHERE a = ?", {0}, false},

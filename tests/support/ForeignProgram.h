@@ -1,8 +1,11 @@
 // Another program that shares the engine's database file.
 #pragma once
 
+#include "base/Text.h"
+#include "support/DatabaseServer.h"
 #include "support/MemoryDatabase.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
@@ -21,7 +24,7 @@ public:
         platform::ConnectionOptions options;
         options.database_file = file;
         options.statements = statements_.all();
-        connection_ = platform::make_sqlite_connection(options, clock);
+        connection_ = make_test_connection(options, clock);
         connection_->Open("");
     }
 
@@ -48,17 +51,23 @@ public:
         connection_->Execute(sql);
         connection_->end_turn();
     }
-    std::size_t count(const platform::Table& table) { return rows_of(*connection_, table).rows.size(); }
+    std::size_t count(const platform::Table& table)
+    {
+        connection_->end_turn(); // a turn may believe what it has read
+        return rows_of(*connection_, table).rows.size();
+    }
     /// The fields of every row, oldest row first, joined by "|"; a null is "NULL".
     std::vector<std::string> rows(
         const platform::Table& table, std::initializer_list<std::string_view> columns)
     {
+        connection_->end_turn();
         const auto result = rows_of(*connection_, table);
         std::vector<std::string> lines;
         for (const auto& row : result.rows) {
             std::string line;
             for (const auto column : columns) {
-                const auto place = std::find(result.columns.begin(), result.columns.end(), column);
+                const auto place = std::find_if(result.columns.begin(), result.columns.end(),
+                    [&](const std::string& each) { return equal_ignoring_case(each, column); });
                 const auto& value = row.at(static_cast<std::size_t>(place - result.columns.begin()));
                 line += (line.empty() ? "" : "|") + (value.is_null() ? "NULL" : value.text());
             }

@@ -3,8 +3,8 @@
 
 #include "base/Clock.h"
 #include "platform/database/Connection.h"
-#include "platform/sqlite/SqliteProvider.h"
 #include "store/Statements.h"
+#include "support/DatabaseServer.h"
 
 #include <deque>
 #include <initializer_list>
@@ -74,7 +74,7 @@ public:
         platform::ConnectionOptions options;
         options.database_file = ":memory:";
         options.statements = statements_.all();
-        connection_ = platform::make_sqlite_connection(options, clock);
+        connection_ = make_test_connection(options, clock);
         connection_->Open("");
     }
     platform::Connection& connection() { return *connection_; }

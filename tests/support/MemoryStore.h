@@ -10,6 +10,7 @@
 #include "store/Counters.h"
 #include "store/Database.h"
 #include "store/Directory.h"
+#include "support/DatabaseServer.h"
 #include "support/ManualClock.h"
 #include "support/MemoryDatabase.h"
 #include "support/RecordingJournal.h"
@@ -71,7 +72,7 @@ struct MemoryStore {
                                  options.database_file = ":memory:";
                                  options.statements = statements.all();
                                  return std::make_unique<WatchedConnection>(
-                                     platform::make_sqlite_connection(options, clock), watch);
+                                     make_test_connection(options, clock), watch);
                              },
         settings, deployment, journal};
     store::Counters counters{database, journal};

@@ -3,10 +3,10 @@
 
 #include "config/Deployment.h"
 #include "helpers/MessageParser.h"
-#include "platform/sqlite/SqliteProvider.h"
 #include "store/Counters.h"
 #include "store/Database.h"
 #include "store/Directory.h"
+#include "support/DatabaseServer.h"
 #include "support/ForeignProgram.h"
 #include "support/ManualClock.h"
 #include "support/RecordingJournal.h"
@@ -61,7 +61,7 @@ private:
         platform::ConnectionOptions options;
         options.database_file = folder / "VELTO.db";
         options.statements = store::all_statements();
-        return std::make_unique<WatchedConnection>(platform::make_sqlite_connection(options, clock), watch);
+        return std::make_unique<WatchedConnection>(make_test_connection(options, clock), watch);
     }
 };
 

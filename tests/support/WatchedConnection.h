@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace qz::test {
 
@@ -45,6 +46,11 @@ public:
         tell("EDIT");
         return inner_->insert_row(table, row);
     }
+    void add_row(const platform::Table& table, const platform::RowChange& row) override
+    {
+        tell("EDIT");
+        inner_->add_row(table, row);
+    }
     void update_row(const platform::Table& table, std::int64_t key, const platform::RowChange& row) override
     {
         tell("EDIT");
@@ -63,6 +69,8 @@ public:
     void abandon_turn() override { inner_->abandon_turn(); }
     std::uint64_t change_mark(const platform::Table& table) override { return inner_->change_mark(table); }
     std::string description() const override { return inner_->description(); }
+    std::vector<std::string> take_notices() override { return inner_->take_notices(); }
+    platform::Maintenance& maintenance() override { return inner_->maintenance(); }
 
 private:
     void tell(const std::string& sql) const

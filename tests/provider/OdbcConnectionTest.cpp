@@ -1,0 +1,300 @@
+// What only a database server can do, on the one that VELTO_TEST_PROVIDER names.
+#include "base/EngineError.h"
+#include "platform/SystemClock.h"
+#include "platform/database/Recordset.h"
+#include "store/Statements.h"
+#include "support/DatabaseServer.h"
+#include "support/MemoryDatabase.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+using namespace qz;
+using namespace qz::platform;
+using namespace qz::store::statements;
+using namespace qz::store::tables;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+class OdbcConnectionTest : public testing::Test {
+protected:
+    OdbcConnectionTest()
+    {
+        times.answer = 1s;
+        times.lock = 200ms;
+        times.first_retry = 50ms;
+        connection = open(true);
+        other = open(false);
+    }
+
+    std::unique_ptr<Connection> open(bool empty)
+    {
+        ConnectionOptions options;
+        options.statements = statements.all();
+        auto made = test::make_server_connection(*test::server_under_test(), options, times, empty);
+        made->Open("");
+        return made;
+    }
+    void log(const std::string& action) { connection->Execute(fill(kInsertLogRow, {"anna", "::1", action})); }
+    /// One column of a table as another program sees it.
+    std::vector<std::string> seen(const Table& table, std::size_t column)
+    {
+        std::vector<std::string> values;
+        for (const auto& row : other->maintenance().read_rows(table, INT64_MIN, 100'000).rows) {
+            values.push_back(row.at(column).text());
+        }
+        return values;
+    }
+    std::optional<std::int32_t> failure_of(const std::function<void()>& work)
+    {
+        try {
+            work();
+            return std::nullopt;
+        } catch (const EngineError& error) {
+            return error.number();
+        }
+    }
+    void add_user(const std::string& name)
+    {
+        connection->Execute(fill(kInsertUser, {name, "p", "", "", ""}));
+    }
+    /// Ends turns until the link is back.
+    bool comes_back()
+    {
+        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        while (
+            connection->State() == ConnectionState::Closed && std::chrono::steady_clock::now() < deadline) {
+            connection->end_turn();
+            std::this_thread::sleep_for(10ms); // for another process
+        }
+        return connection->State() == ConnectionState::Open;
+    }
+
+    OdbcTimes times;
+    test::TestStatements statements;
+    std::unique_ptr<Connection> connection;
+    std::unique_ptr<Connection> other;
+};
+
+constexpr auto kUnspecified = number_of(DatabaseError::Unspecified);
+
+} // namespace
+
+TEST_F(OdbcConnectionTest, AFailingStatementFailsAlone)
+{
+    add_user("anna");
+    log("before");
+    EXPECT_EQ(failure_of([&] { add_user("ANNA"); }), number_of(DatabaseError::Constraint));
+    add_user("bert");
+    log("after");
+    EXPECT_THAT(seen(kUsers, 1), IsEmpty()) << "the turn is not over";
+    connection->end_turn();
+    EXPECT_THAT(seen(kUsers, 1), ElementsAre("anna", "bert"));
+    EXPECT_THAT(seen(kLog, 4), ElementsAre("before", "after"));
+}
+
+TEST_F(OdbcConnectionTest, AnAbandonedTurnLeavesOnlyItsLog)
+{
+    add_user("anna");
+    connection->end_turn();
+    const auto mark = connection->change_mark(kUsers);
+    add_user("bert");
+    connection->add_row(kMessages, {{"MsgID"}, {5.0}});
+    log("what happened");
+    connection->abandon_turn();
+    EXPECT_NE(connection->change_mark(kUsers), mark) << "a snapshot with bert must not be believed";
+    connection->end_turn();
+    EXPECT_THAT(seen(kUsers, 1), ElementsAre("anna"));
+    EXPECT_THAT(seen(kMessages, 0), IsEmpty());
+    EXPECT_THAT(seen(kLog, 4), ElementsAre("what happened"));
+}
+
+TEST_F(OdbcConnectionTest, WritesThatWaitAreSeenByTheirOwnTurn)
+{
+    for (int i = 0; i < 300; ++i) { // several pieces
+        connection->add_row(
+            kMessages, {{"UserName_From", "UserName_To", "MsgID"}, {"anna", "bert", static_cast<double>(i)}});
+    }
+    Recordset row(*connection);
+    row.Open(fill(kSelectMessage, {"Anna", "BERT", "299"}));
+    ASSERT_EQ(row.RecordCount(), 1);
+    row.SetField("Delivered", true);
+    row.SetField("DeliveredTime", DateTime::parse("2026-03-02 09:00:00").value());
+    row.Update();
+    row.Open(fill(kSelectMessagesByMsgID, {"299"}));
+    EXPECT_TRUE(row.Fields("Delivered").boolean()) << "it had not reached the server yet";
+    row.Open(fill(kSelectMessagesByMsgID, {"298"}));
+    row.SetField("MsgID", 1000.0);
+    row.Update();
+    row.Open(fill(kSelectMessagesByMsgID, {"298"}));
+    EXPECT_EQ(row.RecordCount(), 0) << "the change decides about the query";
+    for (int i = 0; i < 50; ++i) { // many changes in one text
+        row.Open(fill(kSelectMessagesByMsgID, {std::to_string(i)}));
+        row.SetField("Sent", i % 2 == 0);
+        row.SetField("SentTime", DateTime::parse("2026-03-02 09:00:00").value().plus_seconds(i));
+        row.Update();
+    }
+    connection->end_turn();
+    row.Open(fill(kSelectMessagesByMsgID, {"48"}));
+    EXPECT_TRUE(row.Fields("Sent").boolean());
+    EXPECT_EQ(row.Fields("SentTime").date().text(), "2026-03-02 09:00:48");
+    EXPECT_EQ(seen(kMessages, 0).size(), 300U);
+}
+
+TEST_F(OdbcConnectionTest, ARowThatIsGoneIsReported)
+{
+    const auto key = connection->insert_row(kMessages, {{"MsgID"}, {7.0}});
+    connection->end_turn();
+    other->delete_row(kMessages, key);
+    other->end_turn();
+    EXPECT_EQ(failure_of([&] {
+        connection->update_row(kMessages, key, {{"Sent"}, {true}});
+    }),
+        number_of(DatabaseError::RowGone));
+    EXPECT_EQ(failure_of([&] { connection->delete_row(kMessages, key); }), number_of(DatabaseError::RowGone));
+    const auto stays = connection->insert_row(kMessages, {{"MsgID"}, {8.0}});
+    connection->update_row(kMessages, stays, {{"MsgID"}, {8.0}}); // nothing changes, yet the row is there
+}
+
+TEST_F(OdbcConnectionTest, MarksForeignChangesOnly)
+{
+    const auto first = connection->change_mark(kUsers);
+    connection->end_turn();
+    other->Execute(fill(kInsertLogRow, {"a", "b", "c"}));
+    other->Execute(fill(kInsertCommand, {"a", "b"}));
+    other->end_turn();
+    EXPECT_EQ(connection->change_mark(kUsers), first);
+    EXPECT_EQ(connection->query(std::string(kSelectCommands.text)).rows.size(), 1U);
+    other->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+    other->Execute(std::string(kDeleteAllCommands.text));
+    other->end_turn();
+    connection->end_turn();
+    EXPECT_NE(connection->change_mark(kUsers), first);
+    EXPECT_THAT(connection->query(std::string(kSelectCommands.text)).rows, IsEmpty());
+}
+
+TEST_F(OdbcConnectionTest, KeepsEveryCharacter)
+{
+    std::string text = "Zo\xC3\xAB \xF0\x9F\x98\x80 \\ \\' \" ` %_ ?:$1 \xE2\x80\x99 \n\t end";
+    for (int i = 0; i < 4; ++i) {
+        connection->insert_row(kQueue, {{"Message"}, {text}});
+        connection->end_turn();
+        EXPECT_EQ(seen(kQueue, 4), std::vector<std::string>{text});
+        connection->Execute("DELETE FROM [command]");
+        connection->maintenance().delete_rows(kQueue);
+        text += text + text + text + text; // up to 6,000 characters
+    }
+}
+
+TEST_F(OdbcConnectionTest, CountsDaysByTheServersDate)
+{
+    const auto now = SystemClock().now();
+    connection->Execute(fill(kInsertUser, {"anna", "p", "", "", ""}));
+    for (const int days : {0, 6, 7, 8}) {
+        connection->insert_row(kLog,
+            {{"ActionTime", "UserName", "RemoteIP", "Action"},
+                {now.plus_seconds(-86400 * days), "anna", "::1",
+                    "LogOn successfully for " + std::to_string(days)}});
+    }
+    EXPECT_EQ(connection->query(fill(kSelectRecentLogOn, {"0", "Anna"})).rows.size(), 1U);
+    EXPECT_EQ(connection->query(fill(kSelectInactiveUsers, {"8"})).rows.size(), 1U);
+    EXPECT_EQ(connection->query(fill(kSelectInactiveUsers, {"9"})).rows.size(), 0U);
+    const auto last = connection->query(fill(kSelectLastActivity, {"anna"}));
+    EXPECT_LT(std::abs(seconds_between(last.rows.at(0).at(0).date(), now)), 60);
+    connection->Execute(fill(kDeleteOldLog, {"7"}));
+    const auto lines = connection->query(fill(kSelectLogLines, {"10"}));
+    ASSERT_EQ(lines.rows.size(), 2U);
+    EXPECT_THAT(lines.rows[0][0].text(), HasSubstr("/anna/")) << "newest first";
+    const auto user = connection->query(fill(kSelectUser, {"anna"}));
+    EXPECT_LT(std::abs(seconds_between(user.rows.at(0).at(8).date(), now)), 60) << "set by the server";
+}
+
+TEST_F(OdbcConnectionTest, RefusesAWrongPassword)
+{
+    connection->Close();
+    EXPECT_EQ(failure_of([&] { connection->Open(test::server_under_test()->connection_string("wrong")); }),
+        number_of(DatabaseError::LogonFailed));
+    EXPECT_EQ(failure_of([&] { add_user("anna"); }), number_of(DatabaseError::ConnectionClosed));
+}
+
+TEST_F(OdbcConnectionTest, ALockFailsItsStatementsAndNothingElse)
+{
+    const auto key = connection->insert_row(kAutoReply, {{"UserName"}, {"anna"}});
+    connection->end_turn();
+    other->update_row(kAutoReply, key, {{"Message"}, {"mine"}}); // and keeps the turn open
+    log("goes on");
+    const auto change = [&] {
+        connection->update_row(kAutoReply, key, {{"Message"}, {"yours"}});
+    };
+    EXPECT_EQ(failure_of(change), kUnspecified);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(failure_of(change), kUnspecified);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1500ms) << "who waited in vain does not wait again";
+    EXPECT_EQ(connection->State(), ConnectionState::Open);
+    connection->end_turn();
+    other->end_turn();
+    change();
+    connection->end_turn();
+    EXPECT_THAT(seen(kAutoReply, 2), ElementsAre("yours"));
+    EXPECT_THAT(seen(kLog, 4), ElementsAre("goes on"));
+}
+
+TEST_F(OdbcConnectionTest, AFrozenServerHoldsNobodyUpForLong)
+{
+    add_user("anna"); // written, not committed: goes with its turn
+    log("before");
+    auto& program = test::server_under_test()->program();
+    program.send_signal_to_all(SIGSTOP);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(failure_of([&] { add_user("bert"); }), kUnspecified);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+    EXPECT_EQ(connection->State(), ConnectionState::Closed);
+    EXPECT_EQ(failure_of([&] { add_user("carl"); }), number_of(DatabaseError::ConnectionClosed));
+    log("meanwhile");
+    EXPECT_THAT(connection->take_notices(),
+        ElementsAre("Database connection lost: the database server did not answer within 1 seconds"));
+    program.send_signal_to_all(SIGCONT);
+    ASSERT_TRUE(comes_back());
+    EXPECT_THAT(connection->take_notices(), ElementsAre(HasSubstr("Database connection restored after ")));
+    add_user("dora");
+    connection->end_turn();
+    EXPECT_THAT(seen(kUsers, 1), ElementsAre("dora"));
+    EXPECT_THAT(seen(kLog, 4), ElementsAre("before", "meanwhile"));
+}
+
+TEST_F(OdbcConnectionTest, SurvivesAKilledServer)
+{
+    add_user("anna");
+    connection->end_turn();
+    log("before");
+    auto* server = test::server_under_test();
+    server->program().end();
+    EXPECT_EQ(failure_of([&] { connection->end_turn(); }), kUnspecified);
+    for (int i = 0; i < 30'000; ++i) { // more than is kept
+        log("meanwhile");
+    }
+    connection->end_turn();
+    server->start();
+    ASSERT_TRUE(comes_back());
+    EXPECT_THAT(connection->take_notices(),
+        ElementsAre(
+            HasSubstr("Database connection lost: "), HasSubstr("; 10001 log lines could not be kept")));
+    connection->end_turn();
+    other = open(false);
+    EXPECT_EQ(seen(kLog, 4).size(), 20'000U);
+    EXPECT_EQ(seen(kLog, 4).front(), "before");
+    EXPECT_THAT(seen(kUsers, 1), ElementsAre("anna"));
+}

@@ -1,0 +1,15 @@
+// A MariaDB server of the tests' own.
+#pragma once
+
+#include "support/DatabaseServer.h"
+
+namespace qz::test {
+
+class MariaDbServer final : public DatabaseServer {
+public:
+    static std::string reason_against();
+    MariaDbServer();
+    void start() override;
+};
+
+} // namespace qz::test
