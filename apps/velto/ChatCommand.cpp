@@ -108,7 +108,7 @@ public:
     qz::client::SendResult send(const qz::client::Request& request) override { return core_.send(request); }
     qz::client::ClientCore::SentMessage send_message(const qz::client::OutgoingMessage& message) override
     {
-        return core_.send_message(message);
+        return core_.deliver_message(message);
     }
     void start() override { connection_.start(); }
     void stop() override { core_.stop(); }
