@@ -37,6 +37,7 @@ class Link {
 public:
     virtual bool is_logged_on() const = 0;
     virtual qz::client::SendResult send(const qz::client::Request& request) = 0;
+    /// Takes the message and sends it until the server has told that it has it (ClientEvents::settled).
     virtual qz::client::ClientCore::SentMessage send_message(const qz::client::OutgoingMessage& message) = 0;
     /// Connects, and goes on trying.
     virtual void start() = 0;
