@@ -65,10 +65,9 @@ std::filesystem::path folder_of(const ChatOptions& options)
 {
     std::error_code error;
     const auto downloads = typed_path("~/Downloads");
-    const auto folder = !options.into.empty()             ? typed_path(options.into)
+    return !options.into.empty()                          ? typed_path(options.into)
         : std::filesystem::is_directory(downloads, error) ? downloads
                                                           : std::filesystem::current_path(error);
-    return folder;
 }
 
 /// The screen, the session and the connection in one loop.

@@ -134,7 +134,6 @@ public:
         : Mover(log_on, options.ports, options.quiet), options_(options)
     {
     }
-    virtual ~FileSender() = default;
 
     Exit run()
     {
@@ -184,7 +183,6 @@ public:
         : Mover(log_on, options.ports, options.quiet), options_(options)
     {
     }
-    virtual ~FileReceiver() = default;
 
     Exit run()
     {

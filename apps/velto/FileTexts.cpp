@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace velto {
@@ -26,7 +27,7 @@ std::string time_text(double time)
             + std::to_string(static_cast<int>(time / kMinute) % 60) + " min";
     }
     return time >= kMinute ? std::to_string(static_cast<int>(time / kMinute)) + " min"
-                           : std::to_string(static_cast<int>(time + 0.5)) + " s";
+                           : std::to_string(std::lround(time)) + " s";
 }
 
 } // namespace

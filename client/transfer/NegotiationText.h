@@ -15,10 +15,10 @@ namespace qz::client::transfer {
 
 /// Largest file that can be offered.
 inline constexpr std::uint64_t kMaxFileSize = (std::uint64_t{1} << 53U) - 1;
-inline constexpr std::size_t kIdSize = 22;              // 16 random bytes as base64url
-inline constexpr std::uint16_t kLeastPort = 1024;       // below it, services of the machine live
-inline constexpr std::size_t kMaxNegotiation = 1'024;   // bytes of such a text
-inline constexpr std::size_t kMaxOfferedName = 255 * 3; // bytes
+inline constexpr std::size_t kIdSize = 22;            // 16 random bytes as base64url
+inline constexpr std::uint16_t kLeastPort = 1024;     // below it, services of the machine live
+inline constexpr std::size_t kMaxNegotiation = 1'024; // bytes of such a text
+inline constexpr std::size_t kMaxOfferedName = 765;   // bytes
 
 struct OfferText {
     std::string id;

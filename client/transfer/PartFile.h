@@ -38,7 +38,7 @@ public:
 
 private:
     PartFile(std::filesystem::path folder, Offered offered, std::filesystem::path part);
-    std::optional<Ending> open_part(bool exists);
+    std::optional<Ending> open_part(bool goes_on);
     std::optional<Ending> check_room() const;
     std::filesystem::path info() const;
 
