@@ -109,6 +109,13 @@ protected:
 
 constexpr auto kSyntax = number_of(qz::DatabaseError::Syntax);
 
+/// Servers take nothing but a date there, where the embedded database takes any text.
+bool takes_date_on_server(const Statement& statement)
+{
+    return qz::test::server_under_test() != nullptr
+        && statement.text.find("Time = '{}'") != std::string_view::npos;
+}
+
 } // namespace
 
 TEST_F(StatementsTest, AllRunWithValuesOfEveryKind)
@@ -124,7 +131,8 @@ TEST_F(StatementsTest, AllRunWithValuesOfEveryKind)
             const bool takes_texts = statement.text.find("UserName_Owner = {}") != std::string_view::npos;
             const bool whole = on_server && !takes_texts
                 && std::string_view(bare).find_first_of("'.") != std::string_view::npos;
-            const auto sql = filled(statement, doubled(text), counts || whole ? "5" : bare);
+            const auto value = takes_date_on_server(statement) ? "2026-11-23 10:00:00" : doubled(text);
+            const auto sql = filled(statement, value, counts || whole ? "5" : bare);
             EXPECT_EQ(failure_of(sql), std::nullopt) << sql;
         }
     }
@@ -157,7 +165,7 @@ TEST_F(StatementsTest, NoTextBecomesPartOfAStatement)
             }
             const auto sql = filled(statement, value, "7");
             const auto failure = failure_of(sql);
-            EXPECT_TRUE(!failure || failure == kSyntax)
+            EXPECT_TRUE(!failure || failure == kSyntax || takes_date_on_server(statement))
                 << *failure << " for " << statement.text << (shown_whole ? value : "");
         }
         EXPECT_EQ(everything(), before) << (shown_whole ? value : "long");
