@@ -128,10 +128,26 @@ double DateTime::ole() const
 std::string DateTime::text() const
 {
     const auto t = civil();
-    std::array<char, 40> buffer{};
-    const int length = std::snprintf(buffer.data(), buffer.size(), "%04d-%02d-%02d %02d:%02d:%02d", t.year,
-        t.month, t.day, t.hour, t.minute, t.second);
-    return {buffer.data(), static_cast<std::size_t>(length)};
+    if (t.year < 0 || t.year > 9999) {
+        std::array<char, 40> buffer{};
+        const int length = std::snprintf(buffer.data(), buffer.size(), "%04d-%02d-%02d %02d:%02d:%02d",
+            t.year, t.month, t.day, t.hour, t.minute, t.second);
+        return {buffer.data(), static_cast<std::size_t>(length)};
+    }
+    // Digit by digit: every message has several of these, and a format string is taken apart anew each time.
+    std::string text = "0000-00-00 00:00:00";
+    const auto put = [&](std::size_t last_digit, int number) {
+        for (auto at = last_digit; number > 0; --at, number /= 10) {
+            text[at] = static_cast<char>('0' + number % 10);
+        }
+    };
+    put(3, t.year);
+    put(6, t.month);
+    put(9, t.day);
+    put(12, t.hour);
+    put(15, t.minute);
+    put(18, t.second);
+    return text;
 }
 
 std::string DateTime::date_text() const
