@@ -36,9 +36,13 @@ void IniFile::refresh() const
 /// Nothing when there is no file or it cannot be read.
 const IniDocument* IniFile::current() const
 {
+    if (kept_ && looks_ > 0 && looked_) {
+        return &kept_->document;
+    }
     if (!attempt([&] { refresh(); })) {
         kept_.reset();
     }
+    looked_ = true;
     return kept_ ? &kept_->document : nullptr;
 }
 

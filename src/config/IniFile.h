@@ -21,6 +21,24 @@ class IniFile {
 public:
     explicit IniFile(std::filesystem::path path) : file_(std::move(path)) { }
 
+    /// While it lives, reading looks at the file once, not at every access. For the length of one event,
+    /// which asks for a dozen settings: a look is a system call, and together they cost as much as storing a
+    /// message. An event within an event looks anew.
+    class OneLook {
+    public:
+        explicit OneLook(const IniFile& file) : file_(file)
+        {
+            ++file_.looks_;
+            file_.looked_ = false;
+        }
+        ~OneLook() { --file_.looks_; }
+        OneLook(const OneLook&) = delete;
+        OneLook& operator=(const OneLook&) = delete;
+
+    private:
+        const IniFile& file_;
+    };
+
     const std::filesystem::path& path() const { return file_.path(); }
 
     std::string ReadIniValue(std::string_view section, std::string_view key) const;
@@ -50,6 +68,8 @@ private:
 
     platform::AtomicFile file_;
     mutable std::optional<Kept> kept_;
+    mutable int looks_ = 0; // how many OneLook there are
+    mutable bool looked_ = false;
 };
 
 } // namespace qz::config

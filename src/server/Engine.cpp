@@ -397,6 +397,7 @@ void Engine::connection_requested(std::int32_t request)
 void Engine::data_arrived(std::int16_t socket, const std::string& unit)
 {
     guarded(journal, "SocketX_Receive", no_address, [&] {
+        const config::IniFile::OneLook one_look(ini);
         pool.touch(socket);
         rate_limit.arrived(socket);
         receiver.DataIncoming(socket, unit);

@@ -271,6 +271,32 @@ TEST_F(IniFileTest, AnEditByHandCountsAtTheNextRead)
     EXPECT_EQ(ini_.ReadIniValue("S", "k"), "");
 }
 
+TEST_F(IniFileTest, DuringOneLookOnlyOwnEditsAndNestedLooksSeeTheFileAnew)
+{
+    IniFile other{path_};
+    other.WriteIniValue("S", "Key", "first");
+    const auto value = [&] {
+        return ini_.ReadIniValue("S", "Key");
+    };
+    {
+        const IniFile::OneLook look(ini_);
+        EXPECT_EQ(value(), "first");
+        other.WriteIniValue("S", "Key", "second");
+        EXPECT_EQ(value(), "first");
+        {
+            const IniFile::OneLook nested(ini_);
+            EXPECT_EQ(value(), "second");
+        }
+        // An edit starts from what the file holds, whatever was looked at before.
+        other.WriteIniValue("S", "Theirs", "kept");
+        ini_.WriteIniValue("S", "Key", "third");
+        EXPECT_EQ(value(), "third");
+        EXPECT_EQ(ini_.ReadIniValue("S", "Theirs"), "kept");
+    }
+    other.WriteIniValue("S", "Key", "fourth");
+    EXPECT_EQ(value(), "fourth");
+}
+
 TEST_F(IniFileTest, AFileThatCannotBeReadIsNotReplaced)
 {
     std::filesystem::create_directory(path_);
