@@ -87,7 +87,8 @@ void PreparedHome::grow(const std::filesystem::path& home, std::size_t rows)
     }
     // Numbers of messages as clients draw them: anywhere below 2^53.
     run_sql(home,
-        "PRAGMA synchronous=OFF; BEGIN; INSERT INTO messages (UserName_From, UserName_To, MsgID, Sent, "
+        "PRAGMA synchronous=OFF; PRAGMA cache_size=-400000; BEGIN; INSERT INTO messages (UserName_From, "
+        "UserName_To, MsgID, Sent, "
         "SentTime, ReceivedTime, ExpirationTime, Delivered, DeliveredTime) "
             + numbers_below(rows)
             + "SELECT 'user' || (n % 200), 'user' || ((n + 1) % 200), random() & 9007199254740991, 1, "

@@ -11,6 +11,7 @@
 #include <netinet/in.h>
 #include <sched.h>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -57,6 +58,7 @@ bool accepts(std::uint16_t port)
     const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     dup2(file, STDOUT_FILENO);
     dup2(file, STDERR_FILENO);
+    prctl(PR_SET_PDEATHSIG, SIGTERM); // a run that is broken off leaves no server behind
     pin_to_core(core);
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);

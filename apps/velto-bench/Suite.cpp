@@ -61,7 +61,7 @@ Suite::Suite(const SuiteOptions& options)
 {
 }
 
-void Suite::run()
+bool Suite::run()
 {
     pin_to_core(1);
     raise_file_limit();
@@ -69,8 +69,20 @@ void Suite::run()
     for (const auto& [name, work] : measurements()) {
         if (only.empty() || std::find(only.begin(), only.end(), name) != only.end()) {
             std::cerr << name << "\n";
-            (this->*work)();
+            measure(name, work);
         }
+    }
+    return complete_;
+}
+
+/// One that cannot be made does not take the others with it.
+void Suite::measure(const std::string& name, void (Suite::*work)())
+{
+    try {
+        (this->*work)();
+    } catch (const std::exception& error) {
+        std::cerr << "  " << name << " was not measured to its end: " << error.what() << "\n";
+        complete_ = false;
     }
 }
 

@@ -27,8 +27,8 @@ public:
 
     /// The names of the measurements, in their order.
     static std::vector<std::string> names();
-    /// @throws std::runtime_error when one cannot be made.
-    void run();
+    /// @return false when one could not be made to its end; the figures of the others are there.
+    bool run();
     const Report& report() const { return report_; }
 
 private:
@@ -42,6 +42,7 @@ private:
         void (Suite::*work)();
     };
     static const std::vector<Measurement>& measurements();
+    void measure(const std::string& name, void (Suite::*work)());
 
     Measured start_server(const std::vector<std::string>& settings = {}, std::size_t rows = 0) const;
     Measured start_relay() const;
@@ -66,6 +67,7 @@ private:
     SuiteOptions options_;
     PreparedHome home_;
     Report report_;
+    bool complete_ = true;
 };
 
 } // namespace velto::bench

@@ -21,10 +21,12 @@ constexpr const char* kFooter = R"(Examples:
 
 Exit codes: 0 done, 1 failed, 2 usage.)";
 
-void write_json(const std::string& path, const Report& report)
+void write_json(const std::string& path, const Report& report, bool complete)
 {
     std::ofstream file(path);
-    file << report.json().dump(2) << "\n";
+    auto figures = report.json();
+    figures["complete"] = complete;
+    file << figures.dump(2) << "\n";
     if (!file.flush()) {
         throw std::runtime_error("the figures cannot be written to " + path);
     }
@@ -48,10 +50,13 @@ void add_run(CLI::App& app, SuiteOptions& options, std::string& json)
     run->add_option("--json", json, "File for the figures as JSON");
     run->callback([&] {
         Suite suite(options);
-        suite.run();
+        const bool complete = suite.run();
         suite.report().print();
         if (!json.empty()) {
-            write_json(json, suite.report());
+            write_json(json, suite.report(), complete);
+        }
+        if (!complete) {
+            throw std::runtime_error("not everything was measured; the lines above say what and why");
         }
     });
 }
