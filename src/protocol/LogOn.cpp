@@ -112,7 +112,7 @@ void LogOn::let_in(const Credentials& credentials, const Request& request)
     outcomes_.last_log_ons.logged_on(user);
     // Before anything is said on this connection: what the last one left unconfirmed goes ahead of what is
     // new.
-    const bool deliver = outcomes_.queue.recipient_logged_on(user);
+    const bool deliver = outcomes_.queue.recipient_changed(user);
     answer(request.socket, protocol_keywords().AnswerAccepted);
     // Sending may yield: a client that went away meanwhile has been announced off line, and stays so.
     if (outcomes_.registration.is_bound(user, request.socket)) {

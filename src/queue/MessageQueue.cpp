@@ -315,7 +315,7 @@ void MessageQueue::load()
     }
 }
 
-bool MessageQueue::recipient_logged_on(const std::string& user)
+bool MessageQueue::recipient_changed(const std::string& user)
 {
     if (!rules_.deployment.keep_until_confirmed()) {
         return false;

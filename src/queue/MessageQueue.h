@@ -74,10 +74,10 @@ public:
     /// empty.
     /// @throws EngineError when the database fails: a server that cannot read what it owes must not go on.
     void load();
-    /// A user's new connection record is filled, and nothing has been sent there yet. What the user was sent
-    /// before and has not confirmed is to be sent again, ahead of everything newer.
+    /// A user's new connection record is filled, and nothing has been sent there yet; or one was released.
+    /// What the user was sent before and has not confirmed is to be sent again, ahead of everything newer.
     /// @return true when what waits for the user is to go out at once.
-    bool recipient_logged_on(const std::string& user);
+    bool recipient_changed(const std::string& user);
 
     /// What this turn does to messages is to be stored as a whole or not at all, if DurableQueue is on.
     void require_whole_turn();

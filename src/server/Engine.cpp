@@ -360,6 +360,9 @@ void Engine::presence_changed()
 
 void Engine::released(const std::string& user, const std::string& address, std::int16_t socket)
 {
+    // What went to this connection and is not confirmed goes to the next one in its order. That one may be
+    // there already, when two logons of one user have met, so that no logon follows.
+    message_queue.recipient_changed(user);
     room_requests.UnscribeFromRooms(user);
     presence.Update_Status(protocol_keywords().StatusOffLine, user, socket, address);
     presence.RefreshActiveUsersMenu();

@@ -290,7 +290,7 @@ TEST_F(MessageQueueTest, KeepsWhatIsSentUntilItIsConfirmed)
     work();
     host.machine.clock().advance(1s);
     auto ben_again = log_on("ben");
-    EXPECT_TRUE(queue().recipient_logged_on("ben"));
+    EXPECT_TRUE(queue().recipient_changed("ben"));
     work();
     EXPECT_EQ(texts(ben_again), (Texts{"1", "3", "4"})) << "at once, and what is older first";
     host.machine.clock().set_now(DateTime::parse(kExpiration).value().plus_seconds(1));
@@ -340,7 +340,7 @@ TEST_F(MessageQueueTest, IsBackAfterARestart)
     put(2); // nor this one, which is settled
     EXPECT_EQ(queue().count(), 3U);
     auto ben_again = log_on("ben");
-    queue().recipient_logged_on("ben");
+    queue().recipient_changed("ben");
     work();
     EXPECT_EQ(texts(ben_again), (Texts{"1", "4"}));
     ada.take();
