@@ -19,7 +19,8 @@ namespace {
 
 constexpr std::size_t kAtATime = 64;     // logons under way
 constexpr std::size_t kPerAddress = 150; // a server may limit the connections of one address
-constexpr std::chrono::milliseconds kSilence{10000};
+constexpr std::chrono::milliseconds kSilence{
+    30000}; // a server may try a waiting message again only every ten seconds
 
 std::string credential(const std::string& text)
 {
@@ -153,7 +154,7 @@ void Crowd::poll_until(const std::function<bool()>& done)
         if (count > 0) {
             last = now;
         } else if (now - last > kSilence) {
-            throw std::runtime_error("nothing has come from the server for ten seconds");
+            throw std::runtime_error("nothing has come from the server for thirty seconds");
         }
         for (int i = 0; i < count; ++i) {
             read(events[static_cast<std::size_t>(i)].data.u64);

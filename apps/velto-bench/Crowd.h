@@ -25,7 +25,7 @@ public:
     explicit Crowd(std::uint16_t port);
 
     /// Connects accounts and logs them on, some at a time, until all have got the last text of a logon.
-    /// @throws std::runtime_error when one is refused, or nothing comes for ten seconds.
+    /// @throws std::runtime_error when one is refused, or nothing comes for thirty seconds.
     void log_on(std::size_t first_account, std::size_t count);
     /// Ends all connections.
     void leave();
@@ -43,7 +43,7 @@ public:
     /// @throws std::runtime_error when the server ends a connection.
     void poll(std::chrono::milliseconds patience);
     /// Polls until a condition holds.
-    /// @throws std::runtime_error when nothing comes for ten seconds.
+    /// @throws std::runtime_error when nothing comes for thirty seconds.
     void poll_until(const std::function<bool()>& done);
 
 private:
