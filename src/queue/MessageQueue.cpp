@@ -92,8 +92,10 @@ void MessageQueue::put(const NewMessage& message, bool recipient_on_line)
 
 void MessageQueue::save(QueueEntry& entry)
 {
-    rows_.save(entry);
+    const auto row = rows_.save(entry);
     if (rules_.deployment.durable_queue()) {
+        entry.message_row =
+            entry.MsgID == 0 ? 0 : row; // a message with a number has no equal: see is_repeated
         kept_.add(entry);
     }
 }

@@ -82,7 +82,11 @@ public:
     /// What this turn does to messages is to be stored as a whole or not at all, if DurableQueue is on.
     void require_whole_turn();
     // At the end of a turn of the loop.
-    void turn_ending() { kept_.turn_ending(); }
+    void turn_ending()
+    {
+        rows_.turn_ended();
+        kept_.turn_ending();
+    }
     void turn_stored() { kept_.turn_stored(); }
     void turn_lost() { kept_.turn_lost(table_); }
 

@@ -6,6 +6,7 @@
 namespace qz::queue {
 
 namespace statements = store::statements;
+namespace tables = store::tables;
 
 namespace {
 
@@ -15,37 +16,62 @@ std::string quoted(const std::string& name)
     return replace_all(name, "'", "''");
 }
 
+std::string name_of(const std::string& sender, const std::string& recipient, double msg_id)
+{
+    return decimal(msg_id) + '\n' + recipient + '\n' + sender;
+}
+
+platform::RowChange state_of(const QueueEntry& entry)
+{
+    return {{"ReceiptRequested", "Sent", "SentTime", "ReceivedTime", "ExpirationTime", "Delivered",
+                "DeliveredTime", "Ignore"},
+        {entry.receipt_requested, entry.sent, entry.sent_time, entry.received_time, entry.expiration_time,
+            entry.delivered, entry.delivered_time, entry.ignore}};
+}
+
 } // namespace
 
-void MessageRows::save(const QueueEntry& entry)
+std::int64_t MessageRows::save(const QueueEntry& entry)
 {
-    auto row = database_.open(statements::kSelectMessagesForAdding);
-    row.AddNew();
-    row.SetField("UserName_From", entry.sender);
-    row.SetField("UserName_To", entry.recipient);
-    row.SetField("MsgID", entry.MsgID);
-    row.Update();
+    const auto key = database_.connection().add_row(tables::kMessages,
+        {{"UserName_From", "UserName_To", "MsgID"}, {entry.sender, entry.recipient, entry.MsgID}});
+    saved_.insert(name_of(entry.sender, entry.recipient, entry.MsgID));
+    return key;
 }
 
 bool MessageRows::contains(const std::string& sender, const std::string& recipient, double msg_id)
 {
-    return !database_.open(statements::kSelectMessage, {quoted(sender), quoted(recipient), decimal(msg_id)})
-                .AtEnd();
+    return saved_.contains(name_of(sender, recipient, msg_id))
+        || database_.connection().finds(
+            statements::kFindMessage, {decimal(msg_id), quoted(recipient), quoted(sender)});
 }
 
 void MessageRows::write_back(const QueueEntry& entry)
 {
+    if (entry.message_row != 0 && write_known(entry)) {
+        return;
+    }
     auto row = database_.open(
         statements::kSelectMessage, {quoted(entry.sender), quoted(entry.recipient), decimal(entry.MsgID)});
-    row.SetField("ReceiptRequested", entry.receipt_requested);
-    row.SetField("Sent", entry.sent);
-    row.SetField("SentTime", entry.sent_time);
-    row.SetField("ReceivedTime", entry.received_time);
-    row.SetField("ExpirationTime", entry.expiration_time);
-    row.SetField("Delivered", entry.delivered);
-    row.SetField("DeliveredTime", entry.delivered_time);
-    row.SetField("Ignore", entry.ignore);
+    const auto change = state_of(entry);
+    for (std::size_t i = 0; i < change.columns.size(); ++i) {
+        row.SetField(change.columns[i], change.values[i]);
+    }
     row.Update();
+}
+
+/// @return false when the row is not there any more.
+bool MessageRows::write_known(const QueueEntry& entry)
+{
+    try {
+        database_.connection().update_row(tables::kMessages, entry.message_row, state_of(entry));
+        return true;
+    } catch (const EngineError& error) {
+        if (error.number() != number_of(DatabaseError::RowGone)) {
+            throw;
+        }
+        return false;
+    }
 }
 
 ConfirmedRow MessageRows::confirm(double msg_id, const std::string& recipient, DateTime now)

@@ -24,11 +24,12 @@ struct QueueEntry {
     DateTime delivered_time{};
     bool expired = false;
     bool ignore = false;
-    std::string room{};     // of a message that was written to a room
-    bool automatic = false; // a recipient's automatic reply: its sender did not write it
-    std::int64_t row = 0;   // its key in the table `queue`; 0 when it is not kept there
-    int resends = 0;        // without an answer, since it was last sent for the first time
-    DateTime resend_time{}; // of a sent one: after which it is sent again
+    std::string room{};           // of a message that was written to a room
+    bool automatic = false;       // a recipient's automatic reply: its sender did not write it
+    std::int64_t row = 0;         // its key in the table `queue`; 0 when it is not kept there
+    std::int64_t message_row = 0; // its key in the table `messages`; 0 when it has to be looked for
+    int resends = 0;              // without an answer, since it was last sent for the first time
+    DateTime resend_time{};       // of a sent one: after which it is sent again
 
     bool in_use() const { return number != 0; }
     bool to_room() const { return !room.empty(); }

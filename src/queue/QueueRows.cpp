@@ -30,12 +30,19 @@ std::int64_t QueueRows::add(const QueueEntry& entry)
 
 void QueueRows::mark_sent(const QueueEntry& entry)
 {
-    database_.execute(statements::kUpdateQueueSent, {entry.sent_time.text(), std::to_string(entry.row)});
+    database_.connection().update_row(
+        tables::kQueue, entry.row, {{"Sent", "SentTime"}, {true, entry.sent_time}});
 }
 
 void QueueRows::remove(std::int64_t row)
 {
-    database_.execute(statements::kDeleteQueueRow, {std::to_string(row)});
+    try {
+        database_.connection().delete_row(tables::kQueue, row);
+    } catch (const EngineError& error) {
+        if (error.number() != number_of(DatabaseError::RowGone)) {
+            throw;
+        }
+    }
 }
 
 std::vector<QueueEntry> QueueRows::load()

@@ -45,14 +45,16 @@ void ActivityLog::Write2dbLog(
     const auto address =
         line.empty() ? keywords.HostAddress : std::string(first_characters(line, kRemoteIPWidth));
     const auto text = cut_cleaned(parser_.CleanText(single_line(action)), kActionWidth);
-    const auto sql = platform::fill(statements::kInsertLogRow, {name, address, text});
     try {
-        database_.connection().Execute(sql);
+        database_.execute(statements::kInsertLogRow, {name, address, text});
         ++rows_written_;
     } catch (...) { // not guarded(): reporting a failure writes a log row, and that would never end
         const auto error = current_error();
         journal_.raise_error("Write2dbLog",
-            EngineError(error.number(), error.source(), error.description() + " -> " + sql), no_address);
+            EngineError(error.number(), error.source(),
+                error.description() + " -> "
+                    + platform::fill(statements::kInsertLogRow, {name, address, text})),
+            no_address);
     }
 }
 

@@ -34,6 +34,15 @@ public:
     {
         noting([&] { inner_->Execute(sql); });
     }
+    void perform(
+        const platform::Statement& statement, std::initializer_list<std::string_view> values) override
+    {
+        noting([&] { inner_->perform(statement, values); });
+    }
+    bool finds(const platform::Statement& statement, std::initializer_list<std::string_view> values) override
+    {
+        return noting([&] { return inner_->finds(statement, values); });
+    }
     platform::ResultSet query(const std::string& sql) override
     {
         return noting([&] { return inner_->query(sql); });
@@ -46,9 +55,9 @@ public:
     {
         return noting([&] { return inner_->insert_row(table, row); });
     }
-    void add_row(const platform::Table& table, const platform::RowChange& row) override
+    std::int64_t add_row(const platform::Table& table, const platform::RowChange& row) override
     {
-        noting([&] { inner_->add_row(table, row); });
+        return noting([&] { return inner_->add_row(table, row); });
     }
     void update_row(const platform::Table& table, std::int64_t key, const platform::RowChange& row) override
     {

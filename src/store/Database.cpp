@@ -115,7 +115,7 @@ std::unique_ptr<platform::Connection> Database::make_connection()
 
 void Database::execute(const platform::Statement& statement, std::initializer_list<std::string_view> values)
 {
-    connection().Execute(platform::fill(statement, values));
+    connection().perform(statement, values);
 }
 
 platform::Recordset Database::open(

@@ -128,6 +128,10 @@ inline constexpr Statement kSelectMessage{
     "SELECT * FROM messages WHERE UserName_From = '{}' AND UserName_To = '{}' AND MsgID = {} "
     "ORDER BY IDMessage DESC",
     &tables::kMessages};
+/// Whether a message is there: MsgID, recipient, sender.
+inline constexpr Statement kFindMessage{
+    "SELECT IDMessage FROM messages WHERE MsgID = {} AND UserName_To = '{}' AND UserName_From = '{}'",
+    &tables::kMessages, {}, true};
 /// Messages of anybody: MsgID.
 inline constexpr Statement kSelectMessagesByMsgID{
     "SELECT * FROM messages WHERE MsgID = {}", &tables::kMessages};

@@ -59,9 +59,9 @@ public:
     {
         return inner_->insert_row(table, row);
     }
-    void add_row(const platform::Table& table, const platform::RowChange& row) override
+    std::int64_t add_row(const platform::Table& table, const platform::RowChange& row) override
     {
-        inner_->add_row(table, row);
+        return inner_->add_row(table, row);
     }
     void update_row(const platform::Table& table, std::int64_t key, const platform::RowChange& row) override
     {

@@ -35,6 +35,17 @@ public:
         tell(sql);
         inner_->Execute(sql);
     }
+    void perform(
+        const platform::Statement& statement, std::initializer_list<std::string_view> values) override
+    {
+        tell(platform::fill(statement, values));
+        inner_->perform(statement, values);
+    }
+    bool finds(const platform::Statement& statement, std::initializer_list<std::string_view> values) override
+    {
+        tell(platform::fill(statement, values));
+        return inner_->finds(statement, values);
+    }
     platform::ResultSet query(const std::string& sql) override
     {
         tell(sql);
@@ -46,10 +57,10 @@ public:
         tell("EDIT");
         return inner_->insert_row(table, row);
     }
-    void add_row(const platform::Table& table, const platform::RowChange& row) override
+    std::int64_t add_row(const platform::Table& table, const platform::RowChange& row) override
     {
         tell("EDIT");
-        inner_->add_row(table, row);
+        return inner_->add_row(table, row);
     }
     void update_row(const platform::Table& table, std::int64_t key, const platform::RowChange& row) override
     {

@@ -6,6 +6,7 @@
 #include "platform/database/Value.h"
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -69,6 +70,17 @@ public:
     /// Runs a statement without a result. A text whose shape is not in the catalogue is refused as a syntax
     /// error.
     virtual void Execute(const std::string& sql) = 0;
+    /// The same for a statement of the catalogue and the values in its holes, without the way through its
+    /// text.
+    virtual void perform(const Statement& statement, std::initializer_list<std::string_view> values)
+    {
+        Execute(fill(statement, values));
+    }
+    /// Whether a query of the catalogue gives a row.
+    virtual bool finds(const Statement& statement, std::initializer_list<std::string_view> values)
+    {
+        return !query(fill(statement, values)).rows.empty();
+    }
     /// Runs a query and fetches all its rows. The same rule for shapes.
     virtual ResultSet query(const std::string& sql) = 0;
     /// What a query would return without its rows: for a recordset that is opened only to add to it.
@@ -78,9 +90,10 @@ public:
     // outside.
     /// @return the key that the database gave the new row.
     virtual std::int64_t insert_row(const Table& table, const RowChange& row) = 0;
-    /// For who does not need the key. The row may reach the database as late as with the next text about its
+    /// For who can do without the key. The row may reach the database as late as with the next text about its
     /// table, or at the end of the turn, which then reports what the database refuses.
-    virtual void add_row(const Table& table, const RowChange& row) { insert_row(table, row); }
+    /// @return the new row's key; 0 when the database has not given it yet.
+    virtual std::int64_t add_row(const Table& table, const RowChange& row) { return insert_row(table, row); }
     /// @throws EngineError RowGone when there is no row with that key any more.
     virtual void update_row(const Table& table, std::int64_t key, const RowChange& row) = 0;
     virtual void delete_row(const Table& table, std::int64_t key) = 0;

@@ -84,6 +84,19 @@ std::vector<Slot> slots_of(std::string_view text)
     return slots;
 }
 
+/// True for a value that stands between quotes as it is.
+bool is_plain(std::string_view value)
+{
+    return value.find('\'') == std::string_view::npos && value.find('\0') == std::string_view::npos;
+}
+
+bool is_natural(std::string_view value)
+{
+    constexpr std::size_t kLongest = 18; // fits 64 bits
+    return !value.empty() && value.size() <= kLongest
+        && std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
 bool is_count(const Token& token)
 {
     return token.kind == TokenKind::Number && std::holds_alternative<std::int64_t>(value_of(token).held());
@@ -182,6 +195,29 @@ Match Catalogue::look_up(std::string_view sql) const
         return match;
     }
     throw no_shape(sql);
+}
+
+std::optional<Match> Catalogue::match(
+    const Statement& statement, std::initializer_list<std::string_view> values) const
+{
+    auto& shape = by_text_[statement.text.data()];
+    if (shape == nullptr) {
+        shape = look_up(fill(statement, values)).shape;
+    }
+    Match match;
+    match.shape = shape;
+    const auto* value = values.begin();
+    for (const auto& slot : shape->slots) {
+        if (slot.kind == Slot::Kind::Fixed) {
+            continue;
+        }
+        const bool is_text = slot.kind == Slot::Kind::Text;
+        if (value == values.end() || !(is_text ? is_plain(*value) : is_natural(*value))) {
+            return std::nullopt;
+        }
+        match.values.at(match.count++) = {is_text ? TokenKind::Text : TokenKind::Number, *value++};
+    }
+    return value == values.end() ? std::optional(match) : std::nullopt;
 }
 
 } // namespace qz::platform

@@ -9,6 +9,8 @@
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -62,6 +64,11 @@ public:
 
     /// @throws EngineError Syntax when the text has no shape; its description quotes only the first words.
     Match look_up(std::string_view sql) const;
+    /// What look_up finds for the statement's text with these values in its holes, without making that text.
+    /// The match points to the values.
+    /// @return nothing when a value would have to be read as part of the text: then only look_up can tell.
+    std::optional<Match> match(
+        const Statement& statement, std::initializer_list<std::string_view> values) const;
     std::size_t size() const { return shapes_.size(); }
 
 private:
@@ -75,6 +82,7 @@ private:
 
     std::vector<Shape> shapes_;
     Index index_;
+    mutable std::unordered_map<const char*, const Shape*> by_text_; // of statements that were matched
 };
 
 } // namespace qz::platform

@@ -23,6 +23,8 @@ struct Statement {
     /// Another text with the same holes in the same order and the same result, which databases run at a cost
     /// that does not explode with the rows. Empty when the text itself is good enough.
     std::string_view run_as = {};
+    /// Whoever runs it knows of the rows that were added in this turn: they need not be there yet.
+    bool of_stored_rows = false;
 };
 
 /// Joins a text as the system always did: the values stand between the pieces exactly as given.

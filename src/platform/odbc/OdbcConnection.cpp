@@ -281,11 +281,10 @@ std::int64_t OdbcConnection::insert_row(const Table& table, const RowChange& row
     });
 }
 
-void OdbcConnection::add_row(const Table& table, const RowChange& row)
+std::int64_t OdbcConnection::add_row(const Table& table, const RowChange& row)
 {
     if (!waits(table)) {
-        insert_row(table, row);
-        return;
+        return insert_row(table, row);
     }
     with_session([&](Session& open) {
         const auto step = open.tables.insert(table, row);
@@ -294,6 +293,7 @@ void OdbcConnection::add_row(const Table& table, const RowChange& row)
             flush(open);
         }
     });
+    return 0;
 }
 
 void OdbcConnection::update_row(const Table& table, std::int64_t key, const RowChange& row)

@@ -42,7 +42,7 @@ public:
     ResultSet query(const std::string& sql) override;
     ResultSet describe(const std::string& sql) override;
     std::int64_t insert_row(const Table& table, const RowChange& row) override;
-    void add_row(const Table& table, const RowChange& row) override;
+    std::int64_t add_row(const Table& table, const RowChange& row) override;
     void update_row(const Table& table, std::int64_t key, const RowChange& row) override;
     void delete_row(const Table& table, std::int64_t key) override;
     void end_turn() override;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <utility>
 
 #include <sqlite3.h>
@@ -57,50 +58,6 @@ void set_up(SqliteDatabase& database, Durability durability)
     database.run("PRAGMA cache_size=-16000; PRAGMA temp_store=MEMORY");
 }
 
-std::set<std::string> columns_of(SqliteDatabase& database)
-{
-    SqliteStatement statement(database,
-        "SELECT lower(t.name || '.' || c.name) FROM sqlite_master AS t, pragma_table_info(t.name) AS c "
-        "WHERE t.type = 'table'");
-    std::set<std::string> columns;
-    int code = statement.step();
-    for (; code == SQLITE_ROW; code = statement.step()) {
-        columns.insert(statement.column(0).text());
-    }
-    if (code != SQLITE_DONE) {
-        throw database.error(code);
-    }
-    return columns;
-}
-
-EngineError no_such_column(std::string_view table, std::string_view column)
-{
-    return database_error(
-        DatabaseError::Syntax, "no such column: " + std::string(table) + "." + std::string(column));
-}
-
-/// A name for the text of an edit. Different names always give different texts.
-std::string bracketed(std::string_view name)
-{
-    if (name.find(']') != std::string_view::npos) {
-        throw no_such_column("", name);
-    }
-    return "[" + std::string(name) + "]";
-}
-
-/// @param columns  "table.column" in lower case.
-void require_column(const std::set<std::string>& columns, const Table& table, std::string_view column)
-{
-    const auto prefix = lower(table.name) + ".";
-    const auto in_table = columns.lower_bound(prefix);
-    if (in_table == columns.end() || !in_table->starts_with(prefix)) {
-        throw database_error(DatabaseError::MissingTable, "no such table: " + std::string(table.name));
-    }
-    if (!columns.contains(prefix + lower(column))) {
-        throw no_such_column(table.name, column);
-    }
-}
-
 /// Sets table and keys of a result whose rows can be edited, and takes a key away that the text did not ask
 /// for.
 void take_keys(ResultSet& result, const Table* table, bool hidden)
@@ -124,6 +81,39 @@ void take_keys(ResultSet& result, const Table* table, bool hidden)
     if (hidden) {
         result.columns.pop_back();
     }
+}
+
+/// The waiting tables that a text speaks of.
+SqliteWaitingRows::Tables tables_in(std::string_view sql)
+{
+    SqliteWaitingRows::Tables tables = 0;
+    std::size_t end = 0;
+    const auto is_letter = [&](std::size_t at) {
+        return std::isalpha(static_cast<unsigned char>(sql[at])) != 0;
+    };
+    for (std::size_t start = 0; start < sql.size(); start = end + 1) {
+        for (end = start; end < sql.size() && is_letter(end); ++end) { }
+        tables |= SqliteWaitingRows::bit_of(lower(sql.substr(start, end - start)));
+    }
+    return tables;
+}
+
+/// The columns that an INSERT names, whose values are the holes in the same order; none for another
+/// statement.
+std::vector<std::string> inserted_columns(std::string_view text)
+{
+    std::vector<std::string> words;
+    Tokenizer tokens(text, Holes::Yes);
+    for (auto token = tokens.next(); token.kind != TokenKind::End; token = tokens.next()) {
+        if (token.kind == TokenKind::Word) {
+            words.emplace_back(token.text);
+        }
+    }
+    constexpr std::size_t kBefore = 3; // INSERT INTO table
+    if (words.size() <= kBefore + 1 || lower(words.front()) != "insert" || lower(words.back()) != "values") {
+        return {};
+    }
+    return {words.begin() + kBefore, words.end() - 1};
 }
 
 } // namespace
@@ -151,11 +141,12 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     register_functions(database.handle(), clock_);
     set_up(database, durability_);
     upgrade_schema(database);
-    opening->columns = columns_of(database);
     opening->prepared.resize(catalogue_.size());
+    opening->waiting = std::make_unique<SqliteWaitingRows>(database, clock_);
     opening->begin = std::make_unique<SqliteStatement>(database, "BEGIN IMMEDIATE");
     opening->commit = std::make_unique<SqliteStatement>(database, "COMMIT");
     opening->data_version = std::make_unique<SqliteStatement>(database, "PRAGMA data_version");
+    opening->schema_version = std::make_unique<SqliteStatement>(database, "PRAGMA schema_version");
     session_ = std::move(opening);
     ++common_changes_; // other programs may have written while it was closed
 }
@@ -178,18 +169,62 @@ ConnectionState SqliteConnection::State() const
 
 void SqliteConnection::Execute(const std::string& sql)
 {
-    query(sql);
+    execute(session(), catalogue_.look_up(sql));
+}
+
+void SqliteConnection::perform(const Statement& statement, std::initializer_list<std::string_view> values)
+{
+    auto& open = session();
+    if (const auto match = catalogue_.match(statement, values)) {
+        execute(open, *match);
+    } else {
+        Execute(fill(statement, values));
+    }
+}
+
+bool SqliteConnection::finds(const Statement& statement, std::initializer_list<std::string_view> values)
+{
+    auto& open = session();
+    const auto match = catalogue_.match(statement, values);
+    if (!match) {
+        return !query(fill(statement, values)).rows.empty();
+    }
+    auto& prepared = prepare(open, *match->shape);
+    write_waiting(open, prepared.tables);
+    const Run end(prepared.statement);
+    bind(prepared, *match);
+    const int code = prepared.statement.step();
+    if (code != SQLITE_ROW && code != SQLITE_DONE) {
+        fail(open, code);
+    }
+    return code == SQLITE_ROW;
+}
+
+void SqliteConnection::execute(Session& open, const Match& match)
+{
+    const auto& prepared = prepare(open, *match.shape);
+    if (prepared.waiting_columns.empty()) {
+        run(open, match);
+        return;
+    }
+    RowChange row{prepared.waiting_columns, {}};
+    for (const auto& literal : match.holes()) {
+        row.values.push_back(value_of(literal));
+    }
+    add_waiting(open, *match.shape->statement.table, row);
 }
 
 ResultSet SqliteConnection::query(const std::string& sql)
 {
-    auto& open = session();
-    const auto match = catalogue_.look_up(sql);
+    return run(session(), catalogue_.look_up(sql));
+}
+
+ResultSet SqliteConnection::run(Session& open, const Match& match)
+{
     auto& prepared = prepare(open, *match.shape);
+    write_waiting(open, prepared.tables);
     const Run end(prepared.statement);
-    for (std::size_t i = 0; i < prepared.holes.size(); ++i) {
-        prepared.statement.bind(static_cast<int>(i) + 1, match.values[prepared.holes[i]]);
-    }
+    bind(prepared, match);
     auto result = run(open, prepared.statement, match.shape->statement.table);
     take_keys(result, match.shape->statement.table, prepared.hidden_key);
     return result;
@@ -208,41 +243,34 @@ ResultSet SqliteConnection::describe(const std::string& sql)
 
 std::int64_t SqliteConnection::insert_row(const Table& table, const RowChange& row)
 {
-    std::string sql = "INSERT INTO " + bracketed(table.name);
-    if (row.columns.empty()) {
-        sql += " DEFAULT VALUES";
-    } else {
-        std::string columns;
-        std::string values;
-        for (const auto& column : row.columns) {
-            columns += (columns.empty() ? "" : ", ") + bracketed(column);
-            values += values.empty() ? "?" : ", ?";
-        }
-        sql += " (" + columns + ") VALUES (" + values + ")";
+    auto& open = session();
+    if (waits(table, row)) {
+        return add_waiting(open, table, row);
     }
-    run_edit(sql, table, row);
-    return session().database.last_key();
+    run_edit(EditKind::Insert, table, row);
+    return open.database.last_key();
 }
 
 void SqliteConnection::update_row(const Table& table, std::int64_t key, const RowChange& row)
 {
-    std::string settings;
-    for (const auto& column : row.columns) {
-        settings += (settings.empty() ? "" : ", ") + bracketed(column) + " = ?";
+    auto& open = session();
+    if (waits(table, row) && open.waiting->change(table, key, row)) {
+        note_change(table);
+        return;
     }
-    if (run_edit("UPDATE " + bracketed(table.name) + " SET " + settings + " WHERE " + bracketed(table.key)
-                + " = ?",
-            table, row, key)
-        == 0) {
+    if (run_edit(EditKind::Update, table, row, key) == 0) {
         throw row_gone();
     }
 }
 
 void SqliteConnection::delete_row(const Table& table, std::int64_t key)
 {
-    if (run_edit("DELETE FROM " + bracketed(table.name) + " WHERE " + bracketed(table.key) + " = ?", table,
-            {}, key)
-        == 0) {
+    auto& open = session();
+    if (open.waiting->remove(table, key)) {
+        note_change(table);
+        return;
+    }
+    if (run_edit(EditKind::Delete, table, {}, key) == 0) {
         throw row_gone();
     }
 }
@@ -253,6 +281,9 @@ void SqliteConnection::end_turn()
         return;
     }
     auto& open = *session_;
+    if (!open.turn_lost && open.waiting->waiting() != 0) {
+        write_last(open);
+    }
     if (open.turn_lost) {
         abandon_turn(); // a turn whose first half is gone is not stored by half
         throw database_error(DatabaseError::Unspecified,
@@ -276,6 +307,7 @@ void SqliteConnection::abandon_turn()
         return;
     }
     auto& open = *session_;
+    open.waiting->forget();
     open.turn_lost = false;
     open.changed = false;
     open.in_turn = false;
@@ -288,15 +320,8 @@ void SqliteConnection::abandon_turn()
 std::uint64_t SqliteConnection::change_mark(const Table& table)
 {
     auto& open = session();
-    const Run end(*open.data_version);
-    const int code = open.data_version->step();
-    if (code != SQLITE_ROW) {
-        fail(open, code);
-    }
-    const auto version = std::get<std::int64_t>(open.data_version->column(0).held());
-    if (version != open.last_version) {
-        open.last_version = version;
-        ++common_changes_;
+    if (!open.in_turn) { // once this turn writes, nobody else does
+        notice_others(open);
     }
     // Neither part ever goes back, so their sum stays the same only while both do.
     const auto own = own_changes_.find(table.name);
@@ -307,6 +332,13 @@ std::string SqliteConnection::description() const
 {
     return std::string("SQLite ") + sqlite3_libversion() + ", "
         + (session_ ? session_->database.name() : file_.string() + " (closed)");
+}
+
+Maintenance& SqliteConnection::maintenance()
+{
+    auto& open = session();
+    write_waiting(open, open.waiting->waiting());
+    return open.tables;
 }
 
 SqliteConnection::Session& SqliteConnection::session()
@@ -323,25 +355,91 @@ SqliteConnection::Prepared& SqliteConnection::prepare(Session& open, const Shape
     auto& prepared = open.prepared[shape.number];
     if (!prepared) {
         auto translation = translate(shape.statement, kSqliteDialect);
-        prepared = std::make_unique<Prepared>(Prepared{SqliteStatement(open.database, translation.sql),
-            std::move(translation.holes), translation.hidden_key});
+        prepared = std::make_unique<Prepared>(
+            Prepared{SqliteStatement(open.database, translation.sql), std::move(translation.holes),
+                translation.hidden_key, shape.statement.of_stored_rows ? 0 : tables_in(translation.sql), {}});
+        const auto* table = shape.statement.table;
+        if (table != nullptr && SqliteWaitingRows::bit_of(table->name) != 0) {
+            prepared->waiting_columns = inserted_columns(shape.statement.text);
+        }
     }
     return *prepared;
 }
 
-SqliteStatement& SqliteConnection::edit(
-    Session& open, const std::string& sql, const Table& table, const RowChange& row)
+void SqliteConnection::bind(Prepared& prepared, const Match& match)
 {
-    const auto known = open.edits.find(sql);
-    if (known != open.edits.end()) {
-        return *known->second;
+    for (std::size_t i = 0; i < prepared.holes.size(); ++i) {
+        prepared.statement.bind(static_cast<int>(i) + 1, match.values[prepared.holes[i]]);
     }
-    require_column(open.columns, table, table.key);
-    for (const auto& column : row.columns) {
-        require_column(open.columns, table, column);
+}
+
+bool SqliteConnection::waits(const Table& table, const RowChange& row)
+{
+    return SqliteWaitingRows::bit_of(table.name) != 0
+        && std::none_of(row.columns.begin(), row.columns.end(),
+            [&](const std::string& column) { return equal_ignoring_case(column, table.key); });
+}
+
+std::int64_t SqliteConnection::add_waiting(Session& open, const Table& table, const RowChange& row)
+{
+    begin_turn(open);
+    const auto key = open.waiting->add(table, row);
+    open.changed = true;
+    note_change(table);
+    if (open.waiting->full()) {
+        write_waiting(open, open.waiting->waiting());
     }
-    auto statement = std::make_unique<SqliteStatement>(open.database, sql);
-    return *open.edits.emplace(sql, std::move(statement)).first->second;
+    return key;
+}
+
+void SqliteConnection::note_change(const Table& table)
+{
+    const auto known = own_changes_.find(table.name);
+    ++(known == own_changes_.end() ? own_changes_.emplace(table.name, 0).first : known)->second;
+}
+
+void SqliteConnection::write_waiting(Session& open, SqliteWaitingRows::Tables tables)
+{
+    if ((open.waiting->waiting() & tables) == 0) {
+        return;
+    }
+    const int code = open.waiting->write(tables);
+    if (code != SQLITE_DONE) {
+        open.turn_lost = true; // with rows that everybody takes for written
+        fail(open, code);
+    }
+}
+
+/// At the end of the turn: a failure is that of the turn.
+void SqliteConnection::write_last(Session& open)
+{
+    try {
+        write_waiting(open, open.waiting->waiting());
+    } catch (const EngineError&) {
+        abandon_turn();
+        throw;
+    }
+}
+
+/// Looks whether another program has written since the last look.
+void SqliteConnection::notice_others(Session& open)
+{
+    const auto number = [&](SqliteStatement& statement) {
+        const Run end(statement);
+        const int code = statement.step();
+        if (code != SQLITE_ROW) {
+            fail(open, code);
+        }
+        return std::get<std::int64_t>(statement.column(0).held());
+    };
+    if (std::exchange(open.last_version, number(*open.data_version)) == open.last_version) {
+        return;
+    }
+    ++common_changes_;
+    open.waiting->forget_keys();
+    if (std::exchange(open.last_schema, number(*open.schema_version)) != open.last_schema) {
+        open.waiting->forget_columns();
+    }
 }
 
 void SqliteConnection::begin_turn(Session& open)
@@ -359,6 +457,7 @@ void SqliteConnection::begin_turn(Session& open)
         throw open.database.error(code);
     }
     open.in_turn = true;
+    notice_others(open);
 }
 
 ResultSet SqliteConnection::run(Session& open, SqliteStatement& statement, const Table* table)
@@ -383,17 +482,17 @@ ResultSet SqliteConnection::run(Session& open, SqliteStatement& statement, const
     if (writes && open.database.changed_rows() > 0) {
         open.changed = true;
         if (table != nullptr) {
-            own_changes_.try_emplace(std::string(table->name), 0).first->second++;
+            note_change(*table);
         }
     }
     return result;
 }
 
 std::int64_t SqliteConnection::run_edit(
-    const std::string& sql, const Table& table, const RowChange& row, std::optional<std::int64_t> key)
+    EditKind kind, const Table& table, const RowChange& row, std::optional<std::int64_t> key)
 {
     auto& open = session();
-    auto& statement = edit(open, sql, table, row);
+    auto& statement = open.edits.statement(kind, table, row.columns);
     const Run end(statement);
     int parameter = 0;
     for (const auto& value : row.values) {
@@ -413,6 +512,7 @@ void SqliteConnection::fail(Session& open, int code)
         throw EngineError(failure); // only this statement failed
     }
     open.in_turn = false;
+    open.waiting->forget();
     open.turn_lost = open.turn_lost || std::exchange(open.changed, false);
     ++common_changes_;
     throw database_error(DatabaseError::Unspecified,

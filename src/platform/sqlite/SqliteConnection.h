@@ -5,23 +5,25 @@
 #include "platform/database/Connection.h"
 #include "platform/database/Shape.h"
 #include "platform/sqlite/SqliteDatabase.h"
+#include "platform/sqlite/SqliteEdits.h"
 #include "platform/sqlite/SqliteTables.h"
+#include "platform/sqlite/SqliteWaitingRows.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace qz::platform {
 
-/// Reads run outside a transaction as long as the turn has not written anything.
+/// Reads run outside a transaction as long as the turn has not written anything. New rows of some tables wait
+/// until a text speaks of their table, or until the end of the turn (see SqliteWaitingRows).
 class SqliteConnection final : public Connection {
 public:
     SqliteConnection(const ConnectionOptions& options, const Clock& clock);
@@ -30,6 +32,8 @@ public:
     void Close() override;
     ConnectionState State() const override;
     void Execute(const std::string& sql) override;
+    void perform(const Statement& statement, std::initializer_list<std::string_view> values) override;
+    bool finds(const Statement& statement, std::initializer_list<std::string_view> values) override;
     ResultSet query(const std::string& sql) override;
     ResultSet describe(const std::string& sql) override;
     std::int64_t insert_row(const Table& table, const RowChange& row) override;
@@ -39,7 +43,7 @@ public:
     void abandon_turn() override;
     std::uint64_t change_mark(const Table& table) override;
     std::string description() const override;
-    Maintenance& maintenance() override { return session().tables; }
+    Maintenance& maintenance() override;
 
 private:
     /// A statement of the catalogue, prepared.
@@ -47,6 +51,8 @@ private:
         SqliteStatement statement;
         std::vector<std::size_t> holes; // of each parameter
         bool hidden_key;
+        SqliteWaitingRows::Tables tables;         // whose waiting rows it would miss
+        std::vector<std::string> waiting_columns; // of an INSERT whose rows may wait; else none
     };
     /// What lives from Open to Close. Statements stand behind the database, so they go first.
     struct Session {
@@ -54,30 +60,39 @@ private:
 
         SqliteDatabase database;
         SqliteTables tables{database};
-        std::set<std::string> columns;                   // "table.column" in lower case
         std::vector<std::unique_ptr<Prepared>> prepared; // by the shape's number
-        std::unordered_map<std::string, std::unique_ptr<SqliteStatement>> edits;
+        SqliteEdits edits{database};
         std::unique_ptr<SqliteStatement> begin;
         std::unique_ptr<SqliteStatement> commit;
         std::unique_ptr<SqliteStatement> data_version;
+        std::unique_ptr<SqliteStatement> schema_version;
+        std::unique_ptr<SqliteWaitingRows> waiting;
         bool in_turn = false;    // a transaction was begun and not committed yet
         bool changed = false;    // something succeeded in it
         bool turn_lost = false;  // the database threw away what had succeeded
         bool locked_out = false; // the last turn waited for a lock in vain
         std::int64_t last_version = 0;
+        std::int64_t last_schema = 0;
     };
 
     Session& session();
     static Prepared& prepare(Session& open, const Shape& shape);
-    /// The statement of an edit, prepared at its first use. Its names are checked then.
-    static SqliteStatement& edit(
-        Session& open, const std::string& sql, const Table& table, const RowChange& row);
-    static void begin_turn(Session& open);
+    static void bind(Prepared& prepared, const Match& match);
+    static bool waits(const Table& table, const RowChange& row);
+    std::int64_t add_waiting(Session& open, const Table& table, const RowChange& row);
+    /// Writes what waits for these tables: somebody is about to read it.
+    void write_waiting(Session& open, SqliteWaitingRows::Tables tables);
+    void write_last(Session& open);
+    void note_change(const Table& table);
+    void notice_others(Session& open);
+    void begin_turn(Session& open);
+    void execute(Session& open, const Match& match);
+    ResultSet run(Session& open, const Match& match);
     /// Begins the turn when the statement writes, and runs it.
     ResultSet run(Session& open, SqliteStatement& statement, const Table* table);
     /// Runs an edit of one row.
     /// @return the number of rows that it changed.
-    std::int64_t run_edit(const std::string& sql, const Table& table, const RowChange& row,
+    std::int64_t run_edit(EditKind kind, const Table& table, const RowChange& row,
         std::optional<std::int64_t> key = std::nullopt);
     [[noreturn]] void fail(Session& open, int code);
 
