@@ -195,6 +195,50 @@ TEST_F(SqliteConnectionTest, CommitsAtTheEndOfTheTurn)
     EXPECT_EQ(actions(*writer), "a b c ");
 }
 
+TEST_F(SqliteConnectionTest, RowsThatWaitAreThoseThatAreWritten)
+{
+    const auto connection = open();
+    OtherProgram other(file);
+    constexpr int kRows = 90;                 // several statements together, and some rows alone
+    std::vector<std::vector<Value>> expected; // key, sender, number, sent
+    for (const bool stored : {true, false, true}) {
+        std::vector<std::vector<Value>> rows;
+        for (int i = 0; i < kRows; ++i) {
+            const auto key = add_row(*connection, kQueue, {{"UserName_From", "anna"}, {"MsgID", i}});
+            rows.push_back({key, "anna", i, false});
+            log(*connection, "a");
+        }
+        const auto key = [&](std::size_t row) {
+            return std::get<std::int64_t>(rows[row][0].held());
+        };
+        connection->update_row(kQueue, key(1), {{"SENT", "MsgID"}, {true, 1001}});
+        connection->delete_row(kQueue, key(2));
+        EXPECT_EQ(error_of([&] { connection->delete_row(kQueue, key(2)); }).number(),
+            number_of(DatabaseError::RowGone));
+        if (!stored) {
+            connection->abandon_turn();
+            continue;
+        }
+        connection->end_turn();
+        connection->delete_row(kQueue, key(kRows - 1)); // its key is not given again
+        connection->end_turn();
+        other.run("INSERT INTO queue (UserName_From, MsgID) VALUES ('bert', 7)");
+        rows.back() = {key(kRows - 1) + 1, "bert", 7, false};
+        rows[1] = {key(1), "anna", 1001, true};
+        rows.erase(rows.begin() + 2);
+        expected.insert(expected.end(), rows.begin(), rows.end());
+    }
+    const auto found = connection->query(std::string(kSelectQueue.text));
+    ASSERT_EQ(found.rows.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const auto& row = found.rows[i];
+        EXPECT_EQ((std::vector<Value>{row[0], row[1], row[3], row[9]}), expected[i]) << i;
+    }
+    const auto lines = rows_of(*connection, kLog);
+    ASSERT_EQ(lines.rows.size(), 2U * kRows);
+    EXPECT_EQ(lines.rows.back()[1].text(), clock.now().text());
+}
+
 TEST_F(SqliteConnectionTest, AFailingStatementFailsAlone)
 {
     const auto connection = open();
