@@ -125,12 +125,13 @@ Editor::~Editor()
 void Editor::bind_keys()
 {
     auto* const editor = editor_.get();
-    el_set(editor, EL_ADDFN, "velto-end-or-delete", "Ends on an empty line, else deletes",
+    // The wide form keeps the names as they are; the narrow one makes copies that nobody frees.
+    el_wset(editor, EL_ADDFN, L"velto-end-or-delete", L"Ends on an empty line, else deletes",
         &Editor::end_or_delete);
     el_set(editor, EL_BIND, "^D", "velto-end-or-delete", nullptr);
-    el_set(editor, EL_ADDFN, "velto-complete", "Completes a command or a name", &Editor::complete_word);
+    el_wset(editor, EL_ADDFN, L"velto-complete", L"Completes a command or a name", &Editor::complete_word);
     el_set(editor, EL_BIND, "^I", "velto-complete", nullptr);
-    el_set(editor, EL_ADDFN, "velto-clear-screen", "Clears the screen", &Editor::clear_screen);
+    el_wset(editor, EL_ADDFN, L"velto-clear-screen", L"Clears the screen", &Editor::clear_screen);
     el_set(editor, EL_BIND, "^L", "velto-clear-screen", nullptr);
     // These wait for further keys, and nobody may be kept waiting.
     for (const char* const key : {"^V", "\\ex", "\\eX", "^R", "^S"}) {

@@ -207,7 +207,7 @@ TEST_F(TerminalClientTest, ALineBeingTypedSurvivesWhatComes)
     EXPECT_EQ(wait_for(listener, 30s), 0);
     EXPECT_THAT(output("ada"), HasSubstr("ben: One a sentence in Grüßen."));
     ben.type("\x04");
-    EXPECT_EQ(ben.wait(), 0);
+    EXPECT_EQ(ben.wait(), 0) << ben.all;
 }
 
 TEST_F(TerminalClientTest, FilesGoFromOneProgramToTheOther)

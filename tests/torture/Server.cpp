@@ -10,7 +10,9 @@
 #include <fcntl.h>
 #include <fstream>
 #include <netinet/in.h>
+#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/statvfs.h>
@@ -123,6 +125,11 @@ pid_t Server::spawn(const std::vector<std::string>& arguments, const std::filesy
         setenv("FAKETIME_CACHE_DURATION", "1", 1);
         setenv("FAKETIME_DONT_FAKE_MONOTONIC", "1", 1);
         setenv("FAKETIME_DONT_RESET", "1", 1);
+        // A server with sanitizers wants to be asked before it is loaded behind another library.
+        const char* const options = std::getenv("ASAN_OPTIONS");
+        const auto all =
+            (options == nullptr ? std::string() : options + std::string(":")) + "verify_asan_link_order=0";
+        setenv("ASAN_OPTIONS", all.c_str(), 1);
     }
     const int in = open(input.c_str(), O_RDONLY);
     const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
@@ -142,7 +149,9 @@ void Server::run(std::initializer_list<std::string> arguments, const std::string
     std::ofstream(file) << input;
     int status = 0;
     if (!wait_until(spawn(arguments, file), 60s, status) || status != 0) {
-        throw std::runtime_error("velto-server " + *arguments.begin() + " failed; see " + log().string());
+        std::ostringstream said;
+        said << std::ifstream(log()).rdbuf();
+        throw std::runtime_error("velto-server " + *arguments.begin() + " failed: " + said.str());
     }
 }
 
