@@ -257,7 +257,7 @@ TEST_F(OdbcConnectionTest, AFrozenServerHoldsNobodyUpForLong)
     add_user("anna"); // written, not committed: goes with its turn
     log("before");
     auto& program = test::server_under_test()->program();
-    program.send_signal_to_all(SIGSTOP);
+    program.freeze();
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(failure_of([&] { add_user("bert"); }), kUnspecified);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);

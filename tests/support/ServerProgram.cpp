@@ -1,6 +1,7 @@
 #include "support/ServerProgram.h"
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
@@ -8,9 +9,11 @@
 #include <netinet/in.h>
 #include <pwd.h>
 #include <stdexcept>
+#include <string>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace qz::test {
@@ -87,6 +90,36 @@ void ServerProgram::send_signal_to_all(int signal) const
         }
     }
     send_signal(signal);
+}
+
+void ServerProgram::freeze() const
+{
+    send_signal_to_all(SIGSTOP);
+    // A signal that was sent is not yet acted upon: a thread on another processor still runs for a moment.
+    while (any_thread_runs()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+bool ServerProgram::any_thread_runs() const
+{
+    for (const auto& process : std::filesystem::directory_iterator("/proc")) {
+        std::error_code gone; // processes come and go while we look
+        auto thread = std::filesystem::directory_iterator(process.path() / "task", gone);
+        for (; !gone && thread != std::filesystem::directory_iterator(); thread.increment(gone)) {
+            std::ifstream status(thread->path() / "stat");
+            pid_t number = 0;
+            pid_t parent = 0;
+            std::string name;
+            std::string state;
+            const bool is_ours = status >> number >> name >> state >> parent
+                && (parent == process_ || process.path().filename() == std::to_string(process_));
+            if (is_ours && state != "T") {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 int ServerProgram::wait()

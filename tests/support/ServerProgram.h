@@ -25,6 +25,8 @@ public:
     void send_signal(int signal) const;
     /// The same for it and the processes that it started.
     void send_signal_to_all(int signal) const;
+    /// Stops the program and its children, and comes back when they stand still. SIGCONT wakes them.
+    void freeze() const;
     /// Waits for its own end.
     /// @return its exit code, -1 for a signal.
     int wait();
@@ -32,6 +34,8 @@ public:
     void end();
 
 private:
+    bool any_thread_runs() const;
+
     pid_t process_ = 0;
 };
 
