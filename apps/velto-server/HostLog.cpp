@@ -3,10 +3,13 @@
 #include "base/Text.h"
 
 #include <array>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <spdlog/details/null_mutex.h>
+#include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
@@ -83,16 +86,80 @@ LogFormat natural_log_format()
     return is_journal ? LogFormat::Journal : LogFormat::Text;
 }
 
+/// Writes the lines of a turn with one call: a file or a pipe takes ten lines as fast as one.
+class HostLog::HeldLines final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+public:
+    bool holds = false;
+
+    /// What standard error does not take is lost, as a line alone would be.
+    void write_out()
+    {
+        for (std::size_t done = 0; done < text_.size();) {
+            const auto size = ::write(STDERR_FILENO, text_.data() + done, text_.size() - done);
+            if (size < 0 && errno != EINTR) {
+                break;
+            }
+            done += size < 0 ? 0 : static_cast<std::size_t>(size);
+        }
+        text_.clear();
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override
+    {
+        formatter_->format(message, text_);
+        constexpr std::size_t kMost = std::size_t{64} * 1024;
+        if (!holds || message.level != spdlog::level::info || text_.size() > kMost) {
+            write_out();
+        }
+    }
+    void flush_() override { write_out(); }
+
+private:
+    spdlog::memory_buf_t text_;
+};
+
 HostLog::HostLog(LogFormat format) : format_(format)
 {
     const bool plain = std::getenv("NO_COLOR") != nullptr; // NOLINT(concurrency-mt-unsafe): before any thread
-    const auto color = plain ? spdlog::color_mode::never : spdlog::color_mode::automatic;
-    auto sink = std::make_shared<spdlog::sinks::stderr_color_sink_st>(color);
+    spdlog::sink_ptr sink;
+    if (isatty(STDERR_FILENO) != 0) {
+        const auto color = plain ? spdlog::color_mode::never : spdlog::color_mode::automatic;
+        sink = std::make_shared<spdlog::sinks::stderr_color_sink_st>(color);
+    } else {
+        held_ = std::make_shared<HeldLines>();
+        sink = held_;
+    }
     logger_ = std::make_shared<spdlog::logger>("velto-server", std::move(sink));
     logger_->set_pattern(pattern_of(format));
 }
 
-HostLog::~HostLog() = default;
+HostLog::~HostLog()
+{
+    end_holding();
+}
+
+void HostLog::begin_to_hold()
+{
+    if (held_) {
+        held_->holds = true;
+    }
+}
+
+void HostLog::flush()
+{
+    if (held_) {
+        held_->write_out();
+    }
+}
+
+void HostLog::end_holding()
+{
+    if (held_) {
+        held_->holds = false;
+        held_->write_out();
+    }
+}
 
 void HostLog::write(LogLevel level, const std::string& text, std::initializer_list<Field> fields)
 {

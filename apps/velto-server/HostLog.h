@@ -38,8 +38,17 @@ public:
     /// @param fields  who and where: shown behind the text in brackets, or as members of the object.
     void write(LogLevel level, const std::string& text, std::initializer_list<Field> fields = {});
 
+    /// From here on lines of information may wait for the next flush, unless a terminal shows them.
+    void begin_to_hold();
+    void flush();
+    /// Nothing waits any more.
+    void end_holding();
+
 private:
+    class HeldLines;
+
     LogFormat format_;
+    std::shared_ptr<HeldLines> held_; // none on a terminal
     std::shared_ptr<spdlog::logger> logger_;
 };
 

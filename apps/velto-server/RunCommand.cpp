@@ -48,7 +48,7 @@ std::unique_ptr<RunEvents> make_events(const RunOptions& options, qz::platform::
 
 /// One run of the server: its start, what signals do to it, its end. All on the loop's thread, but for the
 /// coming in of signals.
-class ServerRun final : private qz::platform::TimerEvents {
+class ServerRun final : private qz::platform::TimerEvents, private qz::platform::TurnListener {
 public:
     ServerRun(const Home& home, const RunOptions& options, HostLog& log)
         : home_(home), log_(log), machine_(home.folder()),
@@ -63,7 +63,11 @@ public:
     Exit run()
     {
         machine_.loop().post([this] { start(); });
+        machine_.loop().add_listener(*this, qz::platform::TurnPhase::Commit);
+        log_.begin_to_hold();
         machine_.loop().run();
+        log_.end_holding();
+        machine_.loop().remove_listener(*this);
         service_manager::tell_stopping();
         status_.reset();
         main_.reset();
@@ -107,6 +111,9 @@ private:
         time_to_end_->set_enabled(true);
         main_->Server_End();
     }
+
+    /// The lines of a turn go out together, before what it says to anybody.
+    void turn_ended() override { log_.flush(); }
 
     void timer_ticked() override
     {

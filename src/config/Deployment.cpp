@@ -37,9 +37,16 @@ std::optional<Integer> Deployment::number(std::string_view section, std::string_
 }
 
 /// Case does not count: a safeguard must not be off because somebody wrote "true".
-bool Deployment::safeguard(std::string_view key) const
+bool Deployment::safeguard(Safeguard which) const
 {
-    return equal_ignoring_case(text("Safeguards", key), helpers::protocol_keywords().TrueKeyword);
+    static constexpr std::array<std::string_view, kSafeguards> kKeys{"VerifySender", "KeepUntilConfirmed",
+        "DurableQueue", "LogonThrottle", "DailyJobsOncePerDay", "HidePasswords", "VerifyReceipt",
+        "EndRevokedSessions", "InactivityByLastLogon"};
+    const auto at = static_cast<std::size_t>(which);
+    return safeguards_.at(at).get(ini_, [&] {
+        return equal_ignoring_case(
+            text("Safeguards", kKeys.at(at)), helpers::protocol_keywords().TrueKeyword);
+    });
 }
 
 platform::Provider Deployment::provider() const
@@ -113,62 +120,65 @@ std::uint16_t Deployment::mail_port() const
 
 bool Deployment::verify_sender() const
 {
-    return safeguard("VerifySender");
+    return safeguard(Safeguard::VerifySender);
 }
 
 bool Deployment::keep_until_confirmed() const
 {
-    return safeguard("KeepUntilConfirmed");
+    return safeguard(Safeguard::KeepUntilConfirmed);
 }
 
 bool Deployment::durable_queue() const
 {
-    return safeguard("DurableQueue");
+    return safeguard(Safeguard::DurableQueue);
 }
 
 bool Deployment::logon_throttle() const
 {
-    return safeguard("LogonThrottle");
+    return safeguard(Safeguard::LogonThrottle);
 }
 
 bool Deployment::daily_jobs_once_per_day() const
 {
-    return safeguard("DailyJobsOncePerDay");
+    return safeguard(Safeguard::DailyJobsOncePerDay);
 }
 
 bool Deployment::hide_passwords() const
 {
-    return safeguard("HidePasswords");
+    return safeguard(Safeguard::HidePasswords);
 }
 
 bool Deployment::verify_receipt() const
 {
-    return safeguard("VerifyReceipt");
+    return safeguard(Safeguard::VerifyReceipt);
 }
 
 bool Deployment::end_revoked_sessions() const
 {
-    return safeguard("EndRevokedSessions");
+    return safeguard(Safeguard::EndRevokedSessions);
 }
 
 bool Deployment::inactivity_by_last_logon() const
 {
-    return safeguard("InactivityByLastLogon");
+    return safeguard(Safeguard::InactivityByLastLogon);
 }
 
 std::optional<std::int32_t> Deployment::messages_per_second() const
 {
-    return number<std::int32_t>("Safeguards", "MessagesPerSecond");
+    return messages_per_second_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "MessagesPerSecond"); });
 }
 
 std::optional<std::int32_t> Deployment::queued_per_sender() const
 {
-    return number<std::int32_t>("Safeguards", "QueuedPerSender");
+    return queued_per_sender_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "QueuedPerSender"); });
 }
 
 std::optional<std::int32_t> Deployment::queued_per_recipient() const
 {
-    return number<std::int32_t>("Safeguards", "QueuedPerRecipient");
+    return queued_per_recipient_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "QueuedPerRecipient"); });
 }
 
 std::int32_t Deployment::room_slots() const

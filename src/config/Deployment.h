@@ -5,7 +5,9 @@
 #include "config/IniFile.h"
 #include "platform/Machine.h"
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -54,13 +56,31 @@ public:
     std::int32_t room_slots() const;
 
 private:
+    enum class Safeguard : std::uint8_t {
+        VerifySender,
+        KeepUntilConfirmed,
+        DurableQueue,
+        LogonThrottle,
+        DailyJobsOncePerDay,
+        HidePasswords,
+        VerifyReceipt,
+        EndRevokedSessions,
+        InactivityByLastLogon,
+    };
+    static constexpr std::size_t kSafeguards = 9;
+
     std::string text(std::string_view section, std::string_view key) const;
     std::string address(std::string_view key) const;
     template <typename Integer>
     std::optional<Integer> number(std::string_view section, std::string_view key) const;
-    bool safeguard(std::string_view key) const;
+    bool safeguard(Safeguard which) const;
 
     const IniFile& ini_;
+    // What every message asks for.
+    mutable std::array<KeptValue<bool>, kSafeguards> safeguards_;
+    mutable KeptValue<std::optional<std::int32_t>> messages_per_second_;
+    mutable KeptValue<std::optional<std::int32_t>> queued_per_sender_;
+    mutable KeptValue<std::optional<std::int32_t>> queued_per_recipient_;
 };
 
 } // namespace qz::config

@@ -22,7 +22,7 @@ void IniFile::refresh() const
     }
     auto content = file_.read();
     if (!content) {
-        kept_.reset();
+        forget();
         return;
     }
     if (kept_ && kept_->content.bytes == content->bytes) {
@@ -30,7 +30,15 @@ void IniFile::refresh() const
         return;
     }
     IniDocument document(content->bytes);
+    ++generation_;
     kept_ = Kept{*std::move(content), std::move(document)};
+}
+
+void IniFile::forget() const
+{
+    if (std::exchange(kept_, std::nullopt)) {
+        ++generation_;
+    }
 }
 
 /// Nothing when there is no file or it cannot be read.
@@ -40,10 +48,16 @@ const IniDocument* IniFile::current() const
         return &kept_->document;
     }
     if (!attempt([&] { refresh(); })) {
-        kept_.reset();
+        forget();
     }
     looked_ = true;
     return kept_ ? &kept_->document : nullptr;
+}
+
+std::uint64_t IniFile::generation() const
+{
+    current();
+    return generation_;
 }
 
 std::string IniFile::ReadIniValue(std::string_view section, std::string_view key) const
@@ -81,7 +95,8 @@ bool IniFile::edit(const std::function<void(IniDocument&)>& change)
         return false;
     }
     // Taken, not copied: the next access reads the replaced file anyway.
-    Kept kept = kept_ ? *std::exchange(kept_, std::nullopt) : Kept();
+    Kept kept = kept_ ? *std::move(kept_) : Kept();
+    forget();
     change(kept.document);
     const std::string bytes = kept.document.bytes();
     return bytes == kept.content.bytes

@@ -5,6 +5,7 @@
 #include "config/IniDocument.h"
 #include "platform/AtomicFile.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -21,9 +22,8 @@ class IniFile {
 public:
     explicit IniFile(std::filesystem::path path) : file_(std::move(path)) { }
 
-    /// While it lives, reading looks at the file once, not at every access. For the length of one event,
-    /// which asks for a dozen settings: a look is a system call, and together they cost as much as storing a
-    /// message. An event within an event looks anew.
+    /// While it lives, reading looks at the file once, not at every access. For the length of one turn of the
+    /// loop, whose every event asks for a dozen settings: a look is a system call.
     class OneLook {
     public:
         explicit OneLook(const IniFile& file) : file_(file)
@@ -40,6 +40,10 @@ public:
     };
 
     const std::filesystem::path& path() const { return file_.path(); }
+
+    /// A number that stays the same, and is not 0, as long as all values do: who has kept one with it need
+    /// not read it again.
+    std::uint64_t generation() const;
 
     std::string ReadIniValue(std::string_view section, std::string_view key) const;
     bool WriteIniValue(std::string_view section, std::string_view key, std::string_view value);
@@ -65,11 +69,31 @@ private:
 
     const IniDocument* current() const;
     void refresh() const;
+    void forget() const;
 
     platform::AtomicFile file_;
     mutable std::optional<Kept> kept_;
+    mutable std::uint64_t generation_ = 1;
     mutable int looks_ = 0; // how many OneLook there are
     mutable bool looked_ = false;
+};
+
+/// A value that is made of settings, kept as long as the settings stay what they are.
+template <typename Value> class KeptValue {
+public:
+    template <typename Read> const Value& get(const IniFile& ini, Read read)
+    {
+        const auto generation = ini.generation();
+        if (generation != generation_) {
+            value_ = read();
+            generation_ = generation;
+        }
+        return value_;
+    }
+
+private:
+    std::uint64_t generation_ = 0;
+    Value value_{};
 };
 
 } // namespace qz::config

@@ -199,8 +199,10 @@ void Settings::set_Client_Last_Version(const std::string& version)
 std::int32_t Settings::get_Message_Expiration_Time() const
 {
     return guarded(journal_, "get_Message_Expiration_Time", no_address, std::int32_t{0}, [&] {
-        const auto minutes = number<std::int32_t>(kExpirationTime);
-        return minutes < 1 ? kDefaultExpirationTime : minutes;
+        return expiration_time_.get(ini_, [&] {
+            const auto minutes = number<std::int32_t>(kExpirationTime);
+            return minutes < 1 ? kDefaultExpirationTime : minutes;
+        });
     });
 }
 

@@ -112,6 +112,7 @@ private:
     IniFile& ini_;
     helpers::SettingsCipher& cipher_;
     Journal& journal_;
+    mutable KeptValue<std::int32_t> expiration_time_; // every message asks for it
 };
 
 } // namespace qz::config

@@ -400,7 +400,9 @@ void Engine::connection_requested(std::int32_t request)
 void Engine::data_arrived(std::int16_t socket, const std::string& unit)
 {
     guarded(journal, "SocketX_Receive", no_address, [&] {
-        const config::IniFile::OneLook one_look(ini);
+        if (!look_) {
+            look_.emplace(ini);
+        }
         pool.touch(socket);
         rate_limit.arrived(socket);
         receiver.DataIncoming(socket, unit);
@@ -432,6 +434,7 @@ void Engine::turn_ending()
 void Engine::turn_stored()
 {
     message_queue.turn_stored();
+    look_.reset();
 }
 
 /// What was said in the turn must not be heard, and those who asked must not take it for done: their
@@ -442,6 +445,7 @@ void Engine::turn_lost()
     if (client_sockets_ && deployment.durable_queue()) {
         client_sockets_->drop_turn();
     }
+    look_.reset();
 }
 
 } // namespace qz::server
