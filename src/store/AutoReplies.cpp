@@ -3,14 +3,35 @@
 #include "base/Guarded.h"
 #include "store/Statements.h"
 
+#include <cstddef>
+
 namespace qz::store {
+
+namespace {
+
+constexpr std::size_t kMostKept = 10'000;
+
+} // namespace
 
 bool AutoReplies::Retrieve_AutoReply(const std::string& user_name)
 {
     return guarded(journal_, "Retrieve_AutoReply", no_address, false, [&] {
-        auto row = database_.open(statements::kSelectAutoReplyEnabled, {user_name});
-        return !row.AtEnd() && row.Fields("Enabled").boolean();
+        std::optional<std::uint64_t> mark; // none on a closed connection: the query reports what is wrong
+        attempt([&] { mark = database_.connection().change_mark(tables::kAutoReply); });
+        if (!mark || mark != mark_ || enabled_.size() > kMostKept) {
+            enabled_.clear();
+            mark_ = mark;
+        }
+        const auto known = enabled_.find(user_name);
+        return known != enabled_.end() ? known->second
+                                       : enabled_.emplace(user_name, is_enabled(user_name)).first->second;
     });
+}
+
+bool AutoReplies::is_enabled(const std::string& user_name)
+{
+    auto row = database_.open(statements::kSelectAutoReplyEnabled, {user_name});
+    return !row.AtEnd() && row.Fields("Enabled").boolean();
 }
 
 std::string AutoReplies::Retrieve_AutoReplyMessage(const std::string& user_name)

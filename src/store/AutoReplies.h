@@ -4,7 +4,10 @@
 #include "base/Journal.h"
 #include "store/Database.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <unordered_map>
 
 namespace qz::store {
 
@@ -20,8 +23,13 @@ public:
     bool Update_AutoReply(const std::string& user_name, const std::string& message, bool enabled);
 
 private:
+    bool is_enabled(const std::string& user_name);
+
     Database& database_;
     Journal& journal_;
+    // What every message asks for, as long as nobody changes the table.
+    std::optional<std::uint64_t> mark_;
+    std::unordered_map<std::string, bool> enabled_;
 };
 
 } // namespace qz::store

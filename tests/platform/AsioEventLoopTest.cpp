@@ -42,7 +42,7 @@ struct Ticks : qz::platform::TimerEvents {
 /// Holds the loop for longer than an event should.
 void work_long()
 {
-    const auto end = std::chrono::steady_clock::now() + 8ms;
+    const auto end = std::chrono::steady_clock::now() + 25ms;
     while (std::chrono::steady_clock::now() < end) { }
 }
 

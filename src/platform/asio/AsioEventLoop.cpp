@@ -8,8 +8,8 @@ namespace qz::platform {
 
 namespace {
 
-constexpr int kTurnEvents = 256;
-constexpr std::chrono::milliseconds kTurnTime{5};
+constexpr int kTurnEvents = 512;
+constexpr std::chrono::milliseconds kTurnTime{20};
 /// An event that has run for longer lets others in when it yields.
 constexpr std::chrono::milliseconds kEventTime{5};
 

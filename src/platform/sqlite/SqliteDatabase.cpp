@@ -90,10 +90,18 @@ std::string_view advice(int primary_code)
     }
 }
 
+/// Before the library's first use in the process; later it changes nothing.
+void set_up_library()
+{
+    // Counting its memory takes a lock with every allocation, and nobody asks for the count.
+    [[maybe_unused]] static const int code = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+}
+
 } // namespace
 
 SqliteDatabase::SqliteDatabase(const std::filesystem::path& file)
 {
+    set_up_library();
     if (file == kMemory) {
         name_ = kMemory;
     } else if (file.empty()) {
