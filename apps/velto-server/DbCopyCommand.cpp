@@ -15,6 +15,8 @@
 #include <iterator>
 #include <map>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace velto {
 
@@ -154,20 +156,115 @@ void require_same_key(const Home& from, const Home& to)
     }
 }
 
-void prepare_target(Maintenance& target, bool replace)
+/// Addresses tell nothing: a server has several names, and a file several paths.
+void require_two_databases(Maintenance& source, Maintenance& target)
 {
-    target.make_schema();
+    struct Mark {
+        explicit Mark(Maintenance& marked) : tables(marked), text(marked.set_mark()) { }
+        ~Mark() { tables.clear_mark(text); }
+        Mark(const Mark&) = delete;
+        Mark& operator=(const Mark&) = delete;
+        Maintenance& tables;
+        std::string text;
+    };
+    const Mark mark(target);
+    if (source.has_mark(mark.text)) {
+        throw CommandError(Exit::Usage,
+            "both homes use the same database; nothing was changed\nSet DBServerIP of one of them to another "
+            "database first.");
+    }
+}
+
+void require_empty(Maintenance& target)
+{
     for (const auto& table : all_tables()) {
-        if (target.count_rows(table) == 0) {
-            continue;
-        }
-        if (!replace) {
+        if (target.count_rows(table) != 0) {
             throw CommandError(Exit::Failed,
                 "the target is not empty: its table " + std::string(table.name)
                     + " has rows; nothing was changed\nWith --replace they are deleted first.");
         }
+    }
+}
+
+/// Everything that is done to the target. Unless it is kept, it is taken back, and people are told.
+class Change {
+public:
+    explicit Change(Maintenance& target) : target_(target), takes_back_(target.begin()) { }
+    ~Change()
+    {
+        if (!kept_) {
+            target_.roll_back();
+            std::cerr << "velto-server: " << what_became() << "\n";
+        }
+    }
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+
+    void keep()
+    {
+        committing_ = true;
+        target_.commit();
+        kept_ = true;
+    }
+
+private:
+    const char* what_became() const
+    {
+        if (!takes_back_) {
+            return "the target has no transactions and may hold a part of the copy now: do not use it, "
+                   "repeat the "
+                   "command with --replace";
+        }
+        return committing_ ? "it is unknown whether the copy was stored: repeat the command with --replace"
+                           : "the copy was given up; the target holds what it held before";
+    }
+
+    Maintenance& target_;
+    bool takes_back_;
+    bool committing_ = false;
+    bool kept_ = false;
+};
+
+std::uint64_t count_all(Maintenance& tables)
+{
+    std::uint64_t all = 0;
+    for (const auto& table : all_tables()) {
+        all += tables.count_rows(table);
+    }
+    return all;
+}
+
+using Contents = std::vector<std::pair<Table, Content>>;
+
+Contents copy_all(Maintenance& source, Maintenance& target)
+{
+    for (const auto& table : all_tables()) {
         target.delete_rows(table);
     }
+    Contents copied;
+    Progress progress(count_all(source));
+    for (const auto& table : all_tables()) {
+        copied.emplace_back(table, read_all(source, table, [&](const ResultSet& page) {
+            target.write_rows(table, page);
+            progress.add(table, page.rows.size());
+        }));
+    }
+    return copied;
+}
+
+/// Prints a line for each table.
+/// @return whether the target holds what was copied.
+bool compare(Maintenance& target, const Contents& copied)
+{
+    bool same = true;
+    for (const auto& [table, expected] : copied) {
+        const bool equal = read_all(target, table, [](const ResultSet&) {}) == expected;
+        same = same && equal;
+        std::printf("%-12s %10llu rows  %016llx  %s\n", std::string(table.name).c_str(),
+            static_cast<unsigned long long>(expected.rows),
+            static_cast<unsigned long long>(expected.checksum), equal ? "same" : "DIFFERENT");
+    }
+    return same;
 }
 
 } // namespace
@@ -186,40 +283,18 @@ void run_db_copy(const DbCopyOptions& options)
     require_same_key(from, to);
     HomeStore from_store(from);
     HomeStore to_store(to);
-    if (from_store.deployment.provider() == to_store.deployment.provider()
-        && from_store.deployment.provider() == qz::platform::Provider::Odbc
-        && from_store.settings.get_DBServerIP() == to_store.settings.get_DBServerIP()) {
-        throw CommandError(Exit::Usage, "both homes use the same database");
-    }
     auto& source = from_store.database.connection().maintenance();
     auto& target = to_store.database.connection().maintenance();
-    prepare_target(target, options.replace);
-    std::uint64_t all = 0;
-    for (const auto& table : all_tables()) {
-        all += source.count_rows(table);
+    target.make_schema();
+    require_two_databases(source, target);
+    if (!options.replace) {
+        require_empty(target);
     }
-    std::map<std::string_view, Content> copied;
-    {
-        Progress progress(all);
-        for (const auto& table : all_tables()) {
-            copied[table.name] = read_all(source, table, [&](const ResultSet& page) {
-                target.write_rows(table, page);
-                progress.add(table, page.rows.size());
-            });
-        }
+    Change change(target);
+    if (!compare(target, copy_all(source, target))) {
+        throw CommandError(Exit::Failed, "the copy differs from the original");
     }
-    bool same = true;
-    for (const auto& table : all_tables()) {
-        const auto& expected = copied[table.name];
-        const bool equal = read_all(target, table, [](const ResultSet&) {}) == expected;
-        same = same && equal;
-        std::printf("%-12s %10llu rows  %016llx  %s\n", std::string(table.name).c_str(),
-            static_cast<unsigned long long>(expected.rows),
-            static_cast<unsigned long long>(expected.checksum), equal ? "same" : "DIFFERENT");
-    }
-    if (!same) {
-        throw CommandError(Exit::Failed, "the copy differs from the original; do not use it");
-    }
+    change.keep();
 }
 
 } // namespace velto

@@ -255,6 +255,27 @@ TEST_F(SqliteConnectionTest, AFailingStatementFailsAlone)
     EXPECT_EQ(actions(*again), "after ");
 }
 
+TEST_F(SqliteConnectionTest, AReplacementThatFailsMidwayLeavesTheOldRows)
+{
+    const auto connection = open();
+    auto& tables = connection->maintenance();
+    const ResultSet twice{{"IDUserName", "UserName"}, {{2, "bert"}, {3, "bert"}}, nullptr, {}};
+    tables.write_rows(kUsers, {{"IDUserName", "UserName"}, {{1, "anna"}}, nullptr, {}});
+    const auto before = tables.read_rows(kUsers, 0, 9).rows;
+    ASSERT_TRUE(tables.begin());
+    tables.delete_rows(kUsers);
+    tables.write_rows(kRooms, {{"IDRoom"}, {{1}}, nullptr, {}});
+    EXPECT_EQ(tables.count_rows(kUsers), 0U);
+    EXPECT_EQ(
+        error_of([&] { tables.write_rows(kUsers, twice); }).number(), number_of(DatabaseError::Constraint));
+    tables.roll_back();
+    EXPECT_EQ(tables.read_rows(kUsers, 0, 9).rows, before);
+    EXPECT_EQ(tables.count_rows(kRooms), 0U);
+    connection->insert_row(kRooms, {{"RoomName"}, {"works on"}});
+    connection->end_turn();
+    EXPECT_EQ(open()->maintenance().count_rows(kRooms), 1U);
+}
+
 TEST_F(SqliteConnectionTest, EditsRowsByTheirKey)
 {
     const auto connection = open();

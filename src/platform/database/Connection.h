@@ -47,9 +47,24 @@ public:
     virtual std::uint64_t count_rows(const Table& table) = 0;
     /// Up to `count` rows with keys above `after`, all columns, in the order of the keys.
     virtual ResultSet read_rows(const Table& table, std::int64_t after, std::size_t count) = 0;
-    /// Inserts rows with their keys. Later rows get keys above all of them.
+    /// Inserts rows with their keys, all or none. Later rows get keys above all of them.
     virtual void write_rows(const Table& table, const ResultSet& rows) = 0;
     virtual void delete_rows(const Table& table) = 0;
+
+    /// From here to commit, rows are written and deleted together or not at all. When one of these operations
+    /// fails, nothing of them is kept. Tables must not be made in between.
+    /// @return false when the database takes nothing back: every operation then lasts at once.
+    virtual bool begin() = 0;
+    virtual void commit() = 0;
+    /// Takes back what followed begin. Never fails: with a broken connection it has been taken back.
+    virtual void roll_back() noexcept = 0;
+
+    /// Two connections may reach one database by different addresses. What one of them marks, the other then
+    /// sees: has_mark answers to a mark that was set by any connection to the same tables, and to no other.
+    /// @return the mark; clear_mark removes it again.
+    virtual std::string set_mark() = 0;
+    virtual bool has_mark(const std::string& mark) = 0;
+    virtual void clear_mark(const std::string& mark) noexcept = 0;
 };
 
 /// All statements between two calls of end_turn share one transaction. A failing statement fails alone.

@@ -3,6 +3,8 @@
 #include "base/Text.h"
 
 #include <algorithm>
+#include <random>
+#include <utility>
 
 namespace qz::platform {
 
@@ -225,7 +227,10 @@ void OdbcTables::write_rows(const Table& table, const ResultSet& rows)
             together.rows.push_back(std::move(step.rows.front()));
         }
     }
-    std::vector<Step> steps{{std::string(server.begin)}};
+    std::vector<Step> steps;
+    if (!together_) {
+        steps.push_back({std::string(server.begin)});
+    }
     for (const auto text :
         {server.before_keys, std::string_view{}, server.after_keys, server.advance_counter}) {
         if (text.data() == nullptr) {
@@ -234,7 +239,9 @@ void OdbcTables::write_rows(const Table& table, const ResultSet& rows)
             steps.push_back({filled(text, table)});
         }
     }
-    steps.push_back({std::string(server.commit)});
+    if (!together_) {
+        steps.push_back({std::string(server.commit)});
+    }
     run(std::move(steps));
 }
 
@@ -243,17 +250,76 @@ void OdbcTables::delete_rows(const Table& table)
     run({{"DELETE FROM " + quoted(table.name)}});
 }
 
+bool OdbcTables::begin()
+{
+    if (link_.facts().transactions) {
+        run({{std::string(link_.server().begin)}});
+        together_ = true;
+    }
+    return together_;
+}
+
+void OdbcTables::commit()
+{
+    if (together_) {
+        run({{std::string(link_.server().commit)}});
+        together_ = false;
+    }
+}
+
+void OdbcTables::roll_back() noexcept
+{
+    if (std::exchange(together_, false)) {
+        try {
+            link_.ask({{std::string(link_.server().rollback)}});
+        } catch (...) { // the session is gone, and what it had begun with it
+        }
+    }
+}
+
+std::string OdbcTables::set_mark()
+{
+    std::random_device random;
+    auto mark = "mark " + std::to_string(random()) + " " + std::to_string(random());
+    run({{"INSERT INTO velto_changes (name, changes) VALUES (?, 0)", {{Value(mark)}}}});
+    return mark;
+}
+
+/// A database without that table has no mark; what else goes wrong must not pass for an answer.
+bool OdbcTables::has_mark(const std::string& mark)
+{
+    try {
+        const auto found = run({{"SELECT COUNT(*) FROM velto_changes WHERE name = ?", {{Value(mark)}}}});
+        return found.result.rows.at(0).at(0).number() != 0;
+    } catch (const EngineError& error) {
+        if (error.number() == number_of(DatabaseError::MissingTable)) {
+            return false;
+        }
+        throw;
+    }
+}
+
+void OdbcTables::clear_mark(const std::string& mark) noexcept
+{
+    try {
+        link_.ask({{"DELETE FROM velto_changes WHERE name = ?", {{Value(mark)}}}});
+    } catch (...) { // a mark that stays behind disturbs nobody
+    }
+}
+
 Outcome OdbcTables::run(std::vector<Step> steps)
 {
     try {
         auto outcome = link_.ask(std::move(steps), kLongTime);
         if (outcome.failure) {
             const auto failure = *outcome.failure;
+            together_ = false;
             link_.ask({{std::string(link_.server().rollback)}});
             throw to_error(failure);
         }
         return outcome;
     } catch (const LinkLost& lost) {
+        together_ = false;
         throw database_error(lost.kind, lost.reason);
     }
 }

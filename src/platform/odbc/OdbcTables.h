@@ -33,6 +33,12 @@ public:
     ResultSet read_rows(const Table& table, std::int64_t after, std::size_t count) override;
     void write_rows(const Table& table, const ResultSet& rows) override;
     void delete_rows(const Table& table) override;
+    bool begin() override;
+    void commit() override;
+    void roll_back() noexcept override;
+    std::string set_mark() override;
+    bool has_mark(const std::string& mark) override;
+    void clear_mark(const std::string& mark) noexcept override;
 
 private:
     const ServerColumn& column(const Table& table, std::string_view name) const;
@@ -43,6 +49,7 @@ private:
     void set_version(int version);
 
     OdbcLink& link_;
+    bool together_ = false; // between begin and commit
 };
 
 } // namespace qz::platform

@@ -148,8 +148,10 @@ const ServerDatabase kPostgreSql{
                "WHERE table_schema = current_schema() ORDER BY table_name, ordinal_position",
     .before_keys = "",
     .after_keys = "",
-    .advance_counter = "SELECT setval(pg_get_serial_sequence('{}', lower('{key}')), "
-                       "GREATEST((SELECT MAX({key}) FROM {}), 1))",
+    // Never back: a rollback does not restore a counter.
+    .advance_counter =
+        "SELECT setval(pg_get_serial_sequence('{}', lower('{key}')), GREATEST((SELECT MAX({key}) "
+        "FROM {}), nextval(pg_get_serial_sequence('{}', lower('{key}'))) - 1, 1))",
     .migrations = kMigrations,
 };
 

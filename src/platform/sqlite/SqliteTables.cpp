@@ -3,7 +3,10 @@
 #include "platform/sqlite/SqliteDatabase.h"
 #include "platform/sqlite/SqliteSchema.h"
 
+#include <filesystem>
 #include <sqlite3.h>
+#include <string_view>
+#include <system_error>
 
 namespace qz::platform {
 
@@ -14,22 +17,38 @@ std::string bracketed(std::string_view name)
     return "[" + std::string(name) + "]";
 }
 
-/// Takes back what was begun unless it is committed.
+/// What a mark begins with: the name of the file follows.
+constexpr std::string_view kFileMark = "file ";
+
+/// Takes back what was begun unless it is committed; inside another transaction only together with that.
 class Transaction {
 public:
-    explicit Transaction(SqliteDatabase& database) : database_(database) { database.run("BEGIN IMMEDIATE"); }
+    explicit Transaction(SqliteDatabase& database) : database_(database), own_(!database.in_transaction())
+    {
+        if (own_) {
+            database.run("BEGIN IMMEDIATE");
+        }
+    }
     ~Transaction()
     {
-        if (database_.in_transaction()) {
+        if (!committed_ && database_.in_transaction()) {
             sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
         }
     }
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
-    void commit() { database_.run("COMMIT"); }
+    void commit()
+    {
+        if (own_) {
+            database_.run("COMMIT");
+        }
+        committed_ = true;
+    }
 
 private:
     SqliteDatabase& database_;
+    bool own_;
+    bool committed_ = false;
 };
 
 } // namespace
@@ -103,7 +122,44 @@ void SqliteTables::write_rows(const Table& table, const ResultSet& rows)
 
 void SqliteTables::delete_rows(const Table& table)
 {
+    Transaction transaction(database_);
     database_.run("DELETE FROM " + bracketed(table.name));
+    transaction.commit();
 }
+
+bool SqliteTables::begin()
+{
+    database_.run("BEGIN IMMEDIATE");
+    return true;
+}
+
+void SqliteTables::commit()
+{
+    database_.run("COMMIT");
+}
+
+void SqliteTables::roll_back() noexcept
+{
+    if (database_.in_transaction()) {
+        sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+/// The file is its own mark.
+std::string SqliteTables::set_mark()
+{
+    return std::string(kFileMark) + database_.name();
+}
+
+bool SqliteTables::has_mark(const std::string& mark)
+{
+    if (!mark.starts_with(kFileMark)) {
+        return false;
+    }
+    std::error_code no_file; // ":memory:" is nobody else's
+    return std::filesystem::equivalent(mark.substr(kFileMark.size()), database_.name(), no_file);
+}
+
+void SqliteTables::clear_mark(const std::string& /*mark*/) noexcept { }
 
 } // namespace qz::platform

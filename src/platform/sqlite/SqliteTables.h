@@ -3,6 +3,8 @@
 
 #include "platform/database/Connection.h"
 
+#include <string>
+
 namespace qz::platform {
 
 class SqliteDatabase;
@@ -19,6 +21,12 @@ public:
     ResultSet read_rows(const Table& table, std::int64_t after, std::size_t count) override;
     void write_rows(const Table& table, const ResultSet& rows) override;
     void delete_rows(const Table& table) override;
+    bool begin() override;
+    void commit() override;
+    void roll_back() noexcept override;
+    std::string set_mark() override;
+    bool has_mark(const std::string& mark) override;
+    void clear_mark(const std::string& mark) noexcept override;
 
 private:
     SqliteDatabase& database_;
