@@ -4,6 +4,8 @@
 #include <charconv>
 #include <clocale>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <cwctype>
 #include <system_error>
 
@@ -88,9 +90,25 @@ char32_t lower_letter(char32_t letter)
 #endif
 }
 
+constexpr std::uint64_t kEach = 0x0101010101010101; // one in each of eight bytes
+
+/// The first eight bytes of a text, which has as many.
+std::uint64_t eight_bytes(const char* text)
+{
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, text, sizeof(bytes));
+    return bytes;
+}
+
 bool is_ascii(std::string_view text)
 {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    std::uint64_t all = 0;
+    while (text.size() >= sizeof(all)) {
+        all |= eight_bytes(text.data());
+        text.remove_prefix(sizeof(all));
+    }
+    return (all & (kEach * 0x80)) == 0
+        && std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 char lower_ascii(char c)
@@ -98,7 +116,32 @@ char lower_ascii(char c)
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+/// Takes the run of plain characters off the front of a text.
+std::string_view take_plain(std::string_view& text)
+{
+    const auto run = text.substr(0, plain_length(text));
+    text.remove_prefix(run.size());
+    return run;
+}
+
 } // namespace
+
+std::size_t plain_length(std::string_view text)
+{
+    constexpr auto kHigh = kEach * 0x80;
+    std::size_t at = 0;
+    for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
+        const auto bytes = eight_bytes(text.data() + at);
+        const auto from_delete = bytes + kEach; // the bit is set from 0x7F on
+        if (((bytes | from_delete) & kHigh) != 0 || ((bytes - kEach * 0x20) & ~bytes & kHigh) != 0) {
+            break;
+        }
+    }
+    while (at < text.size() && text[at] >= 0x20 && text[at] < 0x7F) {
+        ++at;
+    }
+    return at;
+}
 
 std::string_view trim(std::string_view text)
 {
@@ -112,11 +155,12 @@ std::string_view trim(std::string_view text)
 std::string lower(std::string_view text)
 {
     std::string result;
-    result.reserve(text.size());
     if (is_ascii(text)) {
-        std::transform(text.begin(), text.end(), std::back_inserter(result), lower_ascii);
+        result = text;
+        std::transform(result.begin(), result.end(), result.begin(), lower_ascii);
         return result;
     }
+    result.reserve(text.size());
     for (std::size_t at = 0; at < text.size();) {
         const auto [value, length] = code_point_at(text, at);
         if (value == kNotACharacter) {
@@ -166,10 +210,13 @@ std::string valid_utf8(std::string_view text)
 {
     std::string result;
     result.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
-        const auto [value, length] = code_point_at(text, at);
-        result.append(value == kNotACharacter ? kReplacement : text.substr(at, length));
-        at += length;
+    while (!text.empty()) {
+        result.append(take_plain(text));
+        if (!text.empty()) {
+            const auto [value, length] = code_point_at(text, 0);
+            result.append(value == kNotACharacter ? kReplacement : text.substr(0, length));
+            text.remove_prefix(length);
+        }
     }
     return result;
 }
@@ -190,8 +237,16 @@ std::string single_line(std::string_view text)
 {
     std::string result;
     result.reserve(text.size());
-    std::copy_if(text.begin(), text.end(), std::back_inserter(result),
-        [](char c) { return c != '\r' && c != '\n' && c != '\0'; });
+    while (!text.empty()) {
+        result.append(take_plain(text));
+        if (!text.empty()) {
+            const char c = text.front();
+            if (c != '\r' && c != '\n' && c != '\0') {
+                result.push_back(c);
+            }
+            text.remove_prefix(1);
+        }
+    }
     return result;
 }
 
@@ -205,6 +260,7 @@ std::string printable(std::string_view text)
         result.append("\\x").push_back(kDigits[byte >> 4U]);
         result.push_back(kDigits[byte & 0x0FU]);
     };
+    result.append(take_plain(text));
     for (std::size_t at = 0; at < text.size();) {
         const auto [value, length] = code_point_at(text, at);
         if (value == '\n' || value == '\r' || value == '\t') {

@@ -29,6 +29,9 @@ std::string valid_utf8(std::string_view text);
 /// Every occurrence of `what` (not empty) replaced by `with`.
 std::string replace_all(std::string_view text, std::string_view what, std::string_view with);
 
+/// Bytes at the front of a text that are printable characters of ASCII: what needs no further look.
+std::size_t plain_length(std::string_view text);
+
 /// Text without CR, LF and NUL: what may stand in one line of a file or in a header.
 std::string single_line(std::string_view text);
 

@@ -10,7 +10,9 @@ namespace {
 void append_harmless(std::string& result, std::string_view text)
 {
     const auto blank_substitute = protocol_keywords().BlankSubstitute.front();
-    for (const char c : text) {
+    const auto plain = plain_length(text); // mostly all of it
+    result.append(text.substr(0, plain));
+    for (const char c : text.substr(plain)) {
         const bool control = static_cast<unsigned char>(c) < 0x20;
         if (control && c != '\t' && c != '\r' && c != '\n' && c != blank_substitute) {
             result.append("\xEF\xBF\xBD"); // U+FFFD

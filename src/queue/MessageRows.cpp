@@ -3,6 +3,9 @@
 #include "base/Text.h"
 #include "store/Statements.h"
 
+#include <cstddef>
+#include <functional>
+
 namespace qz::queue {
 
 namespace statements = store::statements;
@@ -16,55 +19,64 @@ std::string quoted(const std::string& name)
     return replace_all(name, "'", "''");
 }
 
-std::string name_of(const std::string& sender, const std::string& recipient, double msg_id)
+std::size_t hash_of(const std::string& sender, const std::string& recipient, double msg_id)
 {
-    return decimal(msg_id) + '\n' + recipient + '\n' + sender;
-}
-
-platform::RowChange state_of(const QueueEntry& entry)
-{
-    return {{"ReceiptRequested", "Sent", "SentTime", "ReceivedTime", "ExpirationTime", "Delivered",
-                "DeliveredTime", "Ignore"},
-        {entry.receipt_requested, entry.sent, entry.sent_time, entry.received_time, entry.expiration_time,
-            entry.delivered, entry.delivered_time, entry.ignore}};
+    constexpr std::size_t kOdd = 0x9E3779B97F4A7C15;
+    const std::hash<std::string> hash;
+    return (std::hash<double>{}(msg_id)*kOdd + hash(recipient)) * kOdd + hash(sender);
 }
 
 } // namespace
 
 std::int64_t MessageRows::save(const QueueEntry& entry)
 {
-    const auto key = database_.connection().add_row(tables::kMessages,
-        {{"UserName_From", "UserName_To", "MsgID"}, {entry.sender, entry.recipient, entry.MsgID}});
-    saved_.insert(name_of(entry.sender, entry.recipient, entry.MsgID));
+    new_row_.values[0] = entry.sender;
+    new_row_.values[1] = entry.recipient;
+    new_row_.values[2] = entry.MsgID;
+    const auto key = database_.connection().add_row(tables::kMessages, new_row_);
+    saved_.insert(hash_of(entry.sender, entry.recipient, entry.MsgID));
     return key;
 }
 
 bool MessageRows::contains(const std::string& sender, const std::string& recipient, double msg_id)
 {
-    return saved_.contains(name_of(sender, recipient, msg_id))
-        || database_.connection().finds(
-            statements::kFindMessage, {decimal(msg_id), quoted(recipient), quoted(sender)});
+    const bool saved = saved_.contains(hash_of(sender, recipient, msg_id)); // or one with the same hash
+    return database_.connection().finds(saved ? statements::kSelectMessage : statements::kFindMessage,
+        {quoted(sender), quoted(recipient), decimal(msg_id)});
 }
 
 void MessageRows::write_back(const QueueEntry& entry)
 {
-    if (entry.message_row != 0 && write_known(entry)) {
+    set_state(entry);
+    if (entry.message_row != 0 && write_known(entry.message_row)) {
         return;
     }
     auto row = database_.open(
         statements::kSelectMessage, {quoted(entry.sender), quoted(entry.recipient), decimal(entry.MsgID)});
-    const auto change = state_of(entry);
-    for (std::size_t i = 0; i < change.columns.size(); ++i) {
-        row.SetField(change.columns[i], change.values[i]);
+    for (std::size_t i = 0; i < state_.columns.size(); ++i) {
+        row.SetField(state_.columns[i], state_.values[i]);
     }
     row.Update();
 }
 
+void MessageRows::set_state(const QueueEntry& entry)
+{
+    auto value = state_.values.begin();
+    *value++ = entry.receipt_requested;
+    *value++ = entry.sent;
+    *value++ = entry.sent_time;
+    *value++ = entry.received_time;
+    *value++ = entry.expiration_time;
+    *value++ = entry.delivered;
+    *value++ = entry.delivered_time;
+    *value++ = entry.ignore;
+}
+
 /// @return false when the row is not there any more.
-bool MessageRows::write_known(const QueueEntry& entry)
+bool MessageRows::write_known(std::int64_t row)
 {
     try {
-        database_.connection().update_row(tables::kMessages, entry.message_row, state_of(entry));
+        database_.connection().update_row(tables::kMessages, row, state_);
         return true;
     } catch (const EngineError& error) {
         if (error.number() != number_of(DatabaseError::RowGone)) {

@@ -5,9 +5,11 @@
 #include "queue/QueueEntry.h"
 #include "store/Database.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 namespace qz::queue {
 
@@ -40,10 +42,16 @@ public:
     void turn_ended() { saved_.clear(); }
 
 private:
-    bool write_known(const QueueEntry& entry);
+    void set_state(const QueueEntry& entry);
+    bool write_known(std::int64_t row);
 
     store::Database& database_;
-    std::unordered_set<std::string> saved_; // in this turn: MsgID, recipient and sender
+    std::unordered_set<std::size_t> saved_; // in this turn: hashes of MsgID, recipient and sender
+    // Kept for their memory: they are filled anew for every message.
+    platform::RowChange new_row_{{"UserName_From", "UserName_To", "MsgID"}, std::vector<platform::Value>(3)};
+    platform::RowChange state_{{"ReceiptRequested", "Sent", "SentTime", "ReceivedTime", "ExpirationTime",
+                                   "Delivered", "DeliveredTime", "Ignore"},
+        std::vector<platform::Value>(8)};
 };
 
 } // namespace qz::queue

@@ -21,17 +21,22 @@ std::int64_t count_in(platform::Recordset& row, const char* field)
 
 std::int64_t QueueRows::add(const QueueEntry& entry)
 {
-    return database_.connection().insert_row(tables::kQueue,
-        {{"UserName_From", "UserName_To", "MsgID", "Message", "RoomName", "ReceiptRequested", "ReceivedTime",
-             "ExpirationTime"},
-            {entry.sender, entry.recipient, entry.MsgID, entry.text, entry.room, entry.receipt_requested,
-                entry.received_time, entry.expiration_time}});
+    auto value = new_row_.values.begin();
+    *value++ = entry.sender;
+    *value++ = entry.recipient;
+    *value++ = entry.MsgID;
+    *value++ = entry.text;
+    *value++ = entry.room;
+    *value++ = entry.receipt_requested;
+    *value++ = entry.received_time;
+    *value++ = entry.expiration_time;
+    return database_.connection().insert_row(tables::kQueue, new_row_);
 }
 
 void QueueRows::mark_sent(const QueueEntry& entry)
 {
-    database_.connection().update_row(
-        tables::kQueue, entry.row, {{"Sent", "SentTime"}, {true, entry.sent_time}});
+    sent_.values[1] = entry.sent_time;
+    database_.connection().update_row(tables::kQueue, entry.row, sent_);
 }
 
 void QueueRows::remove(std::int64_t row)

@@ -41,6 +41,11 @@ public:
 
 private:
     store::Database& database_;
+    // Kept for their memory: they are filled anew for every message.
+    platform::RowChange new_row_{{"UserName_From", "UserName_To", "MsgID", "Message", "RoomName",
+                                     "ReceiptRequested", "ReceivedTime", "ExpirationTime"},
+        std::vector<platform::Value>(8)};
+    platform::RowChange sent_{{"Sent", "SentTime"}, {true, DateTime{}}};
     std::int64_t counts_row_ = 0; // key of the one row of `queuecount`; 0 when it is not known
 };
 

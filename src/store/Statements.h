@@ -128,9 +128,9 @@ inline constexpr Statement kSelectMessage{
     "SELECT * FROM messages WHERE UserName_From = '{}' AND UserName_To = '{}' AND MsgID = {} "
     "ORDER BY IDMessage DESC",
     &tables::kMessages};
-/// Whether a message is there: MsgID, recipient, sender.
+/// Whether a message is there: sender, recipient, MsgID.
 inline constexpr Statement kFindMessage{
-    "SELECT IDMessage FROM messages WHERE MsgID = {} AND UserName_To = '{}' AND UserName_From = '{}'",
+    "SELECT IDMessage FROM messages WHERE UserName_From = '{}' AND UserName_To = '{}' AND MsgID = {}",
     &tables::kMessages, {}, true};
 /// Messages of anybody: MsgID.
 inline constexpr Statement kSelectMessagesByMsgID{

@@ -93,7 +93,8 @@ private:
     void end_turn();
     void tell(TurnPhase phase);
 
-    asio::io_context context_{1}; // one thread runs it; others only post
+    // One thread runs it and uses its sockets and timers, which therefore need no locks; others only post.
+    asio::io_context context_{BOOST_ASIO_CONCURRENCY_HINT_UNSAFE_IO};
     asio::executor_work_guard<IoExecutor> work_{context_.get_executor()};
     std::atomic<bool> stop_asked_ = false;
     std::unordered_map<std::int32_t, ConnectionRequest> requests_;

@@ -207,11 +207,9 @@ void SqliteConnection::execute(Session& open, const Match& match)
         run(open, match);
         return;
     }
-    RowChange row{prepared.waiting_columns, {}};
-    for (const auto& literal : match.holes()) {
-        row.values.push_back(value_of(literal));
-    }
-    add_waiting(open, *match.shape->statement.table, row);
+    const auto& table = *match.shape->statement.table;
+    add_waiting(
+        open, table, [&] { return open.waiting->add(table, prepared.waiting_columns, match.holes()); });
 }
 
 ResultSet SqliteConnection::query(const std::string& sql)
@@ -245,7 +243,7 @@ std::int64_t SqliteConnection::insert_row(const Table& table, const RowChange& r
 {
     auto& open = session();
     if (waits(table, row)) {
-        return add_waiting(open, table, row);
+        return add_waiting(open, table, [&] { return open.waiting->add(table, row); });
     }
     run_edit(EditKind::Insert, table, row);
     return open.database.last_key();
@@ -380,10 +378,10 @@ bool SqliteConnection::waits(const Table& table, const RowChange& row)
             [&](const std::string& column) { return equal_ignoring_case(column, table.key); });
 }
 
-std::int64_t SqliteConnection::add_waiting(Session& open, const Table& table, const RowChange& row)
+template <typename Add> std::int64_t SqliteConnection::add_waiting(Session& open, const Table& table, Add add)
 {
     begin_turn(open);
-    const auto key = open.waiting->add(table, row);
+    const auto key = add();
     open.changed = true;
     note_change(table);
     if (open.waiting->full()) {

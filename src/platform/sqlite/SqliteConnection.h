@@ -79,7 +79,7 @@ private:
     static Prepared& prepare(Session& open, const Shape& shape);
     static void bind(Prepared& prepared, const Match& match);
     static bool waits(const Table& table, const RowChange& row);
-    std::int64_t add_waiting(Session& open, const Table& table, const RowChange& row);
+    template <typename Add> std::int64_t add_waiting(Session& open, const Table& table, Add add);
     /// Writes what waits for these tables: somebody is about to read it.
     void write_waiting(Session& open, SqliteWaitingRows::Tables tables);
     void write_last(Session& open);

@@ -1,6 +1,7 @@
 #include "platform/sqlite/SqliteWaitingRows.h"
 
 #include "base/Text.h"
+#include "platform/database/Shape.h"
 
 #include <algorithm>
 #include <bit>
@@ -14,21 +15,9 @@ namespace {
 
 constexpr std::array<std::string_view, 3> kTables{"log", "messages", "queue"};
 constexpr std::size_t kMostBytes = std::size_t{1} << 20U;
-constexpr std::size_t kBytesOfValue = 32; // about, besides its text
-
 bool same_column(const std::string& left, const std::string& right)
 {
     return left == right || equal_ignoring_case(left, right);
-}
-
-std::size_t size_of(const RowChange& row)
-{
-    std::size_t size = 0;
-    for (const auto& value : row.values) {
-        const auto* text = std::get_if<std::string>(&value.held());
-        size += kBytesOfValue + (text == nullptr ? 0 : text->size());
-    }
-    return size;
 }
 
 } // namespace
@@ -50,22 +39,73 @@ SqliteWaitingRows::Tables SqliteWaitingRows::bit_of(std::string_view table)
 
 bool SqliteWaitingRows::full() const
 {
-    return bytes_ > kMostBytes;
+    constexpr std::size_t kMostCells = 100'000;
+    return texts_.size() > kMostBytes
+        || std::any_of(tables_.begin(), tables_.end(),
+            [](const Waiting& waiting) { return waiting.cells.size() > kMostCells; });
 }
 
 std::int64_t SqliteWaitingRows::add(const Table& table, const RowChange& row)
 {
+    return add_all(table, row.columns, row.values);
+}
+
+std::int64_t SqliteWaitingRows::add(
+    const Table& table, const std::vector<std::string>& columns, std::span<const Token> texts)
+{
+    return add_all(table, columns, texts);
+}
+
+template <typename Values>
+std::int64_t SqliteWaitingRows::add_all(
+    const Table& table, const std::vector<std::string>& columns, const Values& values)
+{
     auto& waiting = waiting_in(table);
-    auto& kind = kind_for(waiting, table, row.columns);
+    auto& kind = kind_for(waiting, table, columns);
     const auto key = last_key(table) + 1;
-    auto& added = waiting.rows.emplace_back(Row{&kind, {}});
-    added.values.reserve(kind.columns.size());
-    added.values = row.values;
-    added.values.resize(kind.columns.size(), Value(clock_.now()));
+    waiting.rows.push_back({&kind, waiting.cells.size()});
+    for (const auto& value : values) {
+        waiting.cells.push_back(cell(value));
+    }
+    for (auto i = columns.size(); i < kind.columns.size(); ++i) {
+        waiting.cells.push_back({.type = Cell::Type::Time, .time = clock_.now()});
+    }
     waiting.last_key = key;
     waiting_ |= bit_of(table.name);
-    bytes_ += size_of(row);
     return key;
+}
+
+SqliteWaitingRows::Cell SqliteWaitingRows::cell(const Value& value)
+{
+    const auto& held = value.held();
+    if (const auto* text = std::get_if<std::string>(&held)) {
+        return cell(std::string_view(*text));
+    }
+    if (const auto* whole = std::get_if<std::int64_t>(&held)) {
+        return {.type = Cell::Type::Whole, .whole = *whole};
+    }
+    if (const auto* real = std::get_if<double>(&held)) {
+        return {.type = Cell::Type::Real, .real = *real};
+    }
+    if (const auto* time = std::get_if<DateTime>(&held)) {
+        return {.type = Cell::Type::Time, .time = *time};
+    }
+    return {};
+}
+
+SqliteWaitingRows::Cell SqliteWaitingRows::cell(const Token& literal)
+{
+    if (literal.kind == TokenKind::Text && !literal.doubled_quotes) {
+        return cell(literal.text);
+    }
+    return cell(value_of(literal));
+}
+
+SqliteWaitingRows::Cell SqliteWaitingRows::cell(std::string_view text)
+{
+    const auto at = texts_.size();
+    texts_.append(text);
+    return {.type = Cell::Type::Text, .whole = static_cast<std::int64_t>(at), .size = text.size()};
 }
 
 bool SqliteWaitingRows::change(const Table& table, std::int64_t key, const RowChange& row)
@@ -74,15 +114,23 @@ bool SqliteWaitingRows::change(const Table& table, std::int64_t key, const RowCh
     if (changed == nullptr) {
         return false;
     }
-    auto& kind = with_more(waiting_in(table), table, *changed->kind, row.columns);
-    changed->kind = &kind;
-    changed->values.resize(kind.columns.size());
+    auto& waiting = waiting_in(table);
+    auto& cells = waiting.cells;
+    auto& kind = with_more(waiting, table, *changed->kind, row.columns);
+    if (&kind != changed->kind) { // has more cells, which stand behind the others
+        const auto old = changed->first_cell;
+        const auto count = changed->kind->columns.size();
+        *changed = {&kind, cells.size()};
+        cells.resize(cells.size() + kind.columns.size());
+        std::copy_n(cells.begin() + static_cast<std::ptrdiff_t>(old), count,
+            cells.begin() + static_cast<std::ptrdiff_t>(changed->first_cell));
+    }
     for (std::size_t i = 0; i < row.columns.size(); ++i) {
         const auto column = std::find_if(kind.columns.begin(), kind.columns.end(),
             [&](const std::string& each) { return same_column(each, row.columns[i]); });
-        changed->values[static_cast<std::size_t>(column - kind.columns.begin())] = row.values[i];
+        cells[changed->first_cell + static_cast<std::size_t>(column - kind.columns.begin())] =
+            cell(row.values[i]);
     }
-    bytes_ += size_of(row);
     return true;
 }
 
@@ -90,7 +138,7 @@ bool SqliteWaitingRows::remove(const Table& table, std::int64_t key)
 {
     auto* const removed = row(table, key);
     if (removed != nullptr) {
-        *removed = {nullptr, {}};
+        removed->kind = nullptr;
     }
     return removed != nullptr;
 }
@@ -103,10 +151,11 @@ int SqliteWaitingRows::write(Tables tables)
             waiting_ &= ~(1U << i);
             code = write(tables_.at(i));
             tables_.at(i).rows.clear();
+            tables_.at(i).cells.clear();
         }
     }
     if (waiting_ == 0) {
-        bytes_ = 0;
+        texts_.clear();
         times_.clear();
     }
     return code;
@@ -116,10 +165,11 @@ void SqliteWaitingRows::forget()
 {
     for (auto& waiting : tables_) {
         waiting.rows.clear();
+        waiting.cells.clear();
         waiting.last_key.reset();
     }
     waiting_ = 0;
-    bytes_ = 0;
+    texts_.clear();
     times_.clear();
 }
 
@@ -222,47 +272,63 @@ SqliteWaitingRows::Row* SqliteWaitingRows::row(const Table& table, std::int64_t 
 
 int SqliteWaitingRows::write(Waiting& waiting)
 {
+    int code = SQLITE_DONE;
     const auto first_key = *waiting.last_key - static_cast<std::int64_t>(waiting.rows.size()) + 1;
-    std::vector<std::pair<std::int64_t, const Row*>> rows;
-    rows.reserve(waiting.rows.size());
     for (auto& kind : waiting.kinds) {
-        rows.clear();
+        of_kind_.clear();
         for (std::size_t i = 0; i < waiting.rows.size(); ++i) {
             if (waiting.rows[i].kind == &kind) {
-                rows.emplace_back(first_key + static_cast<std::int64_t>(i), &waiting.rows[i]);
+                of_kind_.emplace_back(first_key + static_cast<std::int64_t>(i), waiting.rows[i].first_cell);
             }
         }
-        const int code = write(kind, rows);
-        if (code != SQLITE_DONE) {
-            return code;
-        }
+        code = code == SQLITE_DONE ? write(waiting, kind) : code;
     }
-    return SQLITE_DONE;
+    return code;
 }
 
-int SqliteWaitingRows::write(Kind& kind, const std::vector<std::pair<std::int64_t, const Row*>>& rows)
+int SqliteWaitingRows::write(const Waiting& waiting, Kind& kind)
 {
     int code = SQLITE_DONE;
-    for (std::size_t done = 0; done < rows.size() && code == SQLITE_DONE;) {
+    for (std::size_t done = 0; done < of_kind_.size() && code == SQLITE_DONE;) {
         std::size_t size = 0;
-        while (kTogether.at(size) > rows.size() - done) {
+        while (kTogether.at(size) > of_kind_.size() - done) {
             ++size;
         }
         auto& statement = insert(kind, size);
         int parameter = 0;
         for (const auto end = done + kTogether.at(size); done < end; ++done) {
-            statement.bind(++parameter, Value(rows[done].first));
-            for (const auto& value : rows[done].second->values) {
-                const auto* time = std::get_if<DateTime>(&value.held());
-                ++parameter;
-                time == nullptr ? statement.bind(parameter, value)
-                                : statement.bind(parameter, text_of(*time));
+            const auto& [key, first] = of_kind_[done];
+            bind(statement, ++parameter, {.type = Cell::Type::Whole, .whole = key});
+            for (std::size_t i = 0; i < kind.columns.size(); ++i) {
+                bind(statement, ++parameter, waiting.cells[first + i]);
             }
         }
         code = statement.step();
         statement.reset();
     }
     return code;
+}
+
+void SqliteWaitingRows::bind(SqliteStatement& statement, int parameter, const Cell& cell)
+{
+    switch (cell.type) {
+    case Cell::Type::Null:
+        statement.bind(parameter, Value{});
+        break;
+    case Cell::Type::Whole:
+        statement.bind(parameter, Value(cell.whole));
+        break;
+    case Cell::Type::Real:
+        statement.bind(parameter, Value(cell.real));
+        break;
+    case Cell::Type::Text:
+        statement.bind(
+            parameter, std::string_view(texts_).substr(static_cast<std::size_t>(cell.whole), cell.size));
+        break;
+    case Cell::Type::Time:
+        statement.bind(parameter, text_of(cell.time));
+        break;
+    }
 }
 
 SqliteStatement& SqliteWaitingRows::insert(Kind& kind, std::size_t size)

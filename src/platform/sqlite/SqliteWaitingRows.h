@@ -13,6 +13,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,8 @@ public:
 
     /// @return the row's key.
     std::int64_t add(const Table& table, const RowChange& row);
+    std::int64_t add(
+        const Table& table, const std::vector<std::string>& columns, std::span<const Token> texts);
     /// Changes a row that waits.
     /// @return false when there is none with the key.
     bool change(const Table& table, std::int64_t key, const RowChange& row);
@@ -67,14 +70,24 @@ private:
         std::vector<std::pair<std::vector<std::string>, Kind*>>
             with_more; // columns, and the kind that has them
     };
+    /// A text stands in `texts_`, from `whole` on.
+    struct Cell {
+        enum class Type : std::uint8_t { Null, Whole, Real, Text, Time };
+        Type type = Type::Null;
+        std::int64_t whole = 0;
+        double real = 0;
+        std::size_t size = 0; // of a text
+        DateTime time{};
+    };
     struct Row {
         Kind* kind; // none when the row was taken back
-        std::vector<Value> values;
+        std::size_t first_cell;
     };
     struct Waiting {
         std::optional<std::int64_t> last_key; // in the table or waiting
         std::deque<Kind> kinds;
         std::vector<Row> rows; // the last of them has the key last_key
+        std::vector<Cell> cells;
     };
 
     Waiting& waiting_in(const Table& table);
@@ -82,20 +95,26 @@ private:
     Kind& with_more(
         Waiting& waiting, const Table& table, Kind& kind, const std::vector<std::string>& columns);
     std::int64_t last_key(const Table& table);
+    Cell cell(const Value& value);
+    Cell cell(const Token& literal);
+    Cell cell(std::string_view text);
+    template <typename Values>
+    std::int64_t add_all(const Table& table, const std::vector<std::string>& columns, const Values& values);
+    void bind(SqliteStatement& statement, int parameter, const Cell& cell);
     Row* row(const Table& table, std::int64_t key);
     int write(Waiting& waiting);
-    int write(Kind& kind, const std::vector<std::pair<std::int64_t, const Row*>>& rows);
+    int write(const Waiting& waiting, Kind& kind);
     SqliteStatement& insert(Kind& kind, std::size_t size);
     std::string_view text_of(DateTime time);
-    void count(const RowChange& row);
 
     SqliteDatabase& database_;
     const Clock& clock_;
     std::optional<SqliteColumns> columns_;
     std::array<Waiting, 3> tables_;
     Tables waiting_ = 0;
-    std::size_t bytes_ = 0;
-    std::deque<std::pair<DateTime, std::string>> times_; // texts of dates, as long as they are bound
+    std::string texts_;
+    std::vector<std::pair<std::int64_t, std::size_t>> of_kind_; // key and first cell, while a kind is written
+    std::deque<std::pair<DateTime, std::string>> times_;        // texts of dates, as long as they are bound
 };
 
 } // namespace qz::platform
