@@ -47,6 +47,10 @@ public:
     {
         return noting([&] { return inner_->query(sql); });
     }
+    void visit(const std::string& sql, const platform::RowVisitor& visitor) override
+    {
+        noting([&] { inner_->visit(sql, visitor); });
+    }
     platform::ResultSet describe(const std::string& sql) override
     {
         return noting([&] { return inner_->describe(sql); });

@@ -2,6 +2,7 @@
 
 #include "base/Guarded.h"
 #include "base/Text.h"
+#include "platform/database/ColumnFinder.h"
 #include "store/Statements.h"
 
 #include <algorithm>
@@ -10,9 +11,18 @@ namespace qz::store {
 
 namespace {
 
+/// The row at hand while a table is read.
+struct Row {
+    const platform::Value& Fields(std::string_view name) { return values[finder.find(columns, name)]; }
+
+    platform::ColumnFinder& finder;
+    const std::vector<std::string>& columns;
+    const std::vector<platform::Value>& values;
+};
+
 // A null leaves the record's field empty; only the key column is read without that test.
 
-void read(platform::Recordset& row, UserRecord& user)
+void read(Row& row, UserRecord& user)
 {
     user.IDUserName = row.Fields("IDUserName").integer();
     user.UserName = row.Fields("UserName").text();
@@ -29,7 +39,7 @@ void read(platform::Recordset& row, UserRecord& user)
     user.Country = row.Fields("Country").text();
 }
 
-void read(platform::Recordset& row, BuddyRecord& buddy)
+void read(Row& row, BuddyRecord& buddy)
 {
     buddy.IDBuddies = row.Fields("IDBuddies").integer();
     buddy.Buddy = row.Fields("Buddy").text();
@@ -40,7 +50,7 @@ void read(platform::Recordset& row, BuddyRecord& buddy)
     buddy.UserName = row.Fields("UserName").text();
 }
 
-void read(platform::Recordset& row, RoomRecord& room)
+void read(Row& row, RoomRecord& room)
 {
     room.IDRoom = row.Fields("IDRoom").integer();
     room.RoomName = row.Fields("RoomName").text();
@@ -129,19 +139,24 @@ template <typename Record> void Directory::load(Snapshot<Record>& snapshot, cons
 
 template <typename Record> void Directory::read_rows(Snapshot<Record>& snapshot, const Source& source)
 {
-    auto rows = database_.open(source.rows);
-    for (std::size_t i = 0; !rows.AtEnd(); rows.MoveNext(), ++i) {
-        if (i >= snapshot.records.size()) { // the table grew between the count and the query
-            throw runtime_error(RuntimeError::SubscriptOutOfRange);
-        }
-        read(rows, snapshot.records[i]);
-    }
+    platform::ColumnFinder finder;
+    auto record = snapshot.records.begin();
+    database_.connection().visit(platform::fill(source.rows, {}),
+        [&](const std::vector<std::string>& columns, std::vector<platform::Value>& values) {
+            if (record == snapshot.records.end()) { // the table grew between the count and the query
+                throw runtime_error(RuntimeError::SubscriptOutOfRange);
+            }
+            Row row{finder, columns, values};
+            read(row, *record++);
+        });
 }
 
 void Directory::index_users()
 {
     user_by_name_.clear();
     user_by_lower_name_.clear();
+    user_by_name_.reserve(users().size());
+    user_by_lower_name_.reserve(users().size());
     for (std::size_t i = 0; i < users().size(); ++i) {
         user_by_name_.emplace(users()[i].UserName, i); // emplace keeps the first
         user_by_lower_name_.emplace(lower(users()[i].UserName), i);

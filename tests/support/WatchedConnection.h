@@ -51,6 +51,11 @@ public:
         tell(sql);
         return inner_->query(sql);
     }
+    void visit(const std::string& sql, const platform::RowVisitor& visitor) override
+    {
+        tell(sql);
+        inner_->visit(sql, visitor);
+    }
     platform::ResultSet describe(const std::string& sql) override { return inner_->describe(sql); }
     std::int64_t insert_row(const platform::Table& table, const platform::RowChange& row) override
     {

@@ -6,6 +6,7 @@
 #include "platform/database/Value.h"
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -25,6 +26,9 @@ struct ResultSet {
     /// Key of each row, in row order; empty when the rows cannot be edited.
     std::vector<std::int64_t> keys;
 };
+
+/// @param row  a value for each of the columns.
+using RowVisitor = std::function<void(const std::vector<std::string>& columns, std::vector<Value>& row)>;
 
 /// Column names and values for one row.
 struct RowChange {
@@ -98,6 +102,15 @@ public:
     }
     /// Runs a query and fetches all its rows. The same rule for shapes.
     virtual ResultSet query(const std::string& sql) = 0;
+    /// Runs a query and shows its rows one after the other, so that many of them are never held at once. The
+    /// visitor may keep the values, and must not use the connection; what it throws ends the query.
+    virtual void visit(const std::string& sql, const RowVisitor& visitor)
+    {
+        auto result = query(sql);
+        for (auto& row : result.rows) {
+            visitor(result.columns, row);
+        }
+    }
     /// What a query would return without its rows: for a recordset that is opened only to add to it.
     virtual ResultSet describe(const std::string& sql) = 0;
 

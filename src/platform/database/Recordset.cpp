@@ -10,16 +10,6 @@ namespace {
 
 constexpr std::int32_t kObjectClosed = 3704; // the same number as for a connection, with another source
 
-/// Names of columns are plain letters, so no alphabets come into it.
-bool same_name(std::string_view left, std::string_view right)
-{
-    const auto fold = [](char c) {
-        return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c;
-    };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-        [&](char l, char r) { return fold(l) == fold(r); });
-}
-
 EngineError no_current_row()
 {
     return database_error(DatabaseError::NoCurrentRow,
@@ -179,15 +169,9 @@ void Recordset::fetch()
     }
 }
 
-std::size_t Recordset::column(std::string_view name) const
+std::size_t Recordset::column(std::string_view name)
 {
-    const auto found = std::find_if(result_.columns.begin(), result_.columns.end(),
-        [&](const std::string& candidate) { return same_name(candidate, name); });
-    if (found == result_.columns.end()) {
-        throw database_error(DatabaseError::NoSuchField,
-            "Item cannot be found in the collection corresponding to the requested name or ordinal.");
-    }
-    return static_cast<std::size_t>(found - result_.columns.begin());
+    return finder_.find(result_.columns, name);
 }
 
 const std::vector<Value>& Recordset::current_row()
@@ -232,7 +216,7 @@ void Recordset::drop_deleted_row()
 void Recordset::show_added(std::vector<Value> row, std::int64_t key)
 {
     for (std::size_t i = 0; i < row.size(); ++i) {
-        if (same_name(result_.columns[i], result_.table->key)) {
+        if (same_column_name(result_.columns[i], result_.table->key)) {
             row[i] = key;
         }
     }

@@ -1,6 +1,7 @@
 // Rows of one query with a cursor, and the edits of those rows, in the manner of ADO.
 #pragma once
 
+#include "platform/database/ColumnFinder.h"
 #include "platform/database/Connection.h"
 
 #include <cstddef>
@@ -45,7 +46,7 @@ private:
     void require_open() const;
     void require_connection() const;
     void fetch();
-    std::size_t column(std::string_view name) const;
+    std::size_t column(std::string_view name);
     const std::vector<Value>& current_row();
     const Table& editable_table() const;
     void leave_row();
@@ -59,6 +60,7 @@ private:
     bool fetched_ = false;
     bool described_ = false;
     ResultSet result_;
+    ColumnFinder finder_;
     std::size_t row_ = 0;
     bool row_deleted_ = false;
     Editing editing_ = Editing::None;

@@ -217,6 +217,33 @@ ResultSet SqliteConnection::query(const std::string& sql)
     return run(session(), catalogue_.look_up(sql));
 }
 
+void SqliteConnection::visit(const std::string& sql, const RowVisitor& visitor)
+{
+    auto& open = session();
+    const auto match = catalogue_.look_up(sql);
+    auto& prepared = prepare(open, *match.shape);
+    if (prepared.hidden_key || !prepared.statement.read_only()) {
+        Connection::visit(sql, visitor);
+        return;
+    }
+    write_waiting(open, prepared.tables);
+    const Run end(prepared.statement);
+    bind(prepared, match);
+    int code = prepared.statement.step();
+    const auto columns =
+        prepared.statement.columns(); // only now: the first step notices columns that were added
+    std::vector<Value> row(columns.size());
+    for (; code == SQLITE_ROW; code = prepared.statement.step()) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            row[i] = prepared.statement.column(i);
+        }
+        visitor(columns, row);
+    }
+    if (code != SQLITE_DONE) {
+        fail(open, code);
+    }
+}
+
 ResultSet SqliteConnection::run(Session& open, const Match& match)
 {
     auto& prepared = prepare(open, *match.shape);

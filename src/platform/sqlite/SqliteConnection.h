@@ -35,6 +35,7 @@ public:
     void perform(const Statement& statement, std::initializer_list<std::string_view> values) override;
     bool finds(const Statement& statement, std::initializer_list<std::string_view> values) override;
     ResultSet query(const std::string& sql) override;
+    void visit(const std::string& sql, const RowVisitor& visitor) override;
     ResultSet describe(const std::string& sql) override;
     std::int64_t insert_row(const Table& table, const RowChange& row) override;
     void update_row(const Table& table, std::int64_t key, const RowChange& row) override;
