@@ -11,7 +11,7 @@ build_packages=(
 )
 test_packages=(
     libbenchmark-dev libfaketime libgmock-dev libgtest-dev python3-aiosmtpd
-    postgresql-15 odbc-postgresql mariadb-server odbc-mariadb
+    postgresql-15 odbc-postgresql mariadb-server odbc-mariadb tdsodbc
 )
 lint_packages=(clang-format clang-tidy)
 

@@ -49,7 +49,7 @@ protected:
             }
         }
         use_server(target, test::server_under_test()->address());
-        set(target, "DB SetUp/dbPassword", {}, std::string(test::DatabaseServer::kPassword) + "\n");
+        set(target, "DB SetUp/dbPassword", {}, test::server_under_test()->password() + "\n");
         EXPECT_EQ(target.run({"db", "init"}), 0) << target.output;
         empty_the_server();
     }
@@ -177,7 +177,7 @@ TEST_F(DbCommandsTest, OneDatabaseUnderTwoNamesIsNeverCopiedOntoItself)
     ASSERT_EQ(target.run({"user", "add", "anna", "--password-stdin"}, "secret\n"), 0) << target.output;
     auto address = test::server_under_test()->address();
     use_server(second, address.replace(0, address.find(';'), "127.1"));
-    set(second, "DB SetUp/dbPassword", {}, std::string(test::DatabaseServer::kPassword) + "\n");
+    set(second, "DB SetUp/dbPassword", {}, test::server_under_test()->password() + "\n");
     EXPECT_EQ(copy(target, second, {"--replace"}), 2);
     EXPECT_THAT(target.output, HasSubstr("both homes use the same database; nothing was changed"));
     EXPECT_THAT(users(target), ElementsAre("anna"));

@@ -106,6 +106,18 @@ TEST_F(OdbcConnectionTest, AFailingStatementFailsAlone)
     EXPECT_THAT(seen(kLog, 4), ElementsAre("before", "after"));
 }
 
+TEST_F(OdbcConnectionTest, WhatStoodBeforeAFailureStaysWithItsKeys)
+{
+    const auto room = connection->insert_row(kRooms, {{"RoomName"}, {"hall"}});
+    const auto waiting = connection->insert_row(kQueue, {{"Message"}, {"text"}});
+    EXPECT_TRUE(failure_of([&] { // some servers give up the whole transaction over it
+        connection->Execute(fill(kUpdateQueueSent, {"no date", std::to_string(waiting)}));
+    }));
+    connection->end_turn();
+    EXPECT_THAT(seen(kRooms, 0), ElementsAre(std::to_string(room)));
+    EXPECT_THAT(seen(kQueue, 0), ElementsAre(std::to_string(waiting)));
+}
+
 TEST_F(OdbcConnectionTest, AnAbandonedTurnLeavesOnlyItsLog)
 {
     add_user("anna");

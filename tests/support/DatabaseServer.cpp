@@ -6,6 +6,7 @@
 #include "store/Statements.h"
 #include "support/MariaDbServer.h"
 #include "support/PostgresServer.h"
+#include "support/TdsServer.h"
 #include "support/WatchedConnection.h"
 
 #include <array>
@@ -118,13 +119,18 @@ void DatabaseServer::wait_until_ready(const std::string& connection_string) cons
 
 std::string reason_against(const std::string& provider)
 {
-    return provider == "mariadb" ? MariaDbServer::reason_against() : PostgresServer::reason_against();
+    return provider == "mariadb"  ? MariaDbServer::reason_against()
+        : provider == "sqlserver" ? TdsServer::reason_against()
+                                  : PostgresServer::reason_against();
 }
 
 std::unique_ptr<DatabaseServer> make_database_server(const std::string& provider)
 {
     if (provider == "mariadb") {
         return std::make_unique<MariaDbServer>();
+    }
+    if (provider == "sqlserver") {
+        return std::make_unique<TdsServer>();
     }
     return std::make_unique<PostgresServer>();
 }

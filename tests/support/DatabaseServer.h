@@ -30,7 +30,9 @@ public:
     std::string address() const { return "127.0.0.1;Port=" + std::to_string(port_); }
     /// As the engine builds it.
     /// @param driver  a section of the folder's odbcinst.ini.
-    std::string connection_string(const std::string& password = kPassword) const;
+    std::string connection_string(const std::string& password) const;
+    std::string connection_string() const { return connection_string(password()); }
+    virtual std::string password() const { return kPassword; }
     /// A folder for ODBCSYSINI, in which the driver is registered under the name that the engine uses.
     std::filesystem::path driver_folder() const { return folder_.path() / "odbc"; }
     ServerProgram& program() { return *program_; }
@@ -48,7 +50,7 @@ protected:
     std::optional<ServerProgram> program_;
 };
 
-/// The server that VELTO_TEST_PROVIDER names (postgresql, mariadb); null when the tests run on the
+/// The server that VELTO_TEST_PROVIDER names (postgresql, mariadb, sqlserver); null when the tests run on the
 /// embedded database. It runs until the program ends.
 DatabaseServer* server_under_test();
 

@@ -270,7 +270,7 @@ std::int64_t OdbcConnection::insert_row(const Table& table, const RowChange& row
         auto again = row;
         again.columns.emplace_back(table.key);
         again.values.emplace_back(std::int64_t{0});
-        auto with_key = open.tables.insert(table, again);
+        auto with_key = open.tables.insert_with_key(table, again);
         const auto outcome =
             open.turn.write(open.tables.insert_for_key(table, row), [&](const Outcome& inserted) {
                 with_key.rows.front().back() = inserted.result.rows.at(0).at(0);

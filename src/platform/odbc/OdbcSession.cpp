@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 namespace qz::platform {
 
@@ -25,6 +26,15 @@ std::optional<ManyRows> many_inserts(const std::string& sql)
     }
     const auto row = values + std::string_view(" values ").size();
     return ManyRows{sql.substr(0, row), sql.substr(row), {}};
+}
+
+/// Sets up the session, a transaction or tables. Prepared, it would be a procedure to SQL Server, which takes
+/// settings back at the end of one and refuses to begin a transaction in it.
+bool runs_directly(const std::string& sql)
+{
+    constexpr std::array<std::string_view, 4> kPrepared{"select", "insert", "update", "delete"};
+    const auto begin = lower(sql.substr(0, 6));
+    return std::find(kPrepared.begin(), kPrepared.end(), begin) == kPrepared.end();
 }
 
 std::string text_for(const ManyRows& many, std::size_t rows)
@@ -108,6 +118,12 @@ void OdbcSession::run_in_pieces(const Step& step, const ManyRows& many, Outcome&
 
 void OdbcSession::run(const std::string& sql, const std::vector<std::vector<Value>>& rows, Outcome& outcome)
 {
+    if (rows.front().empty() && runs_directly(sql)) {
+        OdbcStatement::run(link_.get(), sql);
+        outcome.changed_rows = 0;
+        outcome.result = {};
+        return;
+    }
     const OdbcParameters parameters(rows);
     auto& prepared = prepared_[sql + '\n' + parameters.types()];
     if (!prepared) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 namespace qz::platform {
 
@@ -24,8 +25,28 @@ OdbcFailure refused(DatabaseError kind, std::string description)
     return failure;
 }
 
-DatabaseError kind_of(const std::string& state)
+/// The driver for SQL Server has one state for most of its errors; the numbers tell them apart.
+std::optional<DatabaseError> kind_of_number(std::int32_t native)
 {
+    switch (native) {
+    case 18456:
+        return DatabaseError::LogonFailed;
+    case 208:
+        return DatabaseError::MissingTable;
+    case 229:  // no right to
+    case 1205: // deadlock
+    case 1222: // a lock of another session
+        return DatabaseError::Unspecified;
+    default:
+        return std::nullopt;
+    }
+}
+
+DatabaseError kind_of(const std::string& state, std::int32_t native)
+{
+    if (const auto kind = kind_of_number(native)) {
+        return *kind;
+    }
     const auto group = state.substr(0, 2);
     if (group == "28") {
         return DatabaseError::LogonFailed;
@@ -83,7 +104,7 @@ OdbcFailure odbc_failure(SQLSMALLINT handle_type, SQLHANDLE handle)
     failure.state.assign(state.begin(), state.end() - 1);
     failure.native = native;
     failure.description = narrow(text);
-    failure.kind = kind_of(failure.state);
+    failure.kind = kind_of(failure.state, native);
     // Some drivers have no state of its own for it.
     if (failure.description.find("authentication failed") != std::string::npos) {
         failure.kind = DatabaseError::LogonFailed;
@@ -217,15 +238,30 @@ void OdbcParameters::bind(SQLHSTMT statement) const
     }
 }
 
-OdbcStatement::OdbcStatement(SQLHANDLE link, const std::string& sql)
+OdbcStatement::OdbcStatement(SQLHANDLE link)
 {
     SQLHANDLE handle = SQL_NULL_HANDLE;
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, link, &handle))) {
         throw odbc_failure(SQL_HANDLE_DBC, link);
     }
     handle_.reset(handle);
+}
+
+OdbcStatement::OdbcStatement(SQLHANDLE link, const std::string& sql) : OdbcStatement(link)
+{
     auto text = wide(sql);
-    check(SQLPrepareW(handle, odbc_text(text), static_cast<SQLINTEGER>(text.size())));
+    check(SQLPrepareW(handle_.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size())));
+}
+
+void OdbcStatement::run(SQLHANDLE link, const std::string& sql)
+{
+    OdbcStatement statement(link);
+    auto text = wide(sql);
+    const auto code =
+        SQLExecDirectW(statement.handle_.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size()));
+    if (code != SQL_NO_DATA) { // nothing was changed
+        statement.check(code);
+    }
 }
 
 std::int64_t OdbcStatement::execute(const OdbcParameters& parameters)

@@ -68,7 +68,10 @@ private:
 /// Every operation throws OdbcFailure.
 class OdbcStatement {
 public:
+    /// Prepares it.
     OdbcStatement(SQLHANDLE link, const std::string& sql);
+    /// Runs a text that has no parameters and no rows, without preparing it.
+    static void run(SQLHANDLE link, const std::string& sql);
 
     /// @return number of rows that were changed.
     std::int64_t execute(const OdbcParameters& parameters);
@@ -82,6 +85,7 @@ private:
         void operator()(SQLHANDLE handle) const { SQLFreeHandle(SQL_HANDLE_STMT, handle); }
     };
     enum class Kind { Whole, Real, Date, Text };
+    explicit OdbcStatement(SQLHANDLE link);
     std::int16_t column_count();
     Kind describe(SQLUSMALLINT column, std::string& name);
     Value read(SQLUSMALLINT column, Kind kind);

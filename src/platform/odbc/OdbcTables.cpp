@@ -96,6 +96,16 @@ Step OdbcTables::insert(const Table& table, const RowChange& row) const
     return {sql + " (" + names + ") VALUES (" + values + ")", {std::move(parameters)}};
 }
 
+Step OdbcTables::insert_with_key(const Table& table, const RowChange& row) const
+{
+    auto step = insert(table, row);
+    if (const auto& server = link_.server(); !server.before_keys.empty()) {
+        step.sql =
+            filled(server.before_keys, table) + "; " + step.sql + "; " + filled(server.after_keys, table);
+    }
+    return step;
+}
+
 Step OdbcTables::insert_for_key(const Table& table, const RowChange& row) const
 {
     auto step = insert(table, row);

@@ -19,6 +19,8 @@ public:
     /// An edit as a step, its values converted to the types of the columns.
     /// @throws EngineError when the table has no such column, or a value does not fit.
     Step insert(const Table& table, const RowChange& row) const;
+    /// For a row that brings its key along.
+    Step insert_with_key(const Table& table, const RowChange& row) const;
     Step insert_for_key(const Table& table, const RowChange& row) const;
     Step update(const Table& table, std::int64_t key, const RowChange& row) const;
     Step remove(const Table& table, std::int64_t key) const;

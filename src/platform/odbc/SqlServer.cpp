@@ -7,7 +7,10 @@ namespace qz::platform {
 
 namespace {
 
-constexpr std::array<std::string_view, 2> kSession{
+constexpr std::array<std::string_view, 4> kSession{
+    // What an index with a condition asks for; drivers differ in what they set.
+    "SET QUOTED_IDENTIFIER, ANSI_NULLS, ANSI_PADDING, ANSI_WARNINGS, ARITHABORT, CONCAT_NULL_YIELDS_NULL ON",
+    "SET NUMERIC_ROUNDABORT OFF",
     "SET NOCOUNT OFF",
     "SET XACT_ABORT OFF",
 };
