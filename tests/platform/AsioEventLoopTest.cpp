@@ -202,6 +202,21 @@ TEST_F(AsioEventLoopTest, ALateTickIsNotMadeUpFor)
     EXPECT_EQ(ticks.count, 2) << "five intervals have passed meanwhile";
 }
 
+TEST_F(AsioEventLoopTest, GoesOnAfterAnEventThatRanWhatItHadPosted)
+{
+    int ran = 0;
+    loop.post([&] {
+        for (int i = 0; i < 20; ++i) { // more than there is other work
+            loop.post([&] { ++ran; });
+        }
+        std::this_thread::sleep_for(20ms);
+        loop.yield_to_pending_events();
+        loop.post([&] { loop.stop(); });
+    });
+    loop.run();
+    EXPECT_EQ(ran, 20);
+}
+
 TEST_F(AsioEventLoopTest, ATimerMayGoInItsOwnTick)
 {
     Ticks ticks;

@@ -32,6 +32,11 @@ void AsioLoopCore::run()
     context_.restart();
     while (!stop_asked_) {
         context_.run_one();
+        // Events that an event has posted are counted when it is over, but one that yields may run them
+        // before: then the context takes its work for done and stops, and would never run anything again.
+        if (context_.stopped()) {
+            context_.restart();
+        }
         run_ready_events();
         end_turn();
     }
