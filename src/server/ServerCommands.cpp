@@ -82,6 +82,9 @@ void ServerCommands::SendLastVersionToClients()
 void ServerCommands::CheckServerCommand()
 {
     guarded(journal_, "CheckServerCommand", no_address, [&] {
+        if (database_.connection().State() == platform::ConnectionState::Closed) {
+            return; // an outage of the database is logged once, not with each tick
+        }
         std::optional<std::uint64_t> mark;
         attempt([&] { mark = database_.connection().change_mark(store::tables::kCommand); });
         if (mark && mark == empty_mark_) {

@@ -168,17 +168,56 @@ TEST_F(OdbcConnectionTest, WritesThatWaitAreSeenByTheirOwnTurn)
 
 TEST_F(OdbcConnectionTest, ARowThatIsGoneIsReported)
 {
-    const auto key = connection->insert_row(kMessages, {{"MsgID"}, {7.0}});
+    const auto key = connection->insert_row(kAutoReply, {{"Message"}, {"a"}});
     connection->end_turn();
-    other->delete_row(kMessages, key);
+    other->delete_row(kAutoReply, key);
     other->end_turn();
     EXPECT_EQ(failure_of([&] {
-        connection->update_row(kMessages, key, {{"Sent"}, {true}});
+        connection->update_row(kAutoReply, key, {{"Enabled"}, {true}});
     }),
         number_of(DatabaseError::RowGone));
-    EXPECT_EQ(failure_of([&] { connection->delete_row(kMessages, key); }), number_of(DatabaseError::RowGone));
-    const auto stays = connection->insert_row(kMessages, {{"MsgID"}, {8.0}});
-    connection->update_row(kMessages, stays, {{"MsgID"}, {8.0}}); // nothing changes, yet the row is there
+    EXPECT_EQ(
+        failure_of([&] { connection->delete_row(kAutoReply, key); }), number_of(DatabaseError::RowGone));
+    const auto stays = connection->insert_row(kAutoReply, {{"Message"}, {"b"}});
+    connection->update_row(kAutoReply, stays, {{"Message"}, {"b"}}); // nothing changes, yet the row is there
+}
+
+TEST_F(OdbcConnectionTest, WhatATurnDoesToARowIsWrittenOnce)
+{
+    // Whatever an array, a text or a null could be mistaken for.
+    const std::vector<std::string> texts{
+        "NULL", "null", "", "{1,2}", "a,b", "\"", "\\", "\\\"", " x ", "'; --", "Zo\xC3\xAB\n"};
+    std::vector<std::int64_t> keys;
+    for (const auto& text : texts) {
+        keys.push_back(connection->insert_row(
+            kQueue, {{"UserName_From", "Message", "MsgID"}, {"anna", text, 4.5e15 + 1}}));
+    }
+    EXPECT_THAT(keys, testing::WhenSorted(testing::ContainerEq(keys)));
+    connection->update_row(kQueue, keys[0], {{"Sent"}, {true}});
+    connection->delete_row(kQueue, keys[1]);
+    other->insert_row(kQueue, {{"Message"}, {"of another program"}}); // its key is nobody else's
+    other->end_turn();
+    connection->end_turn();
+    const auto rows = other->maintenance().read_rows(kQueue, keys.front() - 1, 100).rows;
+    ASSERT_EQ(rows.size(), texts.size());
+    EXPECT_TRUE(rows[0][9].boolean());
+    EXPECT_TRUE(rows[0][5].is_null()) << "never set";
+    for (std::size_t i = 1; i < texts.size() - 1; ++i) {
+        EXPECT_EQ(rows[i][0].number(), static_cast<double>(keys[i + 1]));
+        EXPECT_EQ(rows[i][4].text(), texts[i + 1]);
+        EXPECT_EQ(rows[i][3].number(), 4.5e15 + 1);
+    }
+    for (const auto key : keys) { // stored by now, but for one
+        connection->update_row(kQueue, key, {{"SentTime"}, {DateTime::parse("2026-03-02 09:00:00").value()}});
+    }
+    for (std::size_t i = 2; i < keys.size(); ++i) {
+        connection->delete_row(kQueue, keys[i]);
+    }
+    EXPECT_EQ(
+        failure_of([&] { connection->delete_row(kQueue, keys[2]); }), number_of(DatabaseError::RowGone));
+    connection->end_turn();
+    EXPECT_THAT(seen(kQueue, 4), ElementsAre("NULL", "of another program"));
+    EXPECT_EQ(seen(kQueue, 10).front(), "2026-03-02 09:00:00");
 }
 
 TEST_F(OdbcConnectionTest, MarksForeignChangesOnly)

@@ -95,6 +95,7 @@ std::string DatabaseServer::connection_string(const std::string& password) const
 
 void DatabaseServer::register_driver(const std::string& file)
 {
+    driver_ = file;
     std::filesystem::create_directory(driver_folder());
     put_bytes(driver_folder() / "odbcinst.ini", "[SQL Server]\nDriver=" + file + "\n");
 }
@@ -102,10 +103,12 @@ void DatabaseServer::register_driver(const std::string& file)
 void DatabaseServer::wait_until_ready(const std::string& connection_string) const
 {
     setenv("ODBCSYSINI", driver_folder().c_str(), 1);
+    // By its file: the driver manager remembers for a while whose the name was, maybe another server's.
+    const auto direct = replace_all(connection_string, "{SQL Server}", driver_);
     const auto deadline = std::chrono::steady_clock::now() + 60s;
     for (;;) {
         try {
-            platform::OdbcSession session(connection_string);
+            platform::OdbcSession session(direct);
             return;
         } catch (const platform::OdbcFailure& failure) {
             if (std::chrono::steady_clock::now() > deadline) {
@@ -124,15 +127,16 @@ std::string reason_against(const std::string& provider)
                                   : PostgresServer::reason_against();
 }
 
-std::unique_ptr<DatabaseServer> make_database_server(const std::string& provider)
+std::unique_ptr<DatabaseServer> make_database_server(
+    const std::string& provider, DatabaseServer::Commits commits)
 {
     if (provider == "mariadb") {
-        return std::make_unique<MariaDbServer>();
+        return std::make_unique<MariaDbServer>(commits);
     }
     if (provider == "sqlserver") {
         return std::make_unique<TdsServer>();
     }
-    return std::make_unique<PostgresServer>();
+    return std::make_unique<PostgresServer>(commits);
 }
 
 DatabaseServer* server_under_test()

@@ -21,7 +21,11 @@ public:
     static constexpr const char* kUser = "velto";
     static constexpr const char* kPassword = "se;cr}et"; // what a connection string must put into braces
 
-    DatabaseServer() = default;
+    /// Flushed: what is committed survives a power loss, as with the settings of the server's package. The
+    /// tests need no more than that it survives a killed server.
+    enum class Commits { Flushed, Written };
+
+    explicit DatabaseServer(Commits commits = Commits::Written) : commits_(commits) { }
     DatabaseServer(const DatabaseServer&) = delete;
     DatabaseServer& operator=(const DatabaseServer&) = delete;
     virtual ~DatabaseServer() = default;
@@ -45,8 +49,10 @@ protected:
     void wait_until_ready(const std::string& connection_string) const;
     std::filesystem::path path(const char* name) const { return folder_ / name; }
 
+    Commits commits_;
     TemporaryFolder folder_;
     std::uint16_t port_ = free_port();
+    std::string driver_;
     std::optional<ServerProgram> program_;
 };
 
@@ -56,7 +62,8 @@ DatabaseServer* server_under_test();
 
 /// Why the server cannot be started here; empty when it can.
 std::string reason_against(const std::string& provider);
-std::unique_ptr<DatabaseServer> make_database_server(const std::string& provider);
+std::unique_ptr<DatabaseServer> make_database_server(
+    const std::string& provider, DatabaseServer::Commits commits = DatabaseServer::Commits::Written);
 
 /// A connection for tests: to the embedded database, or to the server under test, whose tables then stand for
 /// the file. A file's tables are empty at its first use, those of ":memory:" at each Open.

@@ -20,7 +20,7 @@ std::string MariaDbServer::reason_against()
         : "no MariaDB server is installed (package mariadb-server)";
 }
 
-MariaDbServer::MariaDbServer()
+MariaDbServer::MariaDbServer(Commits commits) : DatabaseServer(commits)
 {
     std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755)); // for the server's user
     register_driver("libmaodbc.so");
@@ -43,13 +43,14 @@ MariaDbServer::MariaDbServer()
 void MariaDbServer::start()
 {
     const auto home = path("server");
-    program_.emplace(
-        std::vector<std::string>{kServer, "--no-defaults", "--datadir=" + (home / "data").string(),
-            "--bind-address=127.0.0.1", "--port=" + std::to_string(port_),
-            "--socket=" + (home / "socket").string(), "--pid-file=" + (home / "pid").string(),
-            "--init-file=" + path("first.sql").string(), "--skip-name-resolve",
-            "--innodb-flush-log-at-trx-commit=2", "--innodb-buffer-pool-size=16M"},
-        kOwner, path("log"));
+    std::vector<std::string> words{kServer, "--no-defaults", "--datadir=" + (home / "data").string(),
+        "--bind-address=127.0.0.1", "--port=" + std::to_string(port_),
+        "--socket=" + (home / "socket").string(), "--pid-file=" + (home / "pid").string(),
+        "--init-file=" + path("first.sql").string(), "--skip-name-resolve"};
+    if (commits_ == Commits::Written) {
+        words.insert(words.end(), {"--innodb-flush-log-at-trx-commit=2", "--innodb-buffer-pool-size=16M"});
+    }
+    program_.emplace(words, kOwner, path("log"));
     wait_until_ready(connection_string());
 }
 

@@ -8,7 +8,7 @@ namespace qz::test {
 class MariaDbServer final : public DatabaseServer {
 public:
     static std::string reason_against();
-    MariaDbServer();
+    explicit MariaDbServer(Commits commits = Commits::Written);
     void start() override;
 };
 

@@ -29,7 +29,7 @@ std::string PostgresServer::reason_against()
     return programs().empty() ? "no PostgreSQL server is installed (package postgresql-15)" : "";
 }
 
-PostgresServer::PostgresServer()
+PostgresServer::PostgresServer(Commits commits) : DatabaseServer(commits)
 {
     std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755)); // for the server's user
     register_driver("psqlodbcw.so");
@@ -52,12 +52,15 @@ PostgresServer::PostgresServer()
 
 void PostgresServer::start()
 {
-    // What is committed survives a killed server; only a power loss would need the flushes.
-    program_.emplace(
-        std::vector<std::string>{programs() / "postgres", "-D", path("server") / "data", "-p",
-            std::to_string(port_), "-k", path("server"), "-c", "listen_addresses=127.0.0.1", "-c",
-            "fsync=off", "-c", "full_page_writes=off", "-c", "shared_buffers=16MB", "-c", "autovacuum=off"},
-        kOwner, path("log"));
+    std::vector<std::string> words{programs() / "postgres", "-D", path("server") / "data", "-p",
+        std::to_string(port_), "-k", path("server"), "-c", "listen_addresses=127.0.0.1"};
+    if (commits_ == Commits::Written) {
+        for (const auto* setting :
+            {"fsync=off", "full_page_writes=off", "shared_buffers=16MB", "autovacuum=off"}) {
+            words.insert(words.end(), {"-c", setting});
+        }
+    }
+    program_.emplace(words, kOwner, path("log"));
     const auto text = connection_string();
     wait_until_ready(std::string(text).replace(text.find("=VELTO"), 6, "=postgres"));
 }

@@ -8,7 +8,7 @@ namespace qz::test {
 class PostgresServer final : public DatabaseServer {
 public:
     static std::string reason_against();
-    PostgresServer();
+    explicit PostgresServer(Commits commits = Commits::Written);
     void start() override;
 };
 

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <fcntl.h>
 #include <fstream>
 #include <grp.h>
@@ -79,6 +80,28 @@ void ServerProgram::send_signal(int signal) const
 
 void ServerProgram::send_signal_to_all(int signal) const
 {
+    for (const auto process : processes()) {
+        kill(process, signal);
+    }
+}
+
+double ServerProgram::processor_time() const
+{
+    double seconds = 0;
+    for (const auto process : processes()) {
+        clockid_t clock{};
+        timespec time{};
+        if (clock_getcpuclockid(process, &clock) == 0 && clock_gettime(clock, &time) == 0) {
+            seconds += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+        }
+    }
+    return seconds;
+}
+
+/// The children come first.
+std::vector<pid_t> ServerProgram::processes() const
+{
+    std::vector<pid_t> found;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
         std::ifstream status(entry.path() / "stat");
         pid_t process = 0;
@@ -86,10 +109,11 @@ void ServerProgram::send_signal_to_all(int signal) const
         std::string name;
         std::string state;
         if (status >> process >> name >> state >> parent && parent == process_) {
-            kill(process, signal);
+            found.push_back(process);
         }
     }
-    send_signal(signal);
+    found.push_back(process_);
+    return found;
 }
 
 void ServerProgram::freeze() const

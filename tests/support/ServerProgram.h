@@ -27,6 +27,8 @@ public:
     void send_signal_to_all(int signal) const;
     /// Stops the program and its children, and comes back when they stand still. SIGCONT wakes them.
     void freeze() const;
+    /// Processor time of it and the processes that it started, in seconds.
+    double processor_time() const;
     /// Waits for its own end.
     /// @return its exit code, -1 for a signal.
     int wait();
@@ -35,6 +37,7 @@ public:
 
 private:
     bool any_thread_runs() const;
+    std::vector<pid_t> processes() const;
 
     pid_t process_ = 0;
 };

@@ -59,6 +59,12 @@ public:
         settle();
         return sent.id;
     }
+    /// Leaves it to the client to send it until the server has it.
+    void deliver(const std::string& to, const std::string& text)
+    {
+        EXPECT_EQ(connection_.core().deliver_message({to, text, false, std::nullopt}).result,
+            client::SendResult::Sent);
+    }
     void ask(const client::Request& request)
     {
         EXPECT_EQ(connection_.core().send(request), client::SendResult::Sent);

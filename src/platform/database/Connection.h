@@ -122,7 +122,7 @@ public:
     /// table, or at the end of the turn, which then reports what the database refuses.
     /// @return the new row's key; 0 when the database has not given it yet.
     virtual std::int64_t add_row(const Table& table, const RowChange& row) { return insert_row(table, row); }
-    /// @throws EngineError RowGone when there is no row with that key any more.
+    /// @throws EngineError RowGone when there is no such row any more, if that is noticed while rows wait.
     virtual void update_row(const Table& table, std::int64_t key, const RowChange& row) = 0;
     virtual void delete_row(const Table& table, std::int64_t key) = 0;
 

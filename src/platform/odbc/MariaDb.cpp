@@ -161,6 +161,7 @@ const ServerDatabase kMariaDb{
     .transaction_count = "SELECT @@in_transaction",
     .key_at_end = " RETURNING {}",
     .default_values = " () VALUES ()",
+    .reserve_keys = "INSERT INTO {} ({key}) SELECT NULL FROM seq_1_to_{count} RETURNING {key}",
     .columns = "SELECT table_name, column_name, data_type FROM information_schema.columns "
                "WHERE table_schema = DATABASE() ORDER BY table_name, ordinal_position",
     .before_keys = "",

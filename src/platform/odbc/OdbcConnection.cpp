@@ -19,6 +19,7 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr auto kMarksFresh = 100ms;
 constexpr std::size_t kMostKept = 4096;
 constexpr std::size_t kMostRowsKept = 64;
+constexpr std::size_t kKeysTogether = 256;
 constexpr std::string_view kLog = "log";
 
 /// Marks of different sessions never meet: see SqliteConnection.
@@ -74,6 +75,18 @@ void take_keys(ResultSet& result, const Table* table, bool hidden)
     if (hidden) {
         result.columns.pop_back();
     }
+}
+
+/// For an INSERT of one row, all of whose values are texts.
+std::shared_ptr<const ManyRows> many_texts(const Translation& insert)
+{
+    std::string arrays;
+    for (std::size_t i = 0; i < insert.holes.size(); ++i) {
+        arrays += arrays.empty() ? "CAST(? AS text[])" : ", CAST(? AS text[])";
+    }
+    const auto head = insert.sql.substr(0, lower(insert.sql).rfind(" values "));
+    return std::make_shared<const ManyRows>(
+        ManyRows{{}, {}, {}, head + " SELECT * FROM unnest(" + arrays + ")"});
 }
 
 std::string seconds_text(std::chrono::seconds time)
@@ -158,18 +171,11 @@ void OdbcConnection::Execute(const std::string& sql)
     const auto match = catalogue_.look_up(sql);
     const auto* table = match.shape->statement.table;
     if (const auto* known = prepared_.empty() ? nullptr : &prepare(*match.shape);
-        known != nullptr && known->inserts && table != nullptr && waits(*table)) {
-        const bool is_log = table->name == kLog;
-        if (!is_log) {
-            session(); // only the log goes on without one
-        }
-        auto& waiting = is_log ? log_ : pending_;
-        if (!waiting.full()) {
-            waiting.add_insert(lower(table->name), known->translation.sql, values_of(match, *known));
-        } else if (is_log) {
-            ++lost_rows_;
+        known != nullptr && known->inserts && table != nullptr && table->name == kLog) {
+        if (!log_.full()) { // also without a session
+            log_.add({known->translation.sql, {values_of(match, *known)}, known->many});
         } else {
-            throw database_error(DatabaseError::Unspecified, "Too much is waiting to be written");
+            ++lost_rows_;
         }
         return;
     }
@@ -178,7 +184,8 @@ void OdbcConnection::Execute(const std::string& sql)
         if (must_flush_for(prepared)) {
             flush(open);
         }
-        const Step step{prepared.translation.sql, {values_of(match, prepared)}};
+        Step step{prepared.translation.sql, {values_of(match, prepared)}};
+        step.may_take_long = prepared.deletes;
         if (prepared.reads) {
             open.turn.read(step);
         } else {
@@ -208,15 +215,10 @@ ResultSet OdbcConnection::select(Session& open, const Match& match, const Prepar
     const Step step{prepared.translation.sql, {values_of(match, prepared)}};
     auto result = open.turn.read(step);
     take_keys(result, match.shape->statement.table, prepared.translation.hidden_key);
-    if (shows_waiting(result)) {
+    if (waiting_.shows_in(result)) {
         flush(open);
         result = open.turn.read(step);
         take_keys(result, match.shape->statement.table, prepared.translation.hidden_key);
-    }
-    for (const auto key : result.keys) {
-        if (waits(*result.table)) {
-            seen_.emplace(result.table->name, key);
-        }
     }
     return result;
 }
@@ -264,8 +266,12 @@ ResultSet OdbcConnection::describe(const std::string& sql)
 std::int64_t OdbcConnection::insert_row(const Table& table, const RowChange& row)
 {
     return with_session([&](Session& open) {
-        if (!pending_.empty()) {
-            flush(open); // or those rows would get later keys
+        if (waits(table)) {
+            if (const auto key = take_key(open, table)) {
+                add_waiting(open, table, *key, row);
+                return *key;
+            }
+            flush(open); // or the rows that wait would get later keys
         }
         auto again = row;
         again.columns.emplace_back(table.key);
@@ -286,29 +292,59 @@ std::int64_t OdbcConnection::add_row(const Table& table, const RowChange& row)
     if (!waits(table)) {
         return insert_row(table, row);
     }
-    with_session([&](Session& open) {
-        const auto step = open.tables.insert(table, row);
-        pending_.add_insert(lower(table.name), step.sql, step.rows.front());
-        if (pending_.full()) {
-            flush(open);
-        }
+    return with_session([&](Session& open) {
+        const auto key = take_key(open, table).value_or(0);
+        add_waiting(open, table, key, row);
+        return key;
     });
-    return 0;
+}
+
+std::optional<std::int64_t> OdbcConnection::take_key(Session& open, const Table& table)
+{
+    if (open.link->server().reserve_keys.empty() || !open.link->facts().transactions) {
+        return std::nullopt;
+    }
+    auto& keys = open.keys[table.name];
+    if (keys.empty()) {
+        const auto step = open.tables.reserve_keys(table, kKeysTogether);
+        const bool adds_rows = step.sql.starts_with("INSERT");
+        const auto reserved = adds_rows ? open.turn.try_out(step) : open.turn.read(step);
+        for (const auto& row : reserved.rows) {
+            keys.push_back(static_cast<std::int64_t>(row.at(0).number()));
+        }
+    }
+    const auto key = keys.front();
+    keys.pop_front();
+    return key;
+}
+
+/// @param key  0 for a row that the database will give one.
+void OdbcConnection::add_waiting(Session& open, const Table& table, std::int64_t key, const RowChange& row)
+{
+    auto converted = open.tables.converted(table, row);
+    if (key == 0) {
+        waiting_.add(table, std::move(converted));
+    } else {
+        converted.columns.push_back(lower(table.key));
+        converted.values.emplace_back(key);
+        waiting_.add(table, key, std::move(converted));
+    }
+    if (waiting_.full()) {
+        flush(open);
+    }
 }
 
 void OdbcConnection::update_row(const Table& table, std::int64_t key, const RowChange& row)
 {
     with_session([&](Session& open) {
-        const auto step = open.tables.update(table, key, row);
-        if (seen_.contains({table.name, key})) {
-            std::vector<std::string> columns;
-            for (const auto& column : row.columns) {
-                columns.push_back(lower(column));
+        if (waits(table)) {
+            waiting_.change(table, key, open.tables.converted(table, row));
+            if (waiting_.full()) {
+                flush(open);
             }
-            pending_.add_update(lower(table.name), step, std::move(columns), key);
             return;
         }
-        const auto changed = open.turn.write(step).changed_rows;
+        const auto changed = open.turn.write(open.tables.update(table, key, row)).changed_rows;
         open.marks_read.reset();
         // Some servers do not count a row that had these values already.
         if (changed == 0 && open.turn.read(open.tables.count(table, key)).rows.at(0).at(0).number() == 0) {
@@ -320,8 +356,12 @@ void OdbcConnection::update_row(const Table& table, std::int64_t key, const RowC
 void OdbcConnection::delete_row(const Table& table, std::int64_t key)
 {
     with_session([&](Session& open) {
-        if (!pending_.empty()) {
-            flush(open);
+        if (waits(table)) {
+            waiting_.remove(table, key);
+            if (waiting_.full()) {
+                flush(open);
+            }
+            return;
         }
         const auto outcome = open.turn.write(open.tables.remove(table, key));
         open.marks_read.reset();
@@ -333,7 +373,6 @@ void OdbcConnection::delete_row(const Table& table, std::int64_t key)
 
 void OdbcConnection::end_turn()
 {
-    seen_.clear();
     if (!session_) {
         find_way_back();
         if (!session_) {
@@ -366,9 +405,8 @@ void OdbcConnection::abandon_turn()
 /// Marks of changes that are taken back come again for others, so they begin anew.
 void OdbcConnection::forget_turn()
 {
-    pending_.take();
+    waiting_.forget();
     turn_failure_.reset();
-    seen_.clear();
     kept_.clear();
     common_changes_ = first_mark();
     if (session_) {
@@ -421,8 +459,8 @@ OdbcConnection::Session& OdbcConnection::session()
 
 void OdbcConnection::use(std::unique_ptr<OdbcLink> link)
 {
-    if (dialect_ != &link->dialect()) {
-        dialect_ = &link->dialect();
+    if (server_ != &link->server()) {
+        server_ = &link->server();
         prepared_.clear();
         prepared_.resize(catalogue_.size());
     }
@@ -434,12 +472,17 @@ OdbcConnection::Prepared& OdbcConnection::prepare(const Shape& shape)
 {
     auto& prepared = prepared_[shape.number];
     if (!prepared) {
-        auto words = words_of(shape.statement.run_as.empty() ? shape.statement.text : shape.statement.run_as);
+        const auto text = shape.statement.run_as.empty() ? shape.statement.text : shape.statement.run_as;
+        auto words = shape.statement.of_stored_rows ? std::set<std::string>() : words_of(text);
         const auto begins = [&](std::string_view word) {
             return lower(shape.statement.text.substr(0, word.size())) == word;
         };
-        prepared = std::make_unique<Prepared>(Prepared{
-            translate(shape.statement, *dialect_), std::move(words), begins("select"), begins("insert")});
+        prepared = std::make_unique<Prepared>(Prepared{translate(shape.statement, *server_->dialect),
+            std::move(words), begins("select"), begins("insert"), begins("delete")});
+        const auto* table = shape.statement.table;
+        if (server_->takes_arrays && prepared->inserts && table != nullptr && table->name == kLog) {
+            prepared->many = many_texts(prepared->translation);
+        }
     }
     return *prepared;
 }
@@ -482,40 +525,26 @@ void OdbcConnection::find_way_back()
 
 bool OdbcConnection::waits(const Table& table)
 {
-    return table.name == kLog || table.name == "messages" || table.name == "queue";
+    return table.name == kLog || table.name == "messages" || table.name == "queue"
+        || table.name == "queuecount";
 }
 
-/// New rows show in every query of their table; a changed row only when its new values decide about it, or
-/// when it is among the rows (see shows_waiting).
 bool OdbcConnection::must_flush_for(const Prepared& prepared) const
 {
     if (!log_.empty() && prepared.words.contains(std::string(kLog))) {
         return true;
     }
-    const auto& waiting = pending_.all();
-    return std::any_of(waiting.begin(), waiting.end(), [&](const PendingWrites::Write& write) {
-        if (!prepared.words.contains(write.table)) {
-            return false;
-        }
-        return write.keys.empty() || !prepared.reads
-            || std::any_of(write.changed_columns.begin(), write.changed_columns.end(),
-                [&](const std::string& column) { return prepared.words.contains(column); });
-    });
-}
-
-bool OdbcConnection::shows_waiting(const ResultSet& result) const
-{
-    return result.table != nullptr
-        && std::any_of(result.keys.begin(), result.keys.end(),
-            [&](std::int64_t key) { return pending_.updates(lower(result.table->name), key); });
+    return waiting_.concerns(prepared.words, prepared.reads);
 }
 
 /// A write that fails here takes the whole turn with it, as it would at the turn's end.
 void OdbcConnection::flush(Session& open)
 {
-    for (const auto& write : pending_.take()) {
+    const auto steps = waiting_.steps(open.tables);
+    waiting_.forget();
+    for (const auto& step : steps) {
         try {
-            open.turn.write(write.step);
+            open.turn.write(step);
         } catch (const OdbcFailure& failure) {
             turn_failure_ = to_error(failure);
         }
@@ -536,19 +565,15 @@ void OdbcConnection::flush_and_commit(Session& open)
         abandon_turn();
         throw EngineError(failure);
     }
-    const auto writes = pending_.take();
+    auto steps = waiting_.steps(open.tables);
+    waiting_.forget();
+    const auto own = steps.size();
     auto rows = log_.take();
-    if (writes.empty() && rows.empty()) {
+    if (own == 0 && rows.empty()) {
         open.turn.commit();
         return;
     }
-    std::vector<Step> steps;
-    for (const auto& write : writes) {
-        steps.push_back(write.step);
-    }
-    for (const auto& write : rows) {
-        steps.push_back(write.step);
-    }
+    steps.insert(steps.end(), rows.begin(), rows.end());
     OdbcTurn::Ending ending;
     try {
         ending = open.turn.write_and_commit(steps);
@@ -560,12 +585,12 @@ void OdbcConnection::flush_and_commit(Session& open)
         waiting_told_ = false;
         return;
     }
-    if (ending.done < writes.size() || ending.done == steps.size()) {
+    if (ending.done < own || ending.done == steps.size()) {
         log_.put_back(std::move(rows));
         abandon_turn();
         throw to_error(*ending.failure);
     }
-    const auto written = static_cast<std::ptrdiff_t>(ending.done - writes.size());
+    const auto written = static_cast<std::ptrdiff_t>(ending.done - own);
     rows.erase(rows.begin(), rows.begin() + written);
     write_log_slowly(open, std::move(rows));
     open.turn.commit();
@@ -573,12 +598,12 @@ void OdbcConnection::flush_and_commit(Session& open)
 
 /// Row by row where rows fail together, so that only those at fault are given up. What may succeed later
 /// waits on.
-void OdbcConnection::write_log_slowly(Session& open, std::vector<PendingWrites::Write> rows)
+void OdbcConnection::write_log_slowly(Session& open, std::vector<Step> rows)
 {
     while (!rows.empty()) {
         auto& write = rows.front();
         try {
-            open.turn.write(write.step);
+            open.turn.write(write);
             waiting_told_ = false;
         } catch (const LinkLost&) {
             log_.put_back(std::move(rows));
@@ -589,10 +614,10 @@ void OdbcConnection::write_log_slowly(Session& open, std::vector<PendingWrites::
                 log_.put_back(std::move(rows));
                 return;
             }
-            if (write.step.rows.size() > 1) {
-                std::vector<PendingWrites::Write> single;
-                for (auto& row : write.step.rows) {
-                    single.push_back({write.table, {write.step.sql, {std::move(row)}, {}}, {}, {}});
+            if (write.rows.size() > 1) {
+                std::vector<Step> single;
+                for (auto& row : write.rows) {
+                    single.push_back({write.sql, {std::move(row)}, write.many});
                 }
                 write_log_slowly(open, std::move(single));
             }

@@ -10,9 +10,11 @@
 #include "platform/odbc/OdbcTables.h"
 #include "platform/odbc/OdbcTurn.h"
 #include "platform/odbc/PendingWrites.h"
+#include "platform/odbc/WaitingRows.h"
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -25,9 +27,9 @@
 
 namespace qz::platform {
 
-/// What counts at a server is the number of its answers that are waited for. New rows whose key nobody needs,
-/// and changes of rows that this turn has read, wait for the end of the turn and go together; what a query
-/// gave is kept as long as the change counter of its table stands still.
+/// What counts at a server is the number of its answers that are waited for. Keys are reserved many at a
+/// time; what happens to the rows that every message writes waits for the end of the turn and goes together;
+/// what a query gave is kept as long as the change counter of its table stands still.
 ///
 /// When the link is lost, the connection is closed until end_turn has found the way back. The turn in which
 /// that happens is not stored; log rows, also those of the time between, are kept up to a bound.
@@ -56,9 +58,12 @@ private:
     /// A statement of the catalogue in the words of the connected server.
     struct Prepared {
         Translation translation;
-        std::set<std::string> words; // all of the text, in lower case
+        /// All of the text, in lower case; none when what waits does not matter to it.
+        std::set<std::string> words;
         bool reads = false;
         bool inserts = false;
+        bool deletes = false;
+        std::shared_ptr<const ManyRows> many = {}; // of an INSERT into the log
     };
     struct Session {
         explicit Session(std::unique_ptr<OdbcLink> opened, const OdbcTimes& times)
@@ -68,6 +73,8 @@ private:
         std::unique_ptr<OdbcLink> link;
         OdbcTurn turn;
         OdbcTables tables;
+        /// By table.
+        std::map<std::string_view, std::deque<std::int64_t>> keys;
         /// Change counters by table, as long as they are fresh.
         std::map<std::string, std::uint64_t, std::less<>> marks;
         std::optional<std::chrono::steady_clock::time_point> marks_read;
@@ -87,16 +94,18 @@ private:
     void lose(const LinkLost& lost);
     void find_way_back();
 
-    /// True for the tables whose new rows nobody refuses, and which have no change counter.
+    /// True for the tables whose rows nobody refuses, and which have no change counter.
     static bool waits(const Table& table);
+    /// A key for a row that waits; none where the server gives them with the rows only.
+    static std::optional<std::int64_t> take_key(Session& open, const Table& table);
+    void add_waiting(Session& open, const Table& table, std::int64_t key, const RowChange& row);
     ResultSet select(Session& open, const Match& match, const Prepared& prepared);
     ResultSet select_kept(
         Session& open, const std::string& sql, const Match& match, const Prepared& prepared);
-    bool shows_waiting(const ResultSet& result) const;
     bool must_flush_for(const Prepared& prepared) const;
     void flush(Session& open);
     void flush_and_commit(Session& open);
-    void write_log_slowly(Session& open, std::vector<PendingWrites::Write> rows);
+    void write_log_slowly(Session& open, std::vector<Step> rows);
     void note_log_failure(const OdbcFailure& failure);
     void forget_turn();
 
@@ -104,17 +113,15 @@ private:
     Catalogue catalogue_;
     std::string connection_string_;
     /// Of the server that was connected last: what is logged while it is away is written down in its words.
-    const Dialect* dialect_ = nullptr;
+    const ServerDatabase* server_ = nullptr;
     std::vector<std::unique_ptr<Prepared>> prepared_; // by the shape's number; empty before the first link
     std::unique_ptr<Session> session_;
     OdbcReconnector reconnector_;
-    PendingWrites pending_; // of this turn
-    PendingWrites log_;     // rows of the log: they wait on when a turn is lost
+    WaitingRows waiting_; // of this turn
+    PendingWrites log_;   // rows of the log: they wait on when a turn is lost
     std::int64_t lost_rows_ = 0;
-    bool waiting_told_ = false;               // that log rows wait because of a failure
-    std::optional<EngineError> turn_failure_; // a write that waited failed: the turn will not be stored
-    /// Rows that this turn has read: "table" and key.
-    std::set<std::pair<std::string_view, std::int64_t>> seen_;
+    bool waiting_told_ = false;                  // that log rows wait because of a failure
+    std::optional<EngineError> turn_failure_;    // a write that waited failed: the turn will not be stored
     std::unordered_map<std::string, Kept> kept_; // by text
     std::uint64_t common_changes_;
     std::vector<std::string> notices_;

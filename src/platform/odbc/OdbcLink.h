@@ -20,7 +20,7 @@ struct OdbcTimes {
     std::chrono::milliseconds connecting{10'000};
     /// For an answer; a server that takes longer is taken for frozen, and its link is given up.
     std::chrono::milliseconds answer{10'000};
-    /// For an answer to a text that deletes, which may have a whole table to go through.
+    /// For an answer to a text of the catalogue that deletes, which may have a whole table to go through.
     std::chrono::milliseconds deletion{60'000};
     /// For a lock of another session.
     std::chrono::milliseconds lock{2'000};

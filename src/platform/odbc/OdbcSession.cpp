@@ -1,6 +1,7 @@
 #include "platform/odbc/OdbcSession.h"
 
 #include "base/Text.h"
+#include "platform/odbc/ArrayText.h"
 #include "platform/odbc/WideText.h"
 
 #include <algorithm>
@@ -14,7 +15,7 @@ namespace {
 constexpr SQLULEN kConnectSeconds = 8;
 
 /// Rows in one text: few sizes, so that each is prepared once. No server takes more than 2,100 parameters.
-constexpr std::array<std::size_t, 2> kPieces{128, 16};
+constexpr std::array<std::size_t, 7> kPieces{128, 64, 32, 16, 8, 4, 2};
 
 /// An INSERT ... VALUES (...) for many rows; nothing for any other text.
 std::optional<ManyRows> many_inserts(const std::string& sql)
@@ -91,6 +92,10 @@ void OdbcSession::run(const Step& step, Outcome& outcome)
 {
     if (step.rows.size() == 1) {
         run(step.sql, step.rows, outcome);
+    } else if (step.many && !step.many->arrays.empty()) {
+        for (const auto& columns : as_arrays(step.rows)) {
+            run(step.many->arrays, {columns}, outcome);
+        }
     } else if (step.many) {
         run_in_pieces(step, *step.many, outcome);
     } else if (const auto inserts = many_inserts(step.sql)) {

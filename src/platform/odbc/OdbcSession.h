@@ -14,11 +14,13 @@
 
 namespace qz::platform {
 
-/// How a statement is written for many rows of parameters: between head and tail stands `row` for each.
+/// How a statement is written for many rows of parameters: between head and tail stands `row` for each; or as
+/// one text for any number of rows, which takes each column as an array in the words of PostgreSQL.
 struct ManyRows {
     std::string head;
     std::string row;
     std::string tail;
+    std::string arrays = {};
 };
 
 /// A statement to run, once for each row of parameters. All rows go to the server together: in one text when
@@ -27,6 +29,7 @@ struct Step {
     std::string sql;
     std::vector<std::vector<Value>> rows{1};
     std::shared_ptr<const ManyRows> many = {};
+    bool may_take_long = false; // may have a whole table to go through
 };
 
 /// What became of steps that were run one after another up to the first failure.

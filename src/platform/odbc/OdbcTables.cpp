@@ -13,7 +13,7 @@ namespace {
 /// A database may set up tables for minutes.
 constexpr std::chrono::minutes kLongTime(30);
 
-Value converted(const Value& value, ServerColumn::Kind kind)
+Value converted_to(ServerColumn::Kind kind, const Value& value)
 {
     if (value.is_null()) {
         return value;
@@ -48,6 +48,12 @@ std::string_view type_name(ServerColumn::Kind kind)
     return "text";
 }
 
+/// A parameter that holds an array.
+std::string array_of(ServerColumn::Kind kind)
+{
+    return "CAST(? AS " + std::string(type_name(kind)) + "[])";
+}
+
 std::string filled(std::string_view text, const Table& table)
 {
     return replace_all(replace_all(text, "{key}", lower(table.key)), "{}", lower(table.name));
@@ -77,6 +83,23 @@ const ServerColumn& OdbcTables::column(const Table& table, std::string_view name
     return *found;
 }
 
+RowChange OdbcTables::converted(const Table& table, const RowChange& row) const
+{
+    RowChange result;
+    for (std::size_t i = 0; i < row.columns.size(); ++i) {
+        const auto& target = column(table, row.columns[i]);
+        result.columns.push_back(lower(target.name));
+        result.values.push_back(converted_to(target.kind, row.values[i]));
+    }
+    return result;
+}
+
+Step OdbcTables::reserve_keys(const Table& table, std::size_t count) const
+{
+    columns(table.name);
+    return {replace_all(filled(link_.server().reserve_keys, table), "{count}", std::to_string(count))};
+}
+
 Step OdbcTables::insert(const Table& table, const RowChange& row) const
 {
     columns(table.name);
@@ -91,9 +114,18 @@ Step OdbcTables::insert(const Table& table, const RowChange& row) const
         const auto& target = column(table, row.columns[i]);
         names += (names.empty() ? "" : ", ") + quoted(target.name);
         values += values.empty() ? "?" : ", ?";
-        parameters.push_back(converted(row.values[i], target.kind));
+        parameters.push_back(converted_to(target.kind, row.values[i]));
     }
-    return {sql + " (" + names + ") VALUES (" + values + ")", {std::move(parameters)}};
+    Step step{sql + " (" + names + ") VALUES (" + values + ")", {std::move(parameters)}};
+    if (link_.server().takes_arrays) {
+        std::string arrays;
+        for (const auto& name : row.columns) {
+            arrays += (arrays.empty() ? "" : ", ") + array_of(column(table, name).kind);
+        }
+        step.many = std::make_shared<const ManyRows>(
+            ManyRows{{}, {}, {}, sql + " (" + names + ") SELECT * FROM unnest(" + arrays + ")"});
+    }
+    return step;
 }
 
 Step OdbcTables::insert_with_key(const Table& table, const RowChange& row) const
@@ -121,37 +153,51 @@ Step OdbcTables::update(const Table& table, std::int64_t key, const RowChange& r
     for (std::size_t i = 0; i < row.columns.size(); ++i) {
         const auto& target = column(table, row.columns[i]);
         settings += (settings.empty() ? "" : ", ") + quoted(target.name) + " = ?";
-        parameters.push_back(converted(row.values[i], target.kind));
+        parameters.push_back(converted_to(target.kind, row.values[i]));
         targets.push_back(&target);
     }
     parameters.emplace_back(key);
     return {"UPDATE " + quoted(table.name) + " SET " + settings + " WHERE " + quoted(table.key) + " = ?",
-        {std::move(parameters)}, link_.server().updates_from_values ? many_updates(table, targets) : nullptr};
+        {std::move(parameters)}, link_.server().takes_arrays ? many_updates(table, targets) : nullptr};
 }
 
 /// The key stands behind the values, as in the update of one row.
 std::shared_ptr<const ManyRows> OdbcTables::many_updates(
     const Table& table, const std::vector<const ServerColumn*>& targets) const
 {
-    ManyRows many;
+    std::string settings;
+    std::string arrays;
     std::string names;
     for (const auto* target : targets) {
         const auto name = quoted(target->name);
-        many.head += (many.head.empty() ? "" : ", ") + name + " = waiting." + name;
-        many.row += "CAST(? AS " + std::string(type_name(target->kind)) + "), ";
+        settings += (settings.empty() ? "" : ", ") + name + " = waiting." + name;
+        arrays += array_of(target->kind) + ", ";
         names += name + ", ";
     }
-    many.head = "UPDATE " + quoted(table.name) + " SET " + many.head + " FROM (VALUES ";
-    many.row = "(" + many.row + "CAST(? AS bigint))";
-    many.tail = ") AS waiting (" + names + "waiting_key) WHERE " + quoted(table.name) + "."
-        + quoted(table.key) + " = waiting.waiting_key";
-    return std::make_shared<const ManyRows>(std::move(many));
+    return std::make_shared<const ManyRows>(ManyRows{{}, {}, {},
+        "UPDATE " + quoted(table.name) + " SET " + settings + " FROM unnest(" + arrays
+            + array_of(ServerColumn::Kind::Whole) + ") AS waiting (" + names + "waiting_key) WHERE "
+            + quoted(table.name) + "." + quoted(table.key) + " = waiting.waiting_key"});
 }
 
 Step OdbcTables::remove(const Table& table, std::int64_t key) const
 {
     columns(table.name);
     return {"DELETE FROM " + quoted(table.name) + " WHERE " + quoted(table.key) + " = ?", {{Value(key)}}};
+}
+
+Step OdbcTables::remove(const Table& table, const std::set<std::int64_t>& keys) const
+{
+    auto step = remove(table, *keys.begin());
+    const auto head = step.sql.substr(0, step.sql.size() - std::string_view("= ?").size());
+    step.many = std::make_shared<const ManyRows>(link_.server().takes_arrays
+            ? ManyRows{{}, {}, {}, head + "= ANY(" + array_of(ServerColumn::Kind::Whole) + ")"}
+            : ManyRows{head + "IN (", "?", ")"});
+    step.rows.clear();
+    for (const auto key : keys) {
+        step.rows.push_back({Value(key)});
+    }
+    return step;
 }
 
 Step OdbcTables::count(const Table& table, std::int64_t key) const

@@ -4,7 +4,10 @@
 #include "platform/database/Connection.h"
 #include "platform/odbc/OdbcLink.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +27,11 @@ public:
     Step insert_for_key(const Table& table, const RowChange& row) const;
     Step update(const Table& table, std::int64_t key, const RowChange& row) const;
     Step remove(const Table& table, std::int64_t key) const;
+    Step remove(const Table& table, const std::set<std::int64_t>& keys) const;
+    /// An edit with the names of the columns and the types of their values as the table has them.
+    RowChange converted(const Table& table, const RowChange& row) const;
+    /// Gives so many keys that no other row will get. It may add rows with them, to be taken back.
+    Step reserve_keys(const Table& table, std::size_t count) const;
     Step count(const Table& table, std::int64_t key) const;
     /// @throws EngineError when there is no such table.
     const std::vector<ServerColumn>& columns(std::string_view table) const;

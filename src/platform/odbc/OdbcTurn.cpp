@@ -54,6 +54,27 @@ Outcome OdbcTurn::write(const Step& step, const std::function<Step(const Outcome
     return outcome;
 }
 
+ResultSet OdbcTurn::try_out(const Step& step)
+{
+    std::vector<Step> steps;
+    if (begins()) {
+        steps.push_back({std::string(link_.server().begin)});
+    }
+    steps.push_back({"SAVEPOINT velto"});
+    steps.push_back(step);
+    auto outcome = link_.ask(steps, times_.answer);
+    open_ = open_ || (begins() && outcome.done > 0);
+    if (outcome.failure) {
+        recover(*outcome.failure);
+        throw OdbcFailure(*outcome.failure);
+    }
+    if (const auto back = link_.ask({{"ROLLBACK TO SAVEPOINT velto"}}); back.failure) {
+        recover(*back.failure);
+        throw OdbcFailure(*back.failure);
+    }
+    return std::move(outcome.result);
+}
+
 OdbcTurn::Ending OdbcTurn::write_and_commit(const std::vector<Step>& steps)
 {
     std::vector<Step> all;
@@ -105,7 +126,7 @@ std::chrono::milliseconds OdbcTurn::deadline_of(const std::vector<Step>& steps) 
 {
     auto deadline = times_.answer;
     for (const auto& step : steps) {
-        if (step.sql.starts_with("DELETE") || step.sql.starts_with("delete")) {
+        if (step.may_take_long) {
             return times_.deletion;
         }
         deadline += 1ms * step.rows.size(); // what has waited for long may be much

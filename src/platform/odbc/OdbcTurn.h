@@ -24,6 +24,8 @@ public:
     /// @param again  gives what stands for the step when the turn has to be run again, by its outcome; the
     ///               step itself when empty.
     Outcome write(const Step& step, const std::function<Step(const Outcome&)>& again = {});
+    /// Runs a step, keeps what it gave, and takes its changes back.
+    ResultSet try_out(const Step& step);
     struct Ending {
         std::size_t done = 0; // steps
         std::optional<OdbcFailure> failure;

@@ -143,7 +143,8 @@ const ServerDatabase kPostgreSql{
     .transaction_count = "", // a failing statement takes the transaction with it
     .key_at_end = " RETURNING {}",
     .default_values = " DEFAULT VALUES",
-    .updates_from_values = true,
+    .reserve_keys = "SELECT nextval(pg_get_serial_sequence('{}', '{key}')) FROM generate_series(1, {count})",
+    .takes_arrays = true,
     .columns = "SELECT table_name, column_name, data_type FROM information_schema.columns "
                "WHERE table_schema = current_schema() ORDER BY table_name, ordinal_position",
     .before_keys = "",

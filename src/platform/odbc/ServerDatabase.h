@@ -28,8 +28,11 @@ struct ServerDatabase {
     /// At the end of an INSERT: gives the key, whose name is {}.
     std::string_view key_at_end;
     std::string_view default_values;
-    /// An UPDATE of many rows in one text, where arrays of parameters would go row by row.
-    bool updates_from_values = false;
+    /// Gives {count} keys of the table {}, whose key is {key}, that no other row will get, even when what the
+    /// text changes is taken back. Empty where keys come with their rows only.
+    std::string_view reserve_keys;
+    /// Many rows go in one text as an array for each column, in the words of PostgreSQL.
+    bool takes_arrays = false;
     /// Rows (table, column, type) in the order of the columns.
     std::string_view columns;
     /// Around rows that bring their keys along: {} is the table. May be empty.

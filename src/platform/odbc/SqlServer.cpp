@@ -157,6 +157,7 @@ const ServerDatabase kSqlServer{
     // A table with triggers gives no keys by OUTPUT.
     .key_at_end = "; SELECT CAST(SCOPE_IDENTITY() AS bigint) AS {}",
     .default_values = " DEFAULT VALUES",
+    .reserve_keys = "",
     .columns = "SELECT TABLE_NAME, COLUMN_NAME, DATA_TYPE FROM INFORMATION_SCHEMA.COLUMNS "
                "ORDER BY TABLE_NAME, ORDINAL_POSITION",
     .before_keys = "SET IDENTITY_INSERT [{}] ON",
