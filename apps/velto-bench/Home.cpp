@@ -3,6 +3,7 @@
 #include "Crowd.h"
 #include "Process.h"
 
+#include <fstream>
 #include <memory>
 #include <sqlite3.h>
 #include <stdexcept>
@@ -43,7 +44,7 @@ PreparedHome::PreparedHome(std::filesystem::path server, std::filesystem::path f
     if (!std::filesystem::is_empty(folder_)) {
         throw std::runtime_error("the scratch folder " + folder_.string() + " is not empty");
     }
-    const auto prepared = folder_ / "prepared";
+    const auto prepared = this->prepared();
     run_program({server_.string(), "init", "--home", prepared.string()}, output());
     run_sql(prepared,
         "BEGIN; INSERT INTO users (UserName, Password, AccountActive) " + numbers_below(accounts)
@@ -66,7 +67,7 @@ std::filesystem::path PreparedHome::copy(std::uint16_t port, const std::vector<s
 {
     const auto home = folder_ / "home";
     std::filesystem::remove_all(home);
-    std::filesystem::copy(folder_ / "prepared", home, std::filesystem::copy_options::recursive);
+    std::filesystem::copy(prepared(), home, std::filesystem::copy_options::recursive);
     set(home, "General SetUp/ListeningPort", std::to_string(port));
     for (std::size_t i = 0; i + 1 < settings.size(); i += 2) {
         set(home, settings[i], settings[i + 1]);
@@ -78,6 +79,14 @@ void PreparedHome::set(
     const std::filesystem::path& home, const std::string& name, const std::string& value) const
 {
     run_program({server_.string(), "config", "set", "--home", home.string(), name, value}, output());
+}
+
+void PreparedHome::set_secret(
+    const std::filesystem::path& home, const std::string& name, const std::string& value) const
+{
+    const auto input = (folder_ / "secret").string();
+    std::ofstream(input) << value << "\n";
+    run_program({server_.string(), "config", "set", "--home", home.string(), name}, output(), input);
 }
 
 void PreparedHome::grow(const std::filesystem::path& home, std::size_t rows)

@@ -29,6 +29,11 @@ public:
     /// @return its folder.
     std::filesystem::path copy(std::uint16_t port, const std::vector<std::string>& settings = {}) const;
 
+    /// The home that is copied.
+    std::filesystem::path prepared() const { return folder_ / "prepared"; }
+    void set_secret(
+        const std::filesystem::path& home, const std::string& name, const std::string& value) const;
+
     /// Lets the tables `messages` and `log` of a copy grow to so many rows.
     static void grow(const std::filesystem::path& home, std::size_t rows);
 

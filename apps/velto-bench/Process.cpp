@@ -53,8 +53,10 @@ bool accepts(std::uint16_t port)
     return connect(probe.number(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
-[[noreturn]] void become(const std::vector<std::string>& words, const std::string& output, int core)
+[[noreturn]] void become(
+    const std::vector<std::string>& words, const std::string& output, const std::string& input, int core)
 {
+    dup2(open(input.c_str(), O_RDONLY), STDIN_FILENO);
     const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     dup2(file, STDOUT_FILENO);
     dup2(file, STDERR_FILENO);
@@ -70,14 +72,15 @@ bool accepts(std::uint16_t port)
     _exit(127);
 }
 
-pid_t start(const std::vector<std::string>& words, const std::string& output)
+pid_t start(
+    const std::vector<std::string>& words, const std::string& output, const std::string& input = "/dev/null")
 {
     const pid_t child = fork();
     if (child < 0) {
         throw std::runtime_error("cannot start " + words[0] + ": " + std::strerror(errno));
     }
     if (child == 0) {
-        become(words, output, kMeasuredCore);
+        become(words, output, input, kMeasuredCore);
     }
     return child;
 }
@@ -93,6 +96,22 @@ void pin_to_core(int core)
     CPU_ZERO(&cores);
     CPU_SET(static_cast<std::size_t>(core), &cores);
     sched_setaffinity(0, sizeof(cores), &cores);
+}
+
+OnAllCores::OnAllCores()
+{
+    sched_getaffinity(0, sizeof(before_), &before_);
+    cpu_set_t all;
+    CPU_ZERO(&all);
+    for (std::size_t core = 0; core < std::thread::hardware_concurrency(); ++core) {
+        CPU_SET(core, &all);
+    }
+    sched_setaffinity(0, sizeof(all), &all);
+}
+
+OnAllCores::~OnAllCores()
+{
+    sched_setaffinity(0, sizeof(before_), &before_);
 }
 
 void raise_file_limit()
@@ -164,9 +183,9 @@ std::int64_t Process::memory() const
     throw std::runtime_error("the memory of the measured program cannot be read");
 }
 
-void run_program(const std::vector<std::string>& words, const std::string& output)
+void run_program(const std::vector<std::string>& words, const std::string& output, const std::string& input)
 {
-    const auto child = start(words, output);
+    const auto child = start(words, output, input);
     int status = 0;
     waitpid(child, &status, 0);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <sched.h>
 #include <sys/types.h>
 
 namespace velto::bench {
@@ -14,6 +15,17 @@ using Seconds = std::chrono::duration<double>;
 
 /// Binds this process to one core; on a machine with one core only it does nothing.
 void pin_to_core(int core);
+/// Lets this process, and what it starts, run on all cores as long as the object lives.
+class OnAllCores {
+public:
+    OnAllCores();
+    OnAllCores(const OnAllCores&) = delete;
+    OnAllCores& operator=(const OnAllCores&) = delete;
+    ~OnAllCores();
+
+private:
+    cpu_set_t before_{};
+};
 /// Lets this process have as many files as the system allows.
 void raise_file_limit();
 /// Processor time of this process so far.
@@ -44,8 +56,10 @@ private:
 };
 
 /// Runs a program to its end.
+/// @param input  file that it reads from standard input.
 /// @throws std::runtime_error when it fails.
-void run_program(const std::vector<std::string>& words, const std::string& output);
+void run_program(
+    const std::vector<std::string>& words, const std::string& output, const std::string& input = "/dev/null");
 
 std::uint16_t free_port();
 

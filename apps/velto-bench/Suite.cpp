@@ -1,5 +1,7 @@
 #include "Suite.h"
 
+#include "DatabaseHome.h"
+
 #include <algorithm>
 #include <iostream>
 
@@ -43,7 +45,7 @@ const std::vector<Suite::Measurement>& Suite::measurements()
         {"safeguards", &Suite::measure_safeguards}, {"latency", &Suite::measure_latency},
         {"memory", &Suite::measure_memory}, {"room", &Suite::measure_room},
         {"offline", &Suite::measure_off_line}, {"users", &Suite::measure_users},
-        {"rows", &Suite::measure_rows}};
+        {"rows", &Suite::measure_rows}, {"databases", &Suite::measure_databases}};
     return kAll;
 }
 
@@ -306,6 +308,41 @@ void Suite::measure_rows()
         curve.points.push_back({static_cast<double>(rows), message_cost(server, crowd, kPairs, 16)});
     }
     report_.add(std::move(curve));
+}
+
+void Suite::measure_databases()
+{
+    for (const auto& [provider, title] :
+        {std::pair("postgresql", "PostgreSQL"), std::pair("mariadb", "MariaDB")}) {
+        if (const auto reason = qz::test::reason_against(provider); !reason.empty()) {
+            std::cerr << "  " << title << " was not measured: " << reason << "\n";
+            continue;
+        }
+        measure_database(provider, title);
+    }
+}
+
+void Suite::measure_database(const std::string& provider, const std::string& title)
+{
+    const PreparedHome home(options_.server, options_.scratch / provider, kPairs * 2);
+    const DatabaseHome database(home, provider);
+    const auto port = free_port();
+    const Process process(
+        {home.server().string(), "run", "--home", database.copy(port).string()}, home.output());
+    process.wait_for_port(port);
+    Crowd crowd(port);
+    crowd.log_on(0, kPairs * 2);
+    for (const std::size_t window : {1U, 16U}) {
+        const auto what = " on " + title + ", window " + std::to_string(window);
+        const Seconds time(options_.seconds);
+        confirmed_messages(process, crowd, kPairs, window, time / 2); // plans and caches settle
+        const auto before = database.time();
+        const auto cost = confirmed_messages(process, crowd, kPairs, window, time);
+        put(true, {"confirmed message" + what, "CPU us", each(cost.measured, cost), {}, {}});
+        put(true,
+            {"the database's work on it" + what, "CPU us", each(database.time() - before, cost), {}, {}});
+        put(true, {"messages a second" + what, "1/s", cost.count / cost.wall.count(), {}, {}});
+    }
 }
 
 } // namespace velto::bench

@@ -63,6 +63,8 @@ private:
     void measure_startup();
     void measure_users();
     void measure_rows();
+    void measure_databases();
+    void measure_database(const std::string& provider, const std::string& title);
 
     SuiteOptions options_;
     PreparedHome home_;
