@@ -30,7 +30,7 @@ protected:
         set("Storage/Provider", "odbc");
         set("DB SetUp/dbServerIP", database.address());
         set("DB SetUp/dbUserName", test::DatabaseServer::kUser);
-        run({"config", "set", "DB SetUp/dbPassword"}, test::DatabaseServer::kPassword);
+        run({"config", "set", "DB SetUp/dbPassword"}, database.password());
         run({"db", "init"});
         connect(true);
         for (const auto* name : {"ada", "ben"}) {

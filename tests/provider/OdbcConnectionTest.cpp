@@ -195,11 +195,15 @@ TEST_F(OdbcConnectionTest, WhatATurnDoesToARowIsWrittenOnce)
     EXPECT_THAT(keys, testing::WhenSorted(testing::ContainerEq(keys)));
     connection->update_row(kQueue, keys[0], {{"Sent"}, {true}});
     connection->delete_row(kQueue, keys[1]);
-    other->insert_row(kQueue, {{"Message"}, {"of another program"}}); // its key is nobody else's
-    other->end_turn();
+    std::vector<std::string> left{"NULL"};
+    if (test::server_under_test()->locks_rows()) {
+        left.emplace_back("of another program"); // its key is nobody else's
+        other->insert_row(kQueue, {{"Message"}, {left.back()}});
+        other->end_turn();
+    }
     connection->end_turn();
     const auto rows = other->maintenance().read_rows(kQueue, keys.front() - 1, 100).rows;
-    ASSERT_EQ(rows.size(), texts.size());
+    ASSERT_EQ(rows.size(), texts.size() - 2 + left.size()); // one is deleted
     EXPECT_TRUE(rows[0][9].boolean());
     EXPECT_TRUE(rows[0][5].is_null()) << "never set";
     for (std::size_t i = 1; i < texts.size() - 1; ++i) {
@@ -216,7 +220,7 @@ TEST_F(OdbcConnectionTest, WhatATurnDoesToARowIsWrittenOnce)
     EXPECT_EQ(
         failure_of([&] { connection->delete_row(kQueue, keys[2]); }), number_of(DatabaseError::RowGone));
     connection->end_turn();
-    EXPECT_THAT(seen(kQueue, 4), ElementsAre("NULL", "of another program"));
+    EXPECT_EQ(seen(kQueue, 4), left);
     EXPECT_EQ(seen(kQueue, 10).front(), "2026-03-02 09:00:00");
 }
 

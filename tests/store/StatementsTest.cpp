@@ -64,6 +64,7 @@ protected:
         database.add(kLog, {{"UserName", "anna"}, {"RemoteIP", "::1"}, {"Action", "LogOn successfully"}});
         database.add(kCommand, {{"action", "Shutdown"}, {"Parameters", "now"}});
         database.add(kAutoReply, {{"UserName", "anna"}, {"Message", "away"}, {"Enabled", true}});
+        database.connection().end_turn(); // a turn that is run again has another time
     }
 
     std::string everything()

@@ -37,6 +37,8 @@ public:
     std::string connection_string(const std::string& password) const;
     std::string connection_string() const { return connection_string(password()); }
     virtual std::string password() const { return kPassword; }
+    /// Whether two connections may write to one table at a time.
+    virtual bool locks_rows() const { return true; }
     /// A folder for ODBCSYSINI, in which the driver is registered under the name that the engine uses.
     std::filesystem::path driver_folder() const { return folder_.path() / "odbc"; }
     ServerProgram& program() { return *program_; }

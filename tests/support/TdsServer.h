@@ -12,6 +12,7 @@ public:
     void start() override;
     /// The driver leaves doubled braces as they are.
     std::string password() const override { return "se;cret"; }
+    bool locks_rows() const override { return false; }
 };
 
 } // namespace qz::test
