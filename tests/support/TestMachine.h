@@ -61,6 +61,8 @@ private:
 
 /// One engine on a machine of its own.
 struct TestEngine {
+    ~TestEngine() { machine.watch = nullptr; } // the variables of the test, which it looks at, are gone
+
     TestMachine machine;
     RecordingEvents events;
     server::Engine engine{machine, events};

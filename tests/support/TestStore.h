@@ -22,6 +22,7 @@ namespace qz::test {
 
 struct TestStore {
     TestStore() { database.BuildConnectionString(); }
+    ~TestStore() { watch = nullptr; } // the variables of the test, which it looks at, are gone
 
     /// The engine's changes become visible to the foreign program, which shares its database file.
     ForeignProgram& foreign()
