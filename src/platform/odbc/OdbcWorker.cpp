@@ -10,22 +10,40 @@ namespace qz::platform {
 struct OdbcWorker::Shared {
     std::mutex mutex;
     std::condition_variable given;
+    std::condition_variable finished;
     std::deque<Work> work;
+    bool connects = true;
     bool ends = false;
+    bool done = false;
 };
 
-OdbcWorker::OdbcWorker(std::string connection_string) : shared_(std::make_shared<Shared>())
+namespace {
+
+/// A session that can end does so in milliseconds.
+constexpr std::chrono::milliseconds kTimeToEnd(500);
+
+} // namespace
+
+OdbcWorker::OdbcWorker(std::string connection_string)
+    : shared_(std::make_shared<Shared>()),
+      thread_([shared = shared_, text = std::move(connection_string)] { serve(shared, text); })
 {
-    // Detached: a server that never answers would otherwise hold up the end of the program.
-    std::thread([shared = shared_, text = std::move(connection_string)] { serve(shared, text); }).detach();
 }
 
 OdbcWorker::~OdbcWorker()
 {
-    const std::lock_guard lock(shared_->mutex);
+    std::unique_lock lock(shared_->mutex);
     shared_->ends = true;
     shared_->work.clear(); // whoever waits for it hears a broken promise
     shared_->given.notify_one();
+    const bool done =
+        !shared_->connects && shared_->finished.wait_for(lock, kTimeToEnd, [this] { return shared_->done; });
+    lock.unlock();
+    if (done) {
+        thread_.join(); // a program that ended meanwhile would take the driver away from under it
+    } else {
+        thread_.detach(); // a server that never answers would otherwise hold up the end of the program
+    }
 }
 
 std::optional<Outcome> OdbcWorker::run(std::vector<Step> steps, std::chrono::milliseconds deadline)
@@ -54,6 +72,7 @@ void OdbcWorker::serve(const std::shared_ptr<Shared>& shared, const std::string&
         failure = reason;
     }
     std::unique_lock lock(shared->mutex);
+    shared->connects = false;
     for (;;) {
         shared->given.wait(lock, [&] { return shared->ends || !shared->work.empty(); });
         if (shared->ends) {
@@ -66,7 +85,10 @@ void OdbcWorker::serve(const std::shared_ptr<Shared>& shared, const std::string&
         lock.lock();
     }
     lock.unlock();
-    // The session goes with this thread, and takes back what was not committed.
+    session.reset(); // takes back what was not committed
+    lock.lock();
+    shared->done = true;
+    shared->finished.notify_one();
 }
 
 } // namespace qz::platform

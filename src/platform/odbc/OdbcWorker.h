@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -53,6 +54,7 @@ private:
     static void serve(const std::shared_ptr<Shared>& shared, const std::string& connection_string);
 
     std::shared_ptr<Shared> shared_;
+    std::thread thread_;
 };
 
 } // namespace qz::platform
