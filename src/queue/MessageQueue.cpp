@@ -15,9 +15,11 @@ namespace {
 
 constexpr std::int64_t kRetrySeconds = 10;
 constexpr std::int64_t kUnconfirmedSeconds = 15;
-constexpr std::int64_t kLongestPause = 240; // between two attempts at a message that nobody confirms
-constexpr int kMostDoublings = 4;           // of the first pause, until it is the longest
-constexpr std::int32_t kMostResends = 1000; // in one walk, so that a tick stays short
+constexpr std::int64_t kLongestPause = 240;      // between two attempts at a message that nobody confirms
+constexpr int kMostDoublings = 4;                // of the first pause, until it is the longest
+constexpr std::int32_t kMostResends = 1000;      // in one walk, so that a tick stays short
+constexpr std::int64_t kNumbersAtStart = 50'000; // take some 20 ms from the embedded database
+constexpr std::int64_t kNumbersATick = 2'000;
 constexpr std::int64_t kSecondsPerMinute = 60;
 constexpr std::int64_t kSecondsPerDay = 86400;
 
@@ -294,6 +296,14 @@ void MessageQueue::QueueMessage_ClearQueue()
 {
     table_.clear();
     kept_.forget();
+    rows_.forget();
+}
+
+void MessageQueue::read_numbers()
+{
+    if (rules_.deployment.durable_queue() && !rows_.all_numbers_read()) {
+        guarded(journal_, "read_numbers", no_address, [&] { rows_.read_numbers(kNumbersATick); });
+    }
 }
 
 void MessageQueue::require_whole_turn()
@@ -308,6 +318,7 @@ void MessageQueue::load()
     if (!rules_.deployment.durable_queue()) {
         return;
     }
+    rows_.read_numbers(kNumbersAtStart);
     const auto now = clock_.now();
     for (auto& entry : kept_.load()) {
         // Nobody is connected: what was sent is sent again at the recipient's next logon.

@@ -69,6 +69,9 @@ public:
     /// @param number  0 for all that are delivered or expired.
     void QueueMessage_MoveFromQueue(std::int64_t number);
     void QueueMessage_ClearQueue();
+    /// Reads on in the numbers of the messages that were there when the engine started, with each tick, so
+    /// that it can tell by itself that a message is new.
+    void read_numbers();
 
     /// Brings back what waited when the engine last ran, if DurableQueue is on. To be called while it is
     /// empty.

@@ -1,8 +1,10 @@
 #include "queue/MessageRows.h"
 
+#include "base/Guarded.h"
 #include "base/Text.h"
 #include "store/Statements.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 
@@ -34,15 +36,49 @@ std::int64_t MessageRows::save(const QueueEntry& entry)
     new_row_.values[1] = entry.recipient;
     new_row_.values[2] = entry.MsgID;
     const auto key = database_.connection().add_row(tables::kMessages, new_row_);
+    if (read_until_) {
+        numbers_.add(entry.MsgID);
+    }
     saved_.insert(hash_of(entry.sender, entry.recipient, entry.MsgID));
     return key;
 }
 
 bool MessageRows::contains(const std::string& sender, const std::string& recipient, double msg_id)
 {
+    if (all_numbers_read() && !numbers_.may_hold(msg_id)) {
+        return false;
+    }
     const bool saved = saved_.contains(hash_of(sender, recipient, msg_id)); // or one with the same hash
     return database_.connection().finds(saved ? statements::kSelectMessage : statements::kFindMessage,
         {quoted(sender), quoted(recipient), decimal(msg_id)});
+}
+
+void MessageRows::read_numbers(std::int64_t count)
+{
+    if (!read_until_) {
+        auto last = database_.open(statements::kSelectLastMessage);
+        const auto& key = last.Fields("LastMessage");
+        last_before_ = key.is_null() ? 0 : static_cast<std::int64_t>(key.number());
+        read_until_ = 0;
+    }
+    if (all_numbers_read()) {
+        return;
+    }
+    const auto until = (std::min)(*read_until_ + count, last_before_);
+    database_.connection().visit(
+        platform::fill(statements::kSelectMsgIDs, {std::to_string(*read_until_), std::to_string(until)}),
+        [&](const auto& /*columns*/, const std::vector<platform::Value>& row) {
+            if (!row.front().is_null()) { // or a text, which other programs can write
+                attempt([&] { numbers_.add(row.front().number()); });
+            }
+        });
+    read_until_ = until;
+}
+
+void MessageRows::forget()
+{
+    numbers_.clear();
+    read_until_.reset();
 }
 
 void MessageRows::write_back(const QueueEntry& entry)

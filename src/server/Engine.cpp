@@ -302,6 +302,7 @@ void Engine::run_frequent_jobs()
     close_incomplete();
     message_queue.QueueMessage_PurgeExpired();
     message_queue.QueueMessage_MoveFromQueue(0);
+    message_queue.read_numbers();
     events_.TimerActivity();
 }
 

@@ -12,12 +12,12 @@ std::span<const platform::Statement> all_statements()
         kSelectUserNamesForActivity, kSelectClientVersions, kSelectClientInUse, kCountUsers, kProbe,
         kSelectBuddies, kCountBuddies, kCountBuddyEntries, kSelectDuplicatedBuddies, kDeleteBuddy,
         kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
-        kCountRooms, kSelectMessagesForAdding, kSelectMessage, kFindMessage, kSelectMessagesByMsgID,
-        kSelectMessagesOfRecipient, kSelectQueue, kUpdateQueueSent, kDeleteQueueRow, kSelectQueueCount,
-        kInsertLogRow, kDeleteOldLog, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers,
-        kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands,
-        kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage, kSelectLastLogOn,
-        kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
+        kCountRooms, kSelectMessagesForAdding, kSelectMessage, kFindMessage, kSelectLastMessage,
+        kSelectMsgIDs, kSelectMessagesByMsgID, kSelectMessagesOfRecipient, kSelectQueue, kUpdateQueueSent,
+        kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog, kSelectLogLines,
+        kSelectLastActivity, kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand,
+        kDeleteCommand, kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled,
+        kSelectAutoReplyMessage, kSelectLastLogOn, kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
     return kAll;
 }
 

@@ -132,6 +132,11 @@ inline constexpr Statement kSelectMessage{
 inline constexpr Statement kFindMessage{
     "SELECT IDMessage FROM messages WHERE UserName_From = '{}' AND UserName_To = '{}' AND MsgID = {}",
     &tables::kMessages, {}, true};
+/// Field LastMessage: the greatest key, null when there is none.
+inline constexpr Statement kSelectLastMessage{"SELECT Max(IDMessage) AS LastMessage FROM messages"};
+/// The numbers in a range of keys: the key before the first, the last.
+inline constexpr Statement kSelectMsgIDs{
+    "SELECT MsgID FROM messages WHERE IDMessage > {} AND IDMessage <= {}", nullptr, {}, true};
 /// Messages of anybody: MsgID.
 inline constexpr Statement kSelectMessagesByMsgID{
     "SELECT * FROM messages WHERE MsgID = {}", &tables::kMessages};

@@ -360,6 +360,40 @@ TEST_F(MessageQueueTest, IsBackAfterARestart)
     EXPECT_EQ(host.events.take_starting("Log The counts of the queue").size(), 1U);
 }
 
+TEST_F(MessageQueueTest, KnowsRepeatedMessagesAmongManyOldOnesAndNewOnesByItself)
+{
+    switch_on("DurableQueue");
+    for (const auto& [key, number] : {std::pair(1, 5), {50'001, 6}, {52'500, 7}}) {
+        host.machine.database().add(store::tables::kMessages,
+            {{"IDMessage", key}, {"UserName_From", "ada"}, {"UserName_To", "ben"}, {"MsgID", number}});
+    }
+    host.machine.database().add(store::tables::kMessages, {{"IDMessage", 51'000}, {"MsgID", "no number"}});
+    start_again(); // reads the oldest of them
+    int questions = 0;
+    host.machine.watch = [&](const std::string& sql) {
+        questions += sql.starts_with("SELECT IDMessage FROM messages") ? 1 : 0;
+    };
+    put(5);
+    put(6);
+    put(7);
+    EXPECT_EQ(queue().count(), 0U);
+    EXPECT_EQ(questions, 3);
+    queue().read_numbers();
+    put(7);
+    put(8);
+    EXPECT_EQ(questions, 5) << "the newest is not read yet";
+    queue().read_numbers();
+    put(6);
+    put(7);
+    EXPECT_EQ(questions, 7);
+    for (int number = 100; number < 200; ++number) {
+        put(number);
+    }
+    EXPECT_LE(questions, 8) << "a new number is hardly ever taken for a known one";
+    EXPECT_EQ(queue().count(), 101U);
+    host.machine.watch = nullptr;
+}
+
 TEST_F(MessageQueueTest, WhatIsNotStoredIsNeitherQueuedNorTold)
 {
     switch_on("DurableQueue");
