@@ -105,7 +105,10 @@ void PreparedHome::grow(const std::filesystem::path& home, std::size_t rows)
               "FROM numbers; INSERT INTO log (ActionTime, UserName, RemoteIP, Action) "
             + numbers_below(rows)
             + "SELECT '2026-01-02 03:04:05', 'user' || (n % 200), '127.0.0.1', 'New message from user' || "
-              "(n % 200) || ' to user' || ((n + 1) % 200) || ' with MsgID ' || n FROM numbers; COMMIT;"
+              "(n % 200) || ' to user' || ((n + 1) % 200) || ' with MsgID ' || n FROM numbers; "
+              // As if the server had done it all the while.
+              "INSERT OR IGNORE INTO messagenumbers SELECT MsgID, IDMessage FROM messages ORDER BY MsgID; "
+              "UPDATE messagenumbersseen SET SeenUntil = (SELECT max(IDMessage) FROM messages); COMMIT;"
               "PRAGMA wal_checkpoint(TRUNCATE)");
 }
 

@@ -15,10 +15,10 @@ namespace {
 
 constexpr std::int64_t kRetrySeconds = 10;
 constexpr std::int64_t kUnconfirmedSeconds = 15;
-constexpr std::int64_t kLongestPause = 240;      // between two attempts at a message that nobody confirms
-constexpr int kMostDoublings = 4;                // of the first pause, until it is the longest
-constexpr std::int32_t kMostResends = 1000;      // in one walk, so that a tick stays short
-constexpr std::int64_t kNumbersAtStart = 50'000; // take some 20 ms from the embedded database
+constexpr std::int64_t kLongestPause = 240;         // between two attempts at a message that nobody confirms
+constexpr int kMostDoublings = 4;                   // of the first pause, until it is the longest
+constexpr std::int32_t kMostResends = 1000;         // in one walk, so that a tick stays short
+constexpr std::int64_t kNumbersAtStart = 1'000'000; // take up to half a second
 constexpr std::int64_t kNumbersATick = 2'000;
 constexpr std::int64_t kSecondsPerMinute = 60;
 constexpr std::int64_t kSecondsPerDay = 86400;

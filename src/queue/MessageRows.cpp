@@ -60,6 +60,7 @@ void MessageRows::read_numbers(std::int64_t count)
         const auto& key = last.Fields("LastMessage");
         last_before_ = key.is_null() ? 0 : static_cast<std::int64_t>(key.number());
         read_until_ = 0;
+        numbers_.make_room(static_cast<std::size_t>((std::min)(count, last_before_)));
     }
     if (all_numbers_read()) {
         return;

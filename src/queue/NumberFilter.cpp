@@ -8,7 +8,7 @@ namespace qz::queue {
 namespace {
 
 constexpr std::size_t kFirstBlocks = 1024;   // 64 KiB
-constexpr std::size_t kNumbersInABlock = 32; // 16 bits each
+constexpr std::size_t kNumbersInABlock = 16; // 32 bits each
 constexpr unsigned kTopSixBits = 26;         // of 32: they choose a bit of a word
 
 /// The last step of the generator SplitMix64 (Steele, Lea, Flood 2014): every bit of the number moves all of
@@ -36,12 +36,24 @@ std::uint64_t bit_of(std::uint64_t hash, std::size_t word)
 
 } // namespace
 
+void NumberFilter::make_room(std::size_t numbers)
+{
+    const auto blocks = std::bit_ceil(numbers / kNumbersInABlock + 1);
+    if (layers_.empty() && blocks > kFirstBlocks) {
+        add_layer(blocks);
+    }
+}
+
+void NumberFilter::add_layer(std::size_t blocks)
+{
+    layers_.emplace_back(blocks);
+    room_ = blocks * kNumbersInABlock;
+}
+
 void NumberFilter::add(double number)
 {
     if (room_ == 0) {
-        const auto blocks = layers_.empty() ? kFirstBlocks : 2 * layers_.back().size();
-        layers_.emplace_back(blocks);
-        room_ = blocks * kNumbersInABlock;
+        add_layer(layers_.empty() ? kFirstBlocks : 2 * layers_.back().size());
     }
     --room_;
     const auto hash = hash_of(number);

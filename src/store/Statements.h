@@ -127,22 +127,36 @@ inline constexpr Statement kSelectMessagesForAdding{"SELECT * FROM messages", &t
 inline constexpr Statement kSelectMessage{
     "SELECT * FROM messages WHERE UserName_From = '{}' AND UserName_To = '{}' AND MsgID = {} "
     "ORDER BY IDMessage DESC",
-    &tables::kMessages};
+    &tables::kMessages, {}, false,
+    "SELECT messages.* FROM messagenumbers INNER JOIN messages ON messages.IDMessage = "
+    "messagenumbers.IDMessage "
+    "AND messages.MsgID = messagenumbers.MsgID WHERE messages.UserName_From = '{}' "
+    "AND messages.UserName_To = '{}' AND messagenumbers.MsgID = {} ORDER BY messages.IDMessage DESC"};
 /// Whether a message is there: sender, recipient, MsgID.
 inline constexpr Statement kFindMessage{
     "SELECT IDMessage FROM messages WHERE UserName_From = '{}' AND UserName_To = '{}' AND MsgID = {}",
-    &tables::kMessages, {}, true};
+    &tables::kMessages, {}, true,
+    "SELECT messages.IDMessage FROM messagenumbers INNER JOIN messages "
+    "ON messages.IDMessage = messagenumbers.IDMessage AND messages.MsgID = messagenumbers.MsgID "
+    "WHERE messages.UserName_From = '{}' AND messages.UserName_To = '{}' AND messagenumbers.MsgID = {}"};
 /// Field LastMessage: the greatest key, null when there is none.
 inline constexpr Statement kSelectLastMessage{"SELECT Max(IDMessage) AS LastMessage FROM messages"};
 /// The numbers in a range of keys: the key before the first, the last.
 inline constexpr Statement kSelectMsgIDs{
     "SELECT MsgID FROM messages WHERE IDMessage > {} AND IDMessage <= {}", nullptr, {}, true};
 /// Messages of anybody: MsgID.
-inline constexpr Statement kSelectMessagesByMsgID{
-    "SELECT * FROM messages WHERE MsgID = {}", &tables::kMessages};
+inline constexpr Statement kSelectMessagesByMsgID{"SELECT * FROM messages WHERE MsgID = {}",
+    &tables::kMessages, {}, false,
+    "SELECT messages.* FROM messagenumbers INNER JOIN messages ON messages.IDMessage = "
+    "messagenumbers.IDMessage "
+    "AND messages.MsgID = messagenumbers.MsgID WHERE messagenumbers.MsgID = {} ORDER BY messages.IDMessage"};
 /// Messages to one user: MsgID, recipient.
 inline constexpr Statement kSelectMessagesOfRecipient{
-    "SELECT * FROM messages WHERE MsgID = {} AND UserName_To = '{}'", &tables::kMessages};
+    "SELECT * FROM messages WHERE MsgID = {} AND UserName_To = '{}'", &tables::kMessages, {}, false,
+    "SELECT messages.* FROM messagenumbers INNER JOIN messages ON messages.IDMessage = "
+    "messagenumbers.IDMessage "
+    "AND messages.MsgID = messagenumbers.MsgID WHERE messagenumbers.MsgID = {} AND messages.UserName_To = "
+    "'{}'"};
 
 // queue
 
@@ -177,7 +191,10 @@ inline constexpr Statement kSelectLastActivity{
     "ON log.UserName = users.UserName GROUP BY log.UserName HAVING (((log.UserName)= '{}'));",
     nullptr,
     "SELECT Last(log.ActionTime) AS LastOfActionTime FROM log INNER JOIN users "
-    "ON log.UserName = users.UserName WHERE log.UserName = '{}' GROUP BY log.UserName"};
+    "ON log.UserName = users.UserName WHERE log.UserName = '{}' GROUP BY log.UserName",
+    false,
+    "SELECT useractivity.LastTime AS LastOfActionTime FROM useractivity INNER JOIN users "
+    "ON useractivity.UserName = users.UserName WHERE useractivity.UserName = '{}'"};
 /// Fields DaysAgo (age of the oldest log row) and UserName, most inactive first: least number of days.
 /// As it stands a database would read the whole log to find each user's oldest row.
 inline constexpr Statement kSelectInactiveUsers{
@@ -190,7 +207,11 @@ inline constexpr Statement kSelectInactiveUsers{
     "SELECT DateDiff('d', Oldest.ActionTime, Date()) AS DaysAgo, Oldest.UserName FROM"
     " (SELECT users.UserName, (SELECT MIN(log.ActionTime) FROM log WHERE log.UserName = users.UserName)"
     " AS ActionTime FROM users) AS Oldest"
-    " WHERE DateDiff('d', Oldest.ActionTime, Date()) >= {} ORDER BY DaysAgo DESC, Oldest.UserName"};
+    " WHERE DateDiff('d', Oldest.ActionTime, Date()) >= {} ORDER BY DaysAgo DESC, Oldest.UserName",
+    false,
+    "SELECT DateDiff('d', useractivity.FirstTime, Date()) AS DaysAgo, users.UserName"
+    " FROM users INNER JOIN useractivity ON users.UserName = useractivity.UserName"
+    " WHERE DateDiff('d', useractivity.FirstTime, Date()) >= {} ORDER BY DaysAgo DESC, users.UserName"};
 /// A row when the active account logged on lately: greatest number of days, name.
 /// As it stands some databases do not see that it is sorted by what it selects.
 inline constexpr Statement kSelectRecentLogOn{

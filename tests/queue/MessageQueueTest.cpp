@@ -363,11 +363,11 @@ TEST_F(MessageQueueTest, IsBackAfterARestart)
 TEST_F(MessageQueueTest, KnowsRepeatedMessagesAmongManyOldOnesAndNewOnesByItself)
 {
     switch_on("DurableQueue");
-    for (const auto& [key, number] : {std::pair(1, 5), {50'001, 6}, {52'500, 7}}) {
+    for (const auto& [key, number] : {std::pair(1, 5), {1'000'001, 6}, {1'002'500, 7}}) {
         host.machine.database().add(store::tables::kMessages,
             {{"IDMessage", key}, {"UserName_From", "ada"}, {"UserName_To", "ben"}, {"MsgID", number}});
     }
-    host.machine.database().add(store::tables::kMessages, {{"IDMessage", 51'000}, {"MsgID", "no number"}});
+    host.machine.database().add(store::tables::kMessages, {{"IDMessage", 1'001'000}, {"MsgID", "no number"}});
     start_again(); // reads the oldest of them
     int questions = 0;
     host.machine.watch = [&](const std::string& sql) {

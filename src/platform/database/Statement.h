@@ -25,6 +25,9 @@ struct Statement {
     std::string_view run_as = {};
     /// Whoever runs it knows of the rows that were added in this turn: they need not be there yet.
     bool of_stored_rows = false;
+    /// Like run_as, and instead of it, for the embedded database, which keeps tables of its own for some
+    /// questions.
+    std::string_view run_embedded_as = {};
 };
 
 /// Joins a text as the system always did: the values stand between the pieces exactly as given.

@@ -29,18 +29,6 @@ std::uint64_t first_mark()
     return ++connections << 40U;
 }
 
-/// Ends a statement's run on every way out, so that it holds no lock and no value of its caller.
-class Run {
-public:
-    explicit Run(SqliteStatement& statement) : statement_(statement) { }
-    Run(const Run&) = delete;
-    Run& operator=(const Run&) = delete;
-    ~Run() { statement_.reset(); }
-
-private:
-    SqliteStatement& statement_;
-};
-
 EngineError row_gone()
 {
     return database_error(DatabaseError::RowGone,
@@ -143,6 +131,8 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     upgrade_schema(database);
     opening->prepared.resize(catalogue_.size());
     opening->waiting = std::make_unique<SqliteWaitingRows>(database, clock_);
+    opening->activity = std::make_unique<SqliteActivity>(database, clock_);
+    opening->numbers = std::make_unique<SqliteMessageNumbers>(database);
     opening->begin = std::make_unique<SqliteStatement>(database, "BEGIN IMMEDIATE");
     opening->commit = std::make_unique<SqliteStatement>(database, "COMMIT");
     opening->data_version = std::make_unique<SqliteStatement>(database, "PRAGMA data_version");
@@ -190,8 +180,8 @@ bool SqliteConnection::finds(const Statement& statement, std::initializer_list<s
         return !query(fill(statement, values)).rows.empty();
     }
     auto& prepared = prepare(open, *match->shape);
-    write_waiting(open, prepared.tables);
-    const Run end(prepared.statement);
+    write_for(open, prepared);
+    const SqliteRun end(prepared.statement);
     bind(prepared, *match);
     const int code = prepared.statement.step();
     if (code != SQLITE_ROW && code != SQLITE_DONE) {
@@ -226,8 +216,8 @@ void SqliteConnection::visit(const std::string& sql, const RowVisitor& visitor)
         Connection::visit(sql, visitor);
         return;
     }
-    write_waiting(open, prepared.tables);
-    const Run end(prepared.statement);
+    write_for(open, prepared);
+    const SqliteRun end(prepared.statement);
     bind(prepared, match);
     int code = prepared.statement.step();
     const auto columns =
@@ -247,8 +237,8 @@ void SqliteConnection::visit(const std::string& sql, const RowVisitor& visitor)
 ResultSet SqliteConnection::run(Session& open, const Match& match)
 {
     auto& prepared = prepare(open, *match.shape);
-    write_waiting(open, prepared.tables);
-    const Run end(prepared.statement);
+    write_for(open, prepared);
+    const SqliteRun end(prepared.statement);
     bind(prepared, match);
     auto result = run(open, prepared.statement, match.shape->statement.table);
     take_keys(result, match.shape->statement.table, prepared.hidden_key);
@@ -316,7 +306,10 @@ void SqliteConnection::end_turn()
     }
     open.changed = false;
     if (std::exchange(open.in_turn, false)) {
-        const Run end(*open.commit);
+        // Whoever asks makes up for what fails here, or is told of it.
+        attempt([&] { open.activity->advance(); });
+        attempt([&] { open.numbers->advance(); });
+        const SqliteRun end(*open.commit);
         const int code = open.commit->step();
         if (code != SQLITE_DONE) {
             const auto failure = open.database.error(code);
@@ -333,6 +326,7 @@ void SqliteConnection::abandon_turn()
     }
     auto& open = *session_;
     open.waiting->forget();
+    open.numbers->turn_lost();
     open.turn_lost = false;
     open.changed = false;
     open.in_turn = false;
@@ -379,10 +373,19 @@ SqliteConnection::Prepared& SqliteConnection::prepare(Session& open, const Shape
 {
     auto& prepared = open.prepared[shape.number];
     if (!prepared) {
-        auto translation = translate(shape.statement, kSqliteDialect);
+        auto statement = shape.statement;
+        if (!statement.run_embedded_as.empty()) {
+            statement.run_as = statement.run_embedded_as;
+        }
+        auto translation = translate(statement, kSqliteDialect);
+        const auto speaks_of = [&](const char* name) {
+            return translation.sql.find(name) != std::string::npos;
+        };
+        const bool asks_activity = speaks_of("useractivity");
+        const auto tables = statement.of_stored_rows ? 0 : tables_in(asks_activity ? "log" : translation.sql);
         prepared = std::make_unique<Prepared>(
             Prepared{SqliteStatement(open.database, translation.sql), std::move(translation.holes),
-                translation.hidden_key, shape.statement.of_stored_rows ? 0 : tables_in(translation.sql), {}});
+                translation.hidden_key, tables, {}, asks_activity, speaks_of("messagenumbers")});
         const auto* table = shape.statement.table;
         if (table != nullptr && SqliteWaitingRows::bit_of(table->name) != 0) {
             prepared->waiting_columns = inserted_columns(shape.statement.text);
@@ -423,6 +426,19 @@ void SqliteConnection::note_change(const Table& table)
     ++(known == own_changes_.end() ? own_changes_.emplace(table.name, 0).first : known)->second;
 }
 
+void SqliteConnection::write_for(Session& open, const Prepared& prepared)
+{
+    write_waiting(open, prepared.tables);
+    if (prepared.asks_activity && open.activity->is_behind()) {
+        begin_turn(open);
+        open.activity->catch_up();
+    }
+    if (prepared.asks_numbers && open.numbers->is_behind()) {
+        begin_turn(open);
+        open.numbers->catch_up();
+    }
+}
+
 void SqliteConnection::write_waiting(Session& open, SqliteWaitingRows::Tables tables)
 {
     if ((open.waiting->waiting() & tables) == 0) {
@@ -450,7 +466,7 @@ void SqliteConnection::write_last(Session& open)
 void SqliteConnection::notice_others(Session& open)
 {
     const auto number = [&](SqliteStatement& statement) {
-        const Run end(statement);
+        const SqliteRun end(statement);
         const int code = statement.step();
         if (code != SQLITE_ROW) {
             fail(open, code);
@@ -462,6 +478,7 @@ void SqliteConnection::notice_others(Session& open)
     }
     ++common_changes_;
     open.waiting->forget_keys();
+    open.numbers->others_wrote();
     if (std::exchange(open.last_schema, number(*open.schema_version)) != open.last_schema) {
         open.waiting->forget_columns();
     }
@@ -475,7 +492,7 @@ void SqliteConnection::begin_turn(Session& open)
     // Who has waited in vain does not wait again until the lock is free: a program that holds it for long
     // would otherwise stop the engine for seconds with each of its writes.
     open.database.wait_for_locks(open.locked_out ? 0s : kLockPatience);
-    const Run end(*open.begin);
+    const SqliteRun end(*open.begin);
     const int code = open.begin->step();
     open.locked_out = (code & 0xFF) == SQLITE_BUSY;
     if (code != SQLITE_DONE) {
@@ -518,7 +535,7 @@ std::int64_t SqliteConnection::run_edit(
 {
     auto& open = session();
     auto& statement = open.edits.statement(kind, table, row.columns);
-    const Run end(statement);
+    const SqliteRun end(statement);
     int parameter = 0;
     for (const auto& value : row.values) {
         statement.bind(++parameter, value);
@@ -538,6 +555,7 @@ void SqliteConnection::fail(Session& open, int code)
     }
     open.in_turn = false;
     open.waiting->forget();
+    open.numbers->turn_lost();
     open.turn_lost = open.turn_lost || std::exchange(open.changed, false);
     ++common_changes_;
     throw database_error(DatabaseError::Unspecified,

@@ -4,8 +4,10 @@
 #include "platform/Machine.h"
 #include "platform/database/Connection.h"
 #include "platform/database/Shape.h"
+#include "platform/sqlite/SqliteActivity.h"
 #include "platform/sqlite/SqliteDatabase.h"
 #include "platform/sqlite/SqliteEdits.h"
+#include "platform/sqlite/SqliteMessageNumbers.h"
 #include "platform/sqlite/SqliteTables.h"
 #include "platform/sqlite/SqliteWaitingRows.h"
 
@@ -54,6 +56,8 @@ private:
         bool hidden_key;
         SqliteWaitingRows::Tables tables;         // whose waiting rows it would miss
         std::vector<std::string> waiting_columns; // of an INSERT whose rows may wait; else none
+        bool asks_activity;                       // reads what is kept beside the log
+        bool asks_numbers;                        // reads what is kept beside the messages
     };
     /// What lives from Open to Close. Statements stand behind the database, so they go first.
     struct Session {
@@ -68,6 +72,8 @@ private:
         std::unique_ptr<SqliteStatement> data_version;
         std::unique_ptr<SqliteStatement> schema_version;
         std::unique_ptr<SqliteWaitingRows> waiting;
+        std::unique_ptr<SqliteActivity> activity;
+        std::unique_ptr<SqliteMessageNumbers> numbers;
         bool in_turn = false;    // a transaction was begun and not committed yet
         bool changed = false;    // something succeeded in it
         bool turn_lost = false;  // the database threw away what had succeeded
@@ -84,6 +90,8 @@ private:
     /// Writes what waits for these tables: somebody is about to read it.
     void write_waiting(Session& open, SqliteWaitingRows::Tables tables);
     void write_last(Session& open);
+    /// Makes ready what a statement is about to read.
+    void write_for(Session& open, const Prepared& prepared);
     void note_change(const Table& table);
     void notice_others(Session& open);
     void begin_turn(Session& open);

@@ -83,4 +83,16 @@ private:
     std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
 };
 
+/// Ends a statement's run on every way out, so that it holds no lock and no value of its caller.
+class SqliteRun {
+public:
+    explicit SqliteRun(SqliteStatement& statement) : statement_(statement) { }
+    SqliteRun(const SqliteRun&) = delete;
+    SqliteRun& operator=(const SqliteRun&) = delete;
+    ~SqliteRun() { statement_.reset(); }
+
+private:
+    SqliteStatement& statement_;
+};
+
 } // namespace qz::platform

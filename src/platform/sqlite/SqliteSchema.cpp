@@ -134,9 +134,72 @@ DROP INDEX IF EXISTS messages_MsgID;
 DROP INDEX IF EXISTS messages_From_To_MsgID;
 )sql";
 
+// An index that begins with the user costs a page of its own for each user of a turn. Of a user's lines only
+// the first, the last, and the logons are ever asked for: SqliteActivity keeps the first two, and sees to
+// rows of `log` up to SeenUntil. Who removes or changes such a row makes it begin anew.
+constexpr const char* kUserActivity = R"sql(
+CREATE TABLE IF NOT EXISTS useractivity (
+    UserName TEXT COLLATE NOCASE PRIMARY KEY,
+    FirstTime TEXT,
+    LastTime TEXT
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS useractivityseen (
+    IDSeen INTEGER PRIMARY KEY,
+    SeenUntil INTEGER
+);
+DELETE FROM useractivity;
+INSERT OR REPLACE INTO useractivityseen VALUES (1, 0);
+CREATE TRIGGER IF NOT EXISTS log_removed AFTER DELETE ON log
+WHEN OLD.IDLog <= (SELECT SeenUntil FROM useractivityseen)
+BEGIN
+    DELETE FROM useractivity;
+    UPDATE useractivityseen SET SeenUntil = 0;
+END;
+CREATE TRIGGER IF NOT EXISTS log_changed AFTER UPDATE OF IDLog, ActionTime, UserName ON log
+WHEN OLD.IDLog <= (SELECT SeenUntil FROM useractivityseen)
+BEGIN
+    DELETE FROM useractivity;
+    UPDATE useractivityseen SET SeenUntil = 0;
+END;
+CREATE INDEX IF NOT EXISTS log_LogOns ON log (UserName, ActionTime)
+    WHERE instr(Action, 'LogOn successfully') > 0;
+DROP INDEX IF EXISTS log_UserName_ActionTime;
+)sql";
+
+// Numbers of messages are drawn at random, so an index of `messages` by number costs a page of its own with
+// every message once it is large. SqliteMessageNumbers enters them here in order, many at a time, up to the
+// row SeenUntil. The triggers keep true what was entered.
+constexpr const char* kMessageNumbers = R"sql(
+CREATE TABLE IF NOT EXISTS messagenumbers (
+    MsgID NUMERIC,
+    IDMessage INTEGER,
+    PRIMARY KEY (MsgID, IDMessage)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS messagenumbersseen (
+    IDSeen INTEGER PRIMARY KEY,
+    SeenUntil INTEGER
+);
+INSERT OR IGNORE INTO messagenumbers (MsgID, IDMessage)
+    SELECT MsgID, IDMessage FROM messages WHERE MsgID IS NOT NULL ORDER BY MsgID;
+INSERT OR REPLACE INTO messagenumbersseen VALUES (1, (SELECT coalesce(max(IDMessage), 0) FROM messages));
+CREATE TRIGGER IF NOT EXISTS messages_removed AFTER DELETE ON messages
+BEGIN
+    DELETE FROM messagenumbers WHERE MsgID = OLD.MsgID AND IDMessage = OLD.IDMessage;
+    UPDATE messagenumbersseen SET SeenUntil = 0 WHERE NOT EXISTS (SELECT 1 FROM messages);
+END;
+CREATE TRIGGER IF NOT EXISTS messages_renumbered AFTER UPDATE OF IDMessage, MsgID ON messages
+BEGIN
+    DELETE FROM messagenumbers WHERE MsgID = OLD.MsgID AND IDMessage = OLD.IDMessage;
+    INSERT OR IGNORE INTO messagenumbers (MsgID, IDMessage)
+        SELECT NEW.MsgID, NEW.IDMessage WHERE NEW.MsgID IS NOT NULL;
+END;
+DROP INDEX IF EXISTS messages_MsgID_To_From;
+)sql";
+
 /// The migration at position n leads from version n to version n + 1. What was released is never changed; new
 /// tables and columns are a new entry.
-constexpr std::array kMigrations{kFirstTables, kSafeguardTables, kOneMessageIndex};
+constexpr std::array kMigrations{
+    kFirstTables, kSafeguardTables, kOneMessageIndex, kUserActivity, kMessageNumbers};
 
 int version_of(SqliteDatabase& database)
 {
