@@ -19,7 +19,7 @@ constexpr std::int64_t kLongestPause = 240;         // between two attempts at a
 constexpr int kMostDoublings = 4;                   // of the first pause, until it is the longest
 constexpr std::int32_t kMostResends = 1000;         // in one walk, so that a tick stays short
 constexpr std::int64_t kNumbersAtStart = 1'000'000; // take up to half a second
-constexpr std::int64_t kNumbersATick = 2'000;
+constexpr std::int64_t kNumbersATick = 5'000;
 constexpr std::int64_t kSecondsPerMinute = 60;
 constexpr std::int64_t kSecondsPerDay = 86400;
 
@@ -236,14 +236,19 @@ void MessageQueue::QueueMessage_SetToDelivered(double msg_id, const std::string&
         }
         kept_.changing(table_.at(*place));
         table_.set_delivered(*place, clock_.now());
-        const auto entry = table_.at(*place); // a copy: sending the receipt may yield
-        journal_.Log("Message confirmed with MsgID " + decimal(msg_id) + sender_and_recipient(entry),
-            entry.recipient, protocol_keywords().HostAddress);
-        if (entry.row != 0) {
+        // Copies: the entry goes, and others may act on the log line or while the receipt is sent.
+        const auto sender = table_.at(*place).sender;
+        const auto its_recipient = table_.at(*place).recipient;
+        const bool receipt = table_.at(*place).receipt_requested;
+        const bool kept = table_.at(*place).row != 0;
+        journal_.Log(
+            "Message confirmed with MsgID " + decimal(msg_id) + sender_and_recipient(table_.at(*place)),
+            its_recipient, protocol_keywords().HostAddress);
+        if (kept) {
             QueueMessage_MoveFromQueue_local(*place); // not with the next sweep: its receipt tells of it now
         }
-        if (entry.receipt_requested) {
-            delivery_.send_receipt(entry.sender, entry.recipient, msg_id);
+        if (receipt) {
+            delivery_.send_receipt(sender, its_recipient, msg_id);
         }
     });
 }

@@ -46,9 +46,13 @@ std::int64_t MessageRows::save(const QueueEntry& entry)
 bool MessageRows::contains(const std::string& sender, const std::string& recipient, double msg_id)
 {
     if (all_numbers_read() && !numbers_.may_hold(msg_id)) {
+        new_number_ = msg_id;
         return false;
     }
     const bool saved = saved_.contains(hash_of(sender, recipient, msg_id)); // or one with the same hash
+    if (!saved && msg_id == new_number_) {
+        return false;
+    }
     return database_.connection().finds(saved ? statements::kSelectMessage : statements::kFindMessage,
         {quoted(sender), quoted(recipient), decimal(msg_id)});
 }

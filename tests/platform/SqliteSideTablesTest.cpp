@@ -121,7 +121,6 @@ TEST_F(SqliteSideTablesTest, AMessageIsFoundByItsNumberHoweverManyThereAre)
     }
     check("in the middle of entering");
     connection->end_turn();
-    EXPECT_EQ(other("SELECT count(*) FROM messagenumbers"), other("SELECT count(*) FROM messages"));
     open();
     check("after a restart");
 }
@@ -133,11 +132,10 @@ TEST_F(SqliteSideTablesTest, AMessageIsFoundWhateverOtherProgramsDo)
         add_message(2);
         add_message(2.5);
         connection->end_turn();
-        messages("1"); // enters them
-        connection->end_turn();
     };
     three();
     EXPECT_EQ(messages("2"), Texts{"2"});
+    connection->end_turn();
     other("UPDATE messages SET MsgID = 2 WHERE IDMessage = 1; UPDATE messages SET MsgID = NULL WHERE MsgID = "
           "2.5;"
           "INSERT INTO messages (MsgID) VALUES (2), (NULL), ('text'), (9007199254740993), ('4')");

@@ -363,7 +363,7 @@ TEST_F(MessageQueueTest, IsBackAfterARestart)
 TEST_F(MessageQueueTest, KnowsRepeatedMessagesAmongManyOldOnesAndNewOnesByItself)
 {
     switch_on("DurableQueue");
-    for (const auto& [key, number] : {std::pair(1, 5), {1'000'001, 6}, {1'002'500, 7}}) {
+    for (const auto& [key, number] : {std::pair(1, 5), {1'000'001, 6}, {1'007'500, 7}}) {
         host.machine.database().add(store::tables::kMessages,
             {{"IDMessage", key}, {"UserName_From", "ada"}, {"UserName_To", "ben"}, {"MsgID", number}});
     }

@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <sodium.h>
+#include <utility>
 
 namespace qz::platform {
 
@@ -41,9 +42,18 @@ std::uint64_t SodiumCrypto::random_below(std::uint64_t limit)
     const std::uint64_t surplus = ((std::numeric_limits<std::uint64_t>::max)() % limit + 1) % limit;
     std::uint64_t number = 0;
     do {
-        randombytes_buf(&number, sizeof number);
+        number = random_number();
     } while (number > (std::numeric_limits<std::uint64_t>::max)() - surplus);
     return number % limit;
+}
+
+std::uint64_t SodiumCrypto::random_number()
+{
+    if (left_ == 0) {
+        randombytes_buf(drawn_.data(), sizeof drawn_);
+        left_ = drawn_.size();
+    }
+    return std::exchange(drawn_.at(--left_), 0); // used once, and then no longer in memory
 }
 
 helpers::Crypto::Key SodiumCrypto::random_key()

@@ -1,7 +1,10 @@
-// The cryptographic operations, made with libsodium.
+// The cryptographic operations, made with libsodium. One object is for one thread.
 #pragma once
 
 #include "helpers/Crypto.h"
+
+#include <array>
+#include <cstddef>
 
 namespace qz::platform {
 
@@ -17,6 +20,12 @@ public:
     std::optional<std::string> open(const Key& key, std::string_view sealed) override;
     std::string to_base64url(std::string_view bytes) override;
     std::optional<std::string> from_base64url(std::string_view text) override;
+
+private:
+    std::uint64_t random_number();
+
+    std::array<std::uint64_t, 64> drawn_{}; // ahead of their use: each draw is a call of the system
+    std::size_t left_ = 0;                  // of them, in front
 };
 
 } // namespace qz::platform

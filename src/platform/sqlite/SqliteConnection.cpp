@@ -86,6 +86,16 @@ SqliteWaitingRows::Tables tables_in(std::string_view sql)
     return tables;
 }
 
+/// The parameter that messages are found with by their number; 0 when the text does not.
+int number_parameter_of(std::string_view sql)
+{
+    const auto comparison = sql.find("messagenumbers.MsgID = ?");
+    return comparison == std::string_view::npos ? 0
+                                                : 1
+            + static_cast<int>(
+                std::count(sql.begin(), sql.begin() + static_cast<std::ptrdiff_t>(comparison), '?'));
+}
+
 /// The columns that an INSERT names, whose values are the holes in the same order; none for another
 /// statement.
 std::vector<std::string> inserted_columns(std::string_view text)
@@ -180,7 +190,7 @@ bool SqliteConnection::finds(const Statement& statement, std::initializer_list<s
         return !query(fill(statement, values)).rows.empty();
     }
     auto& prepared = prepare(open, *match->shape);
-    write_for(open, prepared);
+    write_for(open, prepared, *match);
     const SqliteRun end(prepared.statement);
     bind(prepared, *match);
     const int code = prepared.statement.step();
@@ -216,7 +226,7 @@ void SqliteConnection::visit(const std::string& sql, const RowVisitor& visitor)
         Connection::visit(sql, visitor);
         return;
     }
-    write_for(open, prepared);
+    write_for(open, prepared, match);
     const SqliteRun end(prepared.statement);
     bind(prepared, match);
     int code = prepared.statement.step();
@@ -237,7 +247,7 @@ void SqliteConnection::visit(const std::string& sql, const RowVisitor& visitor)
 ResultSet SqliteConnection::run(Session& open, const Match& match)
 {
     auto& prepared = prepare(open, *match.shape);
-    write_for(open, prepared);
+    write_for(open, prepared, match);
     const SqliteRun end(prepared.statement);
     bind(prepared, match);
     auto result = run(open, prepared.statement, match.shape->statement.table);
@@ -378,14 +388,11 @@ SqliteConnection::Prepared& SqliteConnection::prepare(Session& open, const Shape
             statement.run_as = statement.run_embedded_as;
         }
         auto translation = translate(statement, kSqliteDialect);
-        const auto speaks_of = [&](const char* name) {
-            return translation.sql.find(name) != std::string::npos;
-        };
-        const bool asks_activity = speaks_of("useractivity");
+        const bool asks_activity = translation.sql.find("useractivity") != std::string::npos;
+        const auto number = number_parameter_of(translation.sql);
         const auto tables = statement.of_stored_rows ? 0 : tables_in(asks_activity ? "log" : translation.sql);
-        prepared = std::make_unique<Prepared>(
-            Prepared{SqliteStatement(open.database, translation.sql), std::move(translation.holes),
-                translation.hidden_key, tables, {}, asks_activity, speaks_of("messagenumbers")});
+        prepared = std::make_unique<Prepared>(Prepared{SqliteStatement(open.database, translation.sql),
+            std::move(translation.holes), translation.hidden_key, tables, {}, asks_activity, number});
         const auto* table = shape.statement.table;
         if (table != nullptr && SqliteWaitingRows::bit_of(table->name) != 0) {
             prepared->waiting_columns = inserted_columns(shape.statement.text);
@@ -426,16 +433,20 @@ void SqliteConnection::note_change(const Table& table)
     ++(known == own_changes_.end() ? own_changes_.emplace(table.name, 0).first : known)->second;
 }
 
-void SqliteConnection::write_for(Session& open, const Prepared& prepared)
+void SqliteConnection::write_for(Session& open, const Prepared& prepared, const Match& match)
 {
     write_waiting(open, prepared.tables);
     if (prepared.asks_activity && open.activity->is_behind()) {
         begin_turn(open);
         open.activity->catch_up();
     }
-    if (prepared.asks_numbers && open.numbers->is_behind()) {
-        begin_turn(open);
-        open.numbers->catch_up();
+    if (prepared.number_parameter != 0) {
+        const auto hole = prepared.holes[static_cast<std::size_t>(prepared.number_parameter) - 1];
+        const auto number = value_of(match.values[hole]);
+        if (open.numbers->lacks(number)) {
+            begin_turn(open);
+            open.numbers->enter_rows_with(number);
+        }
     }
 }
 

@@ -57,7 +57,8 @@ private:
         SqliteWaitingRows::Tables tables;         // whose waiting rows it would miss
         std::vector<std::string> waiting_columns; // of an INSERT whose rows may wait; else none
         bool asks_activity;                       // reads what is kept beside the log
-        bool asks_numbers;                        // reads what is kept beside the messages
+        int number_parameter; // the one with the number, when it reads what is kept beside the messages; else
+                              // 0
     };
     /// What lives from Open to Close. Statements stand behind the database, so they go first.
     struct Session {
@@ -91,7 +92,7 @@ private:
     void write_waiting(Session& open, SqliteWaitingRows::Tables tables);
     void write_last(Session& open);
     /// Makes ready what a statement is about to read.
-    void write_for(Session& open, const Prepared& prepared);
+    void write_for(Session& open, const Prepared& prepared, const Match& match);
     void note_change(const Table& table);
     void notice_others(Session& open);
     void begin_turn(Session& open);

@@ -2,17 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <sqlite3.h>
+#include <utility>
 #include <variant>
 
 namespace qz::platform {
 
 namespace {
 
-// A million numbers take about 5,000 pages, so of a batch a dozen share one; it takes 1 MiB of memory, and
-// whoever asks in between waits until it is entered, a tenth of a second.
+// A million numbers take about 5,000 pages, so of a batch a dozen share one; it takes 1 MiB of memory.
 constexpr std::size_t kBatch = 65'536;
 constexpr std::int64_t kRowsATurn = 1'000; // about a millisecond
+constexpr std::size_t kUnsorted = 1'024;   // looked through one by one
+constexpr auto kAllRows = (std::numeric_limits<std::int64_t>::max)();
 
 /// Every number that a client can give; not what other programs can write besides.
 std::optional<double> common_number(const Value& value)
@@ -25,81 +28,109 @@ std::optional<double> common_number(const Value& value)
     return std::abs(number) < kLargest ? std::optional(number) : std::nullopt;
 }
 
+constexpr auto kByNumber = [](const auto& left, const auto& right) {
+    return left.number < right.number;
+};
+
 } // namespace
 
 SqliteMessageNumbers::Statements::Statements(SqliteDatabase& database)
     : last_row(database, "SELECT coalesce(max(IDMessage), 0) FROM messages"),
       seen(database, "SELECT SeenUntil FROM messagenumbersseen"),
       set_seen(database, "UPDATE messagenumbersseen SET SeenUntil = ?"),
-      enter_all(database,
-          "INSERT OR IGNORE INTO messagenumbers (MsgID, IDMessage) SELECT MsgID, IDMessage FROM messages "
-          "WHERE IDMessage > ? AND MsgID IS NOT NULL ORDER BY MsgID"),
       next_rows(
           database, "SELECT IDMessage, MsgID FROM messages WHERE IDMessage > ? ORDER BY IDMessage LIMIT ?"),
       enter(database, "INSERT OR IGNORE INTO messagenumbers (MsgID, IDMessage) VALUES (?, ?)")
 {
 }
 
-bool SqliteMessageNumbers::is_behind()
+bool SqliteMessageNumbers::lacks(const Value& number)
 {
-    return read(statements().last_row) > seen();
+    collect(kAllRows);
+    bool found = !uncommon_.empty();
+    if (const auto common = common_number(number)) {
+        visit_rows_with(*common, [&](const Numbered&) { found = true; });
+    }
+    return found;
 }
 
-void SqliteMessageNumbers::catch_up()
+void SqliteMessageNumbers::enter_rows_with(const Value& number)
 {
-    const auto last = read(statements().last_row);
-    auto& enter = statements().enter_all;
-    enter.bind(1, Value(seen()));
-    run(enter);
-    set_seen(last);
-    forget_batch();
+    while (!uncommon_.empty()) {
+        enter(uncommon_.back().first, uncommon_.back().second);
+        uncommon_.pop_back();
+    }
+    if (const auto common = common_number(number)) {
+        visit_rows_with(*common, [&](const Numbered& each) { enter(number, each.row); });
+    }
 }
 
 void SqliteMessageNumbers::advance()
 {
-    if (!entering_) {
-        collect();
-    } else {
+    collect(kRowsATurn);
+    enter_rows_with({}); // no number: only what is uncommon
+    if (entering_.empty() && collected_.size() >= kBatch) {
+        begin_entering();
+    }
+    if (!entering_.empty()) {
         enter_some();
     }
 }
 
-void SqliteMessageNumbers::collect()
+/// Takes the next rows of the table, so many at most.
+void SqliteMessageNumbers::collect(std::int64_t rows)
 {
-    auto& rows = statements().next_rows;
-    const SqliteRun end(rows);
-    rows.bind(1, Value((std::max)(batch_until_, seen())));
-    rows.bind(2, Value(kRowsATurn));
-    int code = rows.step();
-    for (; code == SQLITE_ROW; code = rows.step()) {
-        const auto row = std::get<std::int64_t>(rows.column(0).held());
-        const auto value = rows.column(1);
+    if (unsure_) {
+        look_again();
+    }
+    auto& next = statements().next_rows;
+    const SqliteRun end(next);
+    next.bind(1, Value((std::max)(collected_until_, seen_)));
+    next.bind(2, Value(rows));
+    int code = next.step();
+    for (; code == SQLITE_ROW; code = next.step()) {
+        collected_until_ = std::get<std::int64_t>(next.column(0).held());
+        auto value = next.column(1);
         if (const auto number = common_number(value)) {
-            batch_.push_back({*number, row});
+            collected_.push_back({*number, collected_until_});
         } else if (!value.is_null()) {
-            enter(value, row);
+            uncommon_.emplace_back(std::move(value), collected_until_);
         }
-        batch_until_ = row;
     }
     if (code != SQLITE_DONE) {
         throw database_.error(code);
     }
-    if (batch_.size() >= kBatch) {
-        std::sort(batch_.begin(), batch_.end(),
-            [](const Numbered& left, const Numbered& right) { return left.number < right.number; });
-        entering_ = true;
+    if (collected_.size() - sorted_ > kUnsorted) {
+        sort_new();
     }
+}
+
+void SqliteMessageNumbers::sort_new()
+{
+    const auto middle = collected_.begin() + static_cast<std::ptrdiff_t>(sorted_);
+    std::sort(middle, collected_.end(), kByNumber);
+    std::inplace_merge(collected_.begin(), middle, collected_.end(), kByNumber);
+    sorted_ = collected_.size();
+}
+
+void SqliteMessageNumbers::begin_entering()
+{
+    sort_new();
+    entering_ = std::exchange(collected_, {});
+    entering_until_ = collected_until_;
+    entered_ = 0;
+    sorted_ = 0;
 }
 
 void SqliteMessageNumbers::enter_some()
 {
-    const auto until = (std::min)(batch_entered_ + kRowsATurn, batch_.size());
-    for (; batch_entered_ < until; ++batch_entered_) {
-        enter(Value(batch_[batch_entered_].number), batch_[batch_entered_].row);
+    const auto until = (std::min)(entered_ + kRowsATurn, entering_.size());
+    for (; entered_ < until; ++entered_) {
+        enter(Value(entering_[entered_].number), entering_[entered_].row);
     }
-    if (batch_entered_ == batch_.size()) {
-        set_seen(batch_until_);
-        forget_batch();
+    if (entered_ == entering_.size()) {
+        set_seen(entering_until_);
+        entering_ = {};
     }
 }
 
@@ -111,26 +142,46 @@ void SqliteMessageNumbers::enter(const Value& number, std::int64_t row)
     run(statement);
 }
 
+/// Those that are not entered, or may not be.
+template <typename Visit> void SqliteMessageNumbers::visit_rows_with(double number, Visit visit) const
+{
+    const Numbered wanted{number, 0};
+    const auto visit_sorted = [&](auto begin, auto end) {
+        const auto [first, last] = std::equal_range(begin, end, wanted, kByNumber);
+        std::for_each(first, last, visit);
+    };
+    const auto sorted_end = collected_.begin() + static_cast<std::ptrdiff_t>(sorted_);
+    visit_sorted(entering_.begin(), entering_.end());
+    visit_sorted(collected_.begin(), sorted_end);
+    std::for_each(sorted_end, collected_.end(), [&](const Numbered& each) {
+        if (each.number == number) {
+            visit(each);
+        }
+    });
+}
+
 void SqliteMessageNumbers::turn_lost()
 {
-    others_wrote();
-    forget_batch();
+    unsure_ = true;
+    forget();
 }
 
-void SqliteMessageNumbers::forget_batch()
+void SqliteMessageNumbers::look_again()
 {
-    batch_.clear();
-    batch_until_ = 0;
-    entering_ = false;
-    batch_entered_ = 0;
-}
-
-std::int64_t SqliteMessageNumbers::seen()
-{
-    if (!seen_) {
-        seen_ = read(statements().seen);
+    seen_ = read(statements().seen);
+    if (read(statements().last_row) < collected_until_) {
+        forget(); // keys may begin anew
     }
-    return *seen_;
+    unsure_ = false;
+}
+
+void SqliteMessageNumbers::forget()
+{
+    entering_ = {};
+    collected_ = {};
+    sorted_ = 0;
+    collected_until_ = 0;
+    uncommon_.clear();
 }
 
 void SqliteMessageNumbers::set_seen(std::int64_t row)
