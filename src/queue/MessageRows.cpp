@@ -39,7 +39,11 @@ std::int64_t MessageRows::save(const QueueEntry& entry)
     if (read_until_) {
         numbers_.add(entry.MsgID);
     }
-    saved_.insert(hash_of(entry.sender, entry.recipient, entry.MsgID));
+    const auto hash = hash_of(entry.sender, entry.recipient, entry.MsgID);
+    saved_.insert(hash);
+    if (entry.MsgID == new_number_) {
+        saved_with_it_.insert(hash);
+    }
     return key;
 }
 
@@ -47,12 +51,14 @@ bool MessageRows::contains(const std::string& sender, const std::string& recipie
 {
     if (all_numbers_read() && !numbers_.may_hold(msg_id)) {
         new_number_ = msg_id;
+        saved_with_it_.clear();
         return false;
     }
-    const bool saved = saved_.contains(hash_of(sender, recipient, msg_id)); // or one with the same hash
-    if (!saved && msg_id == new_number_) {
+    const auto hash = hash_of(sender, recipient, msg_id);
+    if (msg_id == new_number_ && !saved_with_it_.contains(hash)) {
         return false;
     }
+    const bool saved = saved_.contains(hash); // or one with the same hash
     return database_.connection().finds(saved ? statements::kSelectMessage : statements::kFindMessage,
         {quoted(sender), quoted(recipient), decimal(msg_id)});
 }
@@ -84,6 +90,7 @@ void MessageRows::forget()
 {
     numbers_.clear();
     read_until_.reset();
+    new_number_.reset();
 }
 
 void MessageRows::write_back(const QueueEntry& entry)

@@ -48,11 +48,7 @@ public:
     /// Another database may be connected: numbers are read anew.
     void forget();
     /// What was saved until now is stored, or lost.
-    void turn_ended()
-    {
-        saved_.clear();
-        new_number_.reset();
-    }
+    void turn_ended() { saved_.clear(); }
 
 private:
     void set_state(const QueueEntry& entry);
@@ -63,9 +59,10 @@ private:
     std::int64_t last_before_ = 0;           // key of the last row that was there before
     std::optional<std::int64_t> read_until_; // key up to which numbers are read; none: not begun
     std::unordered_set<std::size_t> saved_;  // in this turn: hashes of MsgID, recipient and sender
-    /// The last number that was new to the filter in this turn. Only rows of this turn have it: those of a
-    /// message to a room, one for each member.
+    /// The last number that was new to the filter: only what was saved since has it. A message to a room is
+    /// saved for one member after the other.
     std::optional<double> new_number_;
+    std::unordered_set<std::size_t> saved_with_it_; // hashes
     // Kept for their memory: they are filled anew for every message.
     platform::RowChange new_row_{{"UserName_From", "UserName_To", "MsgID"}, std::vector<platform::Value>(3)};
     platform::RowChange state_{{"ReceiptRequested", "Sent", "SentTime", "ReceivedTime", "ExpirationTime",

@@ -33,6 +33,12 @@ void remove(Index& index, const Key& key, const Member& member)
     }
 }
 
+/// The same for names that differ in letter case only.
+std::size_t hash_of(const std::string& name)
+{
+    return std::hash<std::string>{}(lower(name));
+}
+
 } // namespace
 
 QueueTable::Place QueueTable::put(QueueEntry entry)
@@ -59,7 +65,7 @@ QueueTable::Place QueueTable::place(QueueEntry entry)
     place_of_.emplace(placed.number, place);
     count(placed, 1);
     if (!placed.delivered) {
-        undelivered_[placed.MsgID].insert(place);
+        undelivered_[placed.MsgID].emplace(hash_of(placed.recipient), place);
     }
     if (finished) {
         finished_.insert(place);
@@ -81,7 +87,7 @@ void QueueTable::free(Place place)
     leave_unconfirmed(place);
     place_of_.erase(entry.number);
     count(entry, -1);
-    remove(undelivered_, entry.MsgID, place);
+    remove(undelivered_, entry.MsgID, std::pair(hash_of(entry.recipient), place));
     by_expiration_.erase({entry.expiration_time, place});
     finished_.erase(place);
     entry = {};
@@ -115,23 +121,44 @@ std::optional<QueueTable::Place> QueueTable::numbered(std::int64_t number) const
 
 std::optional<QueueTable::Place> QueueTable::undelivered(double msg_id, const std::string& recipient) const
 {
+    if (!recipient.empty()) {
+        return find_undelivered(msg_id, recipient,
+            [&](const QueueEntry& entry) { return equal_ignoring_case(entry.recipient, recipient); });
+    }
     const auto found = undelivered_.find(msg_id);
     if (found == undelivered_.end()) {
         return std::nullopt;
     }
-    const auto place = std::find_if(found->second.begin(), found->second.end(), [&](Place each) {
-        return recipient.empty() || equal_ignoring_case(entries_[each].recipient, recipient);
-    });
-    return place == found->second.end() ? std::nullopt : std::optional(*place);
+    const auto by_place = [](const auto& left, const auto& right) {
+        return left.second < right.second;
+    };
+    return std::min_element(found->second.begin(), found->second.end(), by_place)->second;
 }
 
 bool QueueTable::holds(const std::string& sender, const std::string& recipient, double msg_id) const
 {
+    return find_undelivered(msg_id, recipient, [&](const QueueEntry& entry) {
+        return entry.recipient == recipient && entry.sender == sender;
+    }).has_value();
+}
+
+/// The first entry with the MsgID and for the recipient, in any letter case, that meets a condition.
+template <typename Condition>
+std::optional<QueueTable::Place> QueueTable::find_undelivered(
+    double msg_id, const std::string& recipient, Condition condition) const
+{
     const auto found = undelivered_.find(msg_id);
-    return found != undelivered_.end()
-        && std::any_of(found->second.begin(), found->second.end(), [&](Place place) {
-               return entries_[place].recipient == recipient && entries_[place].sender == sender;
-           });
+    if (found == undelivered_.end()) {
+        return std::nullopt;
+    }
+    const auto hash = hash_of(recipient);
+    for (auto each = found->second.lower_bound({hash, 0}); each != found->second.end() && each->first == hash;
+         ++each) {
+        if (condition(entries_[each->second])) {
+            return each->second;
+        }
+    }
+    return std::nullopt;
 }
 
 std::size_t QueueTable::count_from(const std::string& sender, bool to_room) const
@@ -289,7 +316,7 @@ void QueueTable::set_delivered(Place place, DateTime now)
     auto& entry = entries_[place];
     entry.delivered = true;
     entry.delivered_time = now;
-    remove(undelivered_, entry.MsgID, place);
+    remove(undelivered_, entry.MsgID, std::pair(hash_of(entry.recipient), place));
     by_expiration_.erase({entry.expiration_time, place});
     leave_unconfirmed(place);
     finished_.insert(place);

@@ -85,6 +85,9 @@ private:
     using Numbers = std::set<std::int64_t>;
 
     Place place(QueueEntry entry);
+    template <typename Condition>
+    std::optional<Place> find_undelivered(
+        double msg_id, const std::string& recipient, Condition condition) const;
     std::optional<Place> head_of(const std::string& recipient) const;
     void count(const QueueEntry& entry, std::int64_t change);
     void enter_line(Place place);
@@ -103,7 +106,8 @@ private:
     std::unordered_map<std::string, std::int64_t> written_to_users_; // by sender
     std::unordered_map<std::string, std::int64_t> written_to_rooms_; // by sender
     std::unordered_map<std::string, std::int64_t> waiting_for_;      // by recipient, without rooms
-    std::unordered_map<double, std::set<Place>> undelivered_;
+    /// By MsgID, which the messages to a room share, one for each member: hash of the recipient, place.
+    std::unordered_map<double, std::set<std::pair<std::size_t, Place>>> undelivered_;
     // The oldest unsent entry of each recipient stands in exactly one of these two.
     std::set<Place> due_;
     std::set<std::pair<DateTime, Place>> tried_;         // by last attempt
