@@ -15,8 +15,11 @@ constexpr std::size_t kActionWidth = 255;
 
 /// Cuts a cleaned text to a column's width. In a cleaned text quotes come in pairs; a cut through a pair
 /// would leave half of it, which would end the literal early.
-std::string cut_cleaned(const std::string& cleaned, std::size_t width)
+std::string cut_cleaned(std::string cleaned, std::size_t width)
 {
+    if (cleaned.size() <= width) {
+        return cleaned;
+    }
     auto cut = first_characters(cleaned, width);
     const auto last_other = cut.find_last_not_of('\'');
     const auto quotes = last_other == std::string_view::npos ? cut.size() : cut.size() - last_other - 1;
