@@ -6,6 +6,7 @@
 #include "helpers/ProtocolKeywords.h"
 
 #include <cstdint>
+#include <limits>
 #include <string_view>
 
 namespace qz::protocol {
@@ -20,7 +21,9 @@ constexpr std::size_t kFillers = 2;
 net::Envelope EnvelopeReader::CheckMsgIncomingRules(const std::string& data)
 {
     return guarded(journal_, "CheckMsgIncomingRules", no_address, net::Envelope{}, [&] {
-        to_integer<std::int16_t>(static_cast<double>(character_count(data))); // positions are 16 bits wide
+        if (data.size() > (std::numeric_limits<std::int16_t>::max)()) { // positions are 16 bits wide
+            to_integer<std::int16_t>(static_cast<double>(character_count(data)));
+        }
         return read(data);
     });
 }

@@ -5,26 +5,40 @@
 #include "helpers/ProtocolKeywords.h"
 #include "platform/Sockets.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
 namespace qz::queue {
 
 using helpers::protocol_keywords;
 
 namespace {
 
-/// ` key=value` with the value's blanks substituted, so that it ends where the next key begins.
-std::string field(const char* key, const std::string& value)
+/// Appends `key=value ` with the value's blanks substituted, so that it ends where the next key begins.
+void append_field(std::string& body, std::string_view key, std::string_view value)
 {
-    return std::string(key) + "=" + replace_all(value, " ", protocol_keywords().BlankSubstitute) + " ";
+    body.append(key).push_back('=');
+    const auto begin = static_cast<std::ptrdiff_t>(body.size());
+    body.append(value).push_back(' ');
+    std::replace(body.begin() + begin, body.end() - 1, ' ', protocol_keywords().BlankSubstitute.front());
 }
 
 std::string body_of(const QueueEntry& entry)
 {
-    const auto from = entry.to_room() ? protocol_keywords().RoomPrefix + entry.room : entry.sender;
-    return field("screennamefrom", from) + field("screennameto", entry.recipient)
-        + field("receivedtime", entry.received_time.text())
-        + field("expirationtime", entry.expiration_time.text())
-        + field("receiptrequested", helpers::boolean_text(entry.receipt_requested))
-        + (entry.to_room() ? field("roomsender", entry.sender) : "") + "msg=" + entry.text;
+    constexpr std::size_t kFields = 200; // about what all but the text takes
+    std::string body;
+    body.reserve(kFields + entry.text.size());
+    append_field(
+        body, "screennamefrom", entry.to_room() ? protocol_keywords().RoomPrefix + entry.room : entry.sender);
+    append_field(body, "screennameto", entry.recipient);
+    append_field(body, "receivedtime", entry.received_time.text());
+    append_field(body, "expirationtime", entry.expiration_time.text());
+    append_field(body, "receiptrequested", helpers::boolean_text(entry.receipt_requested));
+    if (entry.to_room()) {
+        append_field(body, "roomsender", entry.sender);
+    }
+    return body.append("msg=").append(entry.text);
 }
 
 } // namespace
