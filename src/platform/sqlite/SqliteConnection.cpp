@@ -2,14 +2,12 @@
 
 #include "base/Guarded.h"
 #include "base/Text.h"
-#include "platform/database/Dialect.h"
 #include "platform/sqlite/SqliteFunctions.h"
 #include "platform/sqlite/SqliteProvider.h"
 #include "platform/sqlite/SqliteSchema.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <utility>
 
 #include <sqlite3.h>
@@ -69,49 +67,6 @@ void take_keys(ResultSet& result, const Table* table, bool hidden)
     if (hidden) {
         result.columns.pop_back();
     }
-}
-
-/// The waiting tables that a text speaks of.
-SqliteWaitingRows::Tables tables_in(std::string_view sql)
-{
-    SqliteWaitingRows::Tables tables = 0;
-    std::size_t end = 0;
-    const auto is_letter = [&](std::size_t at) {
-        return std::isalpha(static_cast<unsigned char>(sql[at])) != 0;
-    };
-    for (std::size_t start = 0; start < sql.size(); start = end + 1) {
-        for (end = start; end < sql.size() && is_letter(end); ++end) { }
-        tables |= SqliteWaitingRows::bit_of(lower(sql.substr(start, end - start)));
-    }
-    return tables;
-}
-
-/// The parameter that messages are found with by their number; 0 when the text does not.
-int number_parameter_of(std::string_view sql)
-{
-    const auto comparison = sql.find("messagenumbers.MsgID = ?");
-    return comparison == std::string_view::npos ? 0
-                                                : 1
-            + static_cast<int>(
-                std::count(sql.begin(), sql.begin() + static_cast<std::ptrdiff_t>(comparison), '?'));
-}
-
-/// The columns that an INSERT names, whose values are the holes in the same order; none for another
-/// statement.
-std::vector<std::string> inserted_columns(std::string_view text)
-{
-    std::vector<std::string> words;
-    Tokenizer tokens(text, Holes::Yes);
-    for (auto token = tokens.next(); token.kind != TokenKind::End; token = tokens.next()) {
-        if (token.kind == TokenKind::Word) {
-            words.emplace_back(token.text);
-        }
-    }
-    constexpr std::size_t kBefore = 3; // INSERT INTO table
-    if (words.size() <= kBefore + 1 || lower(words.front()) != "insert" || lower(words.back()) != "values") {
-        return {};
-    }
-    return {words.begin() + kBefore, words.end() - 1};
 }
 
 } // namespace
@@ -192,7 +147,7 @@ bool SqliteConnection::finds(const Statement& statement, std::initializer_list<s
     auto& prepared = prepare(open, *match->shape);
     write_for(open, prepared, *match);
     const SqliteRun end(prepared.statement);
-    bind(prepared, *match);
+    prepared.bind(*match);
     const int code = prepared.statement.step();
     if (code != SQLITE_ROW && code != SQLITE_DONE) {
         fail(open, code);
@@ -228,7 +183,7 @@ void SqliteConnection::visit(const std::string& sql, const RowVisitor& visitor)
     }
     write_for(open, prepared, match);
     const SqliteRun end(prepared.statement);
-    bind(prepared, match);
+    prepared.bind(match);
     int code = prepared.statement.step();
     const auto columns =
         prepared.statement.columns(); // only now: the first step notices columns that were added
@@ -249,7 +204,7 @@ ResultSet SqliteConnection::run(Session& open, const Match& match)
     auto& prepared = prepare(open, *match.shape);
     write_for(open, prepared, match);
     const SqliteRun end(prepared.statement);
-    bind(prepared, match);
+    prepared.bind(match);
     auto result = run(open, prepared.statement, match.shape->statement.table);
     take_keys(result, match.shape->statement.table, prepared.hidden_key);
     return result;
@@ -379,33 +334,13 @@ SqliteConnection::Session& SqliteConnection::session()
     return *session_;
 }
 
-SqliteConnection::Prepared& SqliteConnection::prepare(Session& open, const Shape& shape)
+SqlitePrepared& SqliteConnection::prepare(Session& open, const Shape& shape)
 {
     auto& prepared = open.prepared[shape.number];
     if (!prepared) {
-        auto statement = shape.statement;
-        if (!statement.run_embedded_as.empty()) {
-            statement.run_as = statement.run_embedded_as;
-        }
-        auto translation = translate(statement, kSqliteDialect);
-        const bool asks_activity = translation.sql.find("useractivity") != std::string::npos;
-        const auto number = number_parameter_of(translation.sql);
-        const auto tables = statement.of_stored_rows ? 0 : tables_in(asks_activity ? "log" : translation.sql);
-        prepared = std::make_unique<Prepared>(Prepared{SqliteStatement(open.database, translation.sql),
-            std::move(translation.holes), translation.hidden_key, tables, {}, asks_activity, number});
-        const auto* table = shape.statement.table;
-        if (table != nullptr && SqliteWaitingRows::bit_of(table->name) != 0) {
-            prepared->waiting_columns = inserted_columns(shape.statement.text);
-        }
+        prepared = std::make_unique<SqlitePrepared>(open.database, shape);
     }
     return *prepared;
-}
-
-void SqliteConnection::bind(Prepared& prepared, const Match& match)
-{
-    for (std::size_t i = 0; i < prepared.holes.size(); ++i) {
-        prepared.statement.bind(static_cast<int>(i) + 1, match.values[prepared.holes[i]]);
-    }
 }
 
 bool SqliteConnection::waits(const Table& table, const RowChange& row)
@@ -433,20 +368,16 @@ void SqliteConnection::note_change(const Table& table)
     ++(known == own_changes_.end() ? own_changes_.emplace(table.name, 0).first : known)->second;
 }
 
-void SqliteConnection::write_for(Session& open, const Prepared& prepared, const Match& match)
+void SqliteConnection::write_for(Session& open, const SqlitePrepared& prepared, const Match& match)
 {
     write_waiting(open, prepared.tables);
     if (prepared.asks_activity && open.activity->is_behind()) {
         begin_turn(open);
         open.activity->catch_up();
     }
-    if (prepared.number_parameter != 0) {
-        const auto hole = prepared.holes[static_cast<std::size_t>(prepared.number_parameter) - 1];
-        const auto number = value_of(match.values[hole]);
-        if (open.numbers->lacks(number)) {
-            begin_turn(open);
-            open.numbers->enter_rows_with(number);
-        }
+    if (const auto number = prepared.number_asked_for(match); number && open.numbers->lacks(*number)) {
+        begin_turn(open);
+        open.numbers->enter_rows_with(*number);
     }
 }
 

@@ -8,6 +8,7 @@
 #include "platform/sqlite/SqliteDatabase.h"
 #include "platform/sqlite/SqliteEdits.h"
 #include "platform/sqlite/SqliteMessageNumbers.h"
+#include "platform/sqlite/SqlitePrepared.h"
 #include "platform/sqlite/SqliteTables.h"
 #include "platform/sqlite/SqliteWaitingRows.h"
 
@@ -49,24 +50,13 @@ public:
     Maintenance& maintenance() override;
 
 private:
-    /// A statement of the catalogue, prepared.
-    struct Prepared {
-        SqliteStatement statement;
-        std::vector<std::size_t> holes; // of each parameter
-        bool hidden_key;
-        SqliteWaitingRows::Tables tables;         // whose waiting rows it would miss
-        std::vector<std::string> waiting_columns; // of an INSERT whose rows may wait; else none
-        bool asks_activity;                       // reads what is kept beside the log
-        int number_parameter; // the one with the number, when it reads what is kept beside the messages; else
-                              // 0
-    };
     /// What lives from Open to Close. Statements stand behind the database, so they go first.
     struct Session {
         explicit Session(const std::filesystem::path& file) : database(file) { }
 
         SqliteDatabase database;
         SqliteTables tables{database};
-        std::vector<std::unique_ptr<Prepared>> prepared; // by the shape's number
+        std::vector<std::unique_ptr<SqlitePrepared>> prepared; // by the shape's number
         SqliteEdits edits{database};
         std::unique_ptr<SqliteStatement> begin;
         std::unique_ptr<SqliteStatement> commit;
@@ -84,15 +74,14 @@ private:
     };
 
     Session& session();
-    static Prepared& prepare(Session& open, const Shape& shape);
-    static void bind(Prepared& prepared, const Match& match);
+    static SqlitePrepared& prepare(Session& open, const Shape& shape);
     static bool waits(const Table& table, const RowChange& row);
     template <typename Add> std::int64_t add_waiting(Session& open, const Table& table, Add add);
     /// Writes what waits for these tables: somebody is about to read it.
     void write_waiting(Session& open, SqliteWaitingRows::Tables tables);
     void write_last(Session& open);
     /// Makes ready what a statement is about to read.
-    void write_for(Session& open, const Prepared& prepared, const Match& match);
+    void write_for(Session& open, const SqlitePrepared& prepared, const Match& match);
     void note_change(const Table& table);
     void notice_others(Session& open);
     void begin_turn(Session& open);
