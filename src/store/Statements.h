@@ -128,9 +128,9 @@ inline constexpr Statement kSelectMessage{
     "SELECT * FROM messages WHERE UserName_From = '{}' AND UserName_To = '{}' AND MsgID = {} "
     "ORDER BY IDMessage DESC",
     &tables::kMessages, {}, false,
-    "SELECT messages.* FROM messagenumbers INNER JOIN messages ON messages.IDMessage = "
-    "messagenumbers.IDMessage "
-    "AND messages.MsgID = messagenumbers.MsgID WHERE messages.UserName_From = '{}' "
+    "SELECT messages.* FROM messagenumbers INNER JOIN messages "
+    "ON messages.IDMessage = messagenumbers.IDMessage AND messages.MsgID = messagenumbers.MsgID "
+    "WHERE messages.UserName_From = '{}' "
     "AND messages.UserName_To = '{}' AND messagenumbers.MsgID = {} ORDER BY messages.IDMessage DESC"};
 /// Whether a message is there: sender, recipient, MsgID.
 inline constexpr Statement kFindMessage{
@@ -147,16 +147,15 @@ inline constexpr Statement kSelectMsgIDs{
 /// Messages of anybody: MsgID.
 inline constexpr Statement kSelectMessagesByMsgID{"SELECT * FROM messages WHERE MsgID = {}",
     &tables::kMessages, {}, false,
-    "SELECT messages.* FROM messagenumbers INNER JOIN messages ON messages.IDMessage = "
-    "messagenumbers.IDMessage "
-    "AND messages.MsgID = messagenumbers.MsgID WHERE messagenumbers.MsgID = {} ORDER BY messages.IDMessage"};
+    "SELECT messages.* FROM messagenumbers INNER JOIN messages "
+    "ON messages.IDMessage = messagenumbers.IDMessage AND messages.MsgID = messagenumbers.MsgID "
+    "WHERE messagenumbers.MsgID = {} ORDER BY messages.IDMessage"};
 /// Messages to one user: MsgID, recipient.
 inline constexpr Statement kSelectMessagesOfRecipient{
     "SELECT * FROM messages WHERE MsgID = {} AND UserName_To = '{}'", &tables::kMessages, {}, false,
-    "SELECT messages.* FROM messagenumbers INNER JOIN messages ON messages.IDMessage = "
-    "messagenumbers.IDMessage "
-    "AND messages.MsgID = messagenumbers.MsgID WHERE messagenumbers.MsgID = {} AND messages.UserName_To = "
-    "'{}'"};
+    "SELECT messages.* FROM messagenumbers INNER JOIN messages "
+    "ON messages.IDMessage = messagenumbers.IDMessage AND messages.MsgID = messagenumbers.MsgID "
+    "WHERE messagenumbers.MsgID = {} AND messages.UserName_To = '{}'"};
 
 // queue
 

@@ -5,6 +5,7 @@
 #include "platform/sqlite/SqliteSchema.h"
 #include "support/ManualClock.h"
 #include "support/MemoryDatabase.h"
+#include "support/OtherProgram.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -20,35 +21,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <sqlite3.h>
-
 using namespace qz::platform;
 using namespace qz::store::statements;
 using namespace qz::store::tables;
 using qz::DatabaseError;
 using qz::EngineError;
 using qz::test::add_row;
+using qz::test::OtherProgram;
 using qz::test::rows_of;
 
 namespace {
-
-/// What another program does to the file, with no more than the plain library.
-class OtherProgram {
-public:
-    explicit OtherProgram(const std::filesystem::path& file) { sqlite3_open(file.c_str(), &handle_); }
-    OtherProgram(const OtherProgram&) = delete;
-    OtherProgram& operator=(const OtherProgram&) = delete;
-    ~OtherProgram() { sqlite3_close(handle_); }
-    void run(const std::string& sql)
-    {
-        char* message = nullptr;
-        EXPECT_EQ(sqlite3_exec(handle_, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
-            << sql << message;
-    }
-
-private:
-    sqlite3* handle_ = nullptr;
-};
 
 /// As long as it lives, no file of this process grows.
 class SmallDisk {

@@ -1,9 +1,9 @@
 // What the embedded database keeps beside the log and the messages gives the same answers as their rows.
-#include "base/EngineError.h"
 #include "platform/database/Recordset.h"
 #include "platform/sqlite/SqliteProvider.h"
 #include "support/ManualClock.h"
 #include "support/MemoryDatabase.h"
+#include "support/OtherProgram.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -13,8 +13,6 @@
 #include <random>
 #include <string>
 #include <vector>
-
-#include <sqlite3.h>
 
 using namespace qz::platform;
 using namespace qz::store::statements;
@@ -36,21 +34,7 @@ protected:
         connection = make_sqlite_connection(options, clock);
         connection->Open("");
     }
-    /// What another program does to the file, with no more than the plain library.
-    Texts other(const std::string& sql)
-    {
-        sqlite3* handle = nullptr;
-        sqlite3_open(file.c_str(), &handle);
-        Texts values;
-        const auto take = [](void* texts, int /*count*/, char** row, char** /*names*/) {
-            static_cast<Texts*>(texts)->emplace_back(row[0] == nullptr ? "null" : row[0]);
-            return 0;
-        };
-        char* message = nullptr;
-        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), take, &values, &message), SQLITE_OK) << sql << message;
-        sqlite3_close(handle);
-        return values;
-    }
+    Texts other(const std::string& sql) { return qz::test::OtherProgram(file).run(sql); }
     std::int64_t add_message(double number)
     {
         return connection->add_row(

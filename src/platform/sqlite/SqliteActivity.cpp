@@ -1,6 +1,5 @@
 #include "platform/sqlite/SqliteActivity.h"
 
-#include <sqlite3.h>
 #include <variant>
 
 namespace qz::platform {
@@ -55,31 +54,20 @@ void SqliteActivity::advance()
 std::optional<std::int64_t> SqliteActivity::next_end(std::int64_t lines)
 {
     auto& statement = statements().next_end;
-    const SqliteRun run_end(statement);
     statement.bind(1, Value(lines));
-    const int code = statement.step();
-    if (code != SQLITE_ROW) {
-        throw database_.error(code);
-    }
-    const auto value = statement.column(0);
+    const auto value = statement.read();
     const auto* end = std::get_if<std::int64_t>(&value.held());
     return end == nullptr ? std::nullopt : std::optional(*end);
 }
 
 void SqliteActivity::see_until(std::int64_t line)
 {
-    run(statements().take_up, line);
-    run(statements().set_seen, line);
-}
-
-void SqliteActivity::run(SqliteStatement& statement, std::int64_t line)
-{
-    const SqliteRun run_end(statement);
-    statement.bind(1, Value(line));
-    const int code = statement.step();
-    if (code != SQLITE_DONE) {
-        throw database_.error(code);
-    }
+    auto& take_up = statements().take_up;
+    auto& set_seen = statements().set_seen;
+    take_up.bind(1, Value(line));
+    take_up.run();
+    set_seen.bind(1, Value(line));
+    set_seen.run();
 }
 
 SqliteActivity::Statements& SqliteActivity::statements()

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <string>
 
 namespace qz::platform {
 
@@ -35,7 +34,6 @@ private:
 
     std::optional<std::int64_t> next_end(std::int64_t lines);
     void see_until(std::int64_t line);
-    void run(SqliteStatement& statement, std::int64_t line);
     Statements& statements();
 
     SqliteDatabase& database_;

@@ -145,12 +145,7 @@ void SqliteDatabase::run(const std::string& sql)
 
 Value SqliteDatabase::read(const std::string& sql)
 {
-    SqliteStatement statement(*this, sql);
-    const int code = statement.step();
-    if (code != SQLITE_ROW) {
-        throw error(code);
-    }
-    return statement.column(0);
+    return SqliteStatement(*this, sql).read();
 }
 
 bool SqliteDatabase::in_transaction() const
@@ -246,6 +241,25 @@ void SqliteStatement::bind_copy(int parameter, const std::string& text)
 int SqliteStatement::step()
 {
     return sqlite3_step(statement_.get());
+}
+
+void SqliteStatement::run()
+{
+    const SqliteRun end(*this);
+    const int code = step();
+    if (code != SQLITE_DONE) {
+        throw database_.error(code);
+    }
+}
+
+Value SqliteStatement::read()
+{
+    const SqliteRun end(*this);
+    const int code = step();
+    if (code != SQLITE_ROW) {
+        throw database_.error(code);
+    }
+    return column(0);
 }
 
 void SqliteStatement::reset()

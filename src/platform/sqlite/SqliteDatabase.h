@@ -65,6 +65,11 @@ public:
     void bind(int parameter, std::string_view text);
     /// @return SQLITE_ROW, SQLITE_DONE or the code of a failure.
     int step();
+    /// A whole run of a statement without a result.
+    /// @throws EngineError like read().
+    void run();
+    /// A whole run of a statement with one row: its first column.
+    Value read();
     /// Ends a run: locks and values are let go.
     void reset();
 

@@ -56,10 +56,7 @@ bool SqliteMessageNumbers::lacks(const Value& number)
 
 void SqliteMessageNumbers::enter_rows_with(const Value& number)
 {
-    while (!uncommon_.empty()) {
-        enter(uncommon_.back().first, uncommon_.back().second);
-        uncommon_.pop_back();
-    }
+    enter_uncommon();
     if (const auto common = common_number(number)) {
         visit_rows_with(*common, [&](const Numbered& each) { enter(number, each.row); });
     }
@@ -68,7 +65,7 @@ void SqliteMessageNumbers::enter_rows_with(const Value& number)
 void SqliteMessageNumbers::advance()
 {
     collect(kRowsATurn);
-    enter_rows_with({}); // no number: only what is uncommon
+    enter_uncommon();
     if (entering_.empty() && collected_.size() >= kBatch) {
         begin_entering();
     }
@@ -134,12 +131,20 @@ void SqliteMessageNumbers::enter_some()
     }
 }
 
+void SqliteMessageNumbers::enter_uncommon()
+{
+    while (!uncommon_.empty()) {
+        enter(uncommon_.back().first, uncommon_.back().second);
+        uncommon_.pop_back();
+    }
+}
+
 void SqliteMessageNumbers::enter(const Value& number, std::int64_t row)
 {
     auto& statement = statements().enter;
     statement.bind(1, number);
     statement.bind(2, Value(row));
-    run(statement);
+    statement.run();
 }
 
 /// Those that are not entered, or may not be.
@@ -168,8 +173,8 @@ void SqliteMessageNumbers::turn_lost()
 
 void SqliteMessageNumbers::look_again()
 {
-    seen_ = read(statements().seen);
-    if (read(statements().last_row) < collected_until_) {
+    seen_ = static_cast<std::int64_t>(statements().seen.read().number());
+    if (statements().last_row.read().number() < static_cast<double>(collected_until_)) {
         forget(); // keys may begin anew
     }
     unsure_ = false;
@@ -188,27 +193,8 @@ void SqliteMessageNumbers::set_seen(std::int64_t row)
 {
     auto& statement = statements().set_seen;
     statement.bind(1, Value(row));
-    run(statement);
+    statement.run();
     seen_ = row;
-}
-
-std::int64_t SqliteMessageNumbers::read(SqliteStatement& statement)
-{
-    const SqliteRun end(statement);
-    const int code = statement.step();
-    if (code != SQLITE_ROW) {
-        throw database_.error(code);
-    }
-    return static_cast<std::int64_t>(statement.column(0).number());
-}
-
-void SqliteMessageNumbers::run(SqliteStatement& statement)
-{
-    const SqliteRun end(statement);
-    const int code = statement.step();
-    if (code != SQLITE_DONE) {
-        throw database_.error(code);
-    }
 }
 
 SqliteMessageNumbers::Statements& SqliteMessageNumbers::statements()

@@ -47,13 +47,12 @@ private:
     void sort_new();
     void begin_entering();
     void enter_some();
+    void enter_uncommon();
     void enter(const Value& number, std::int64_t row);
     template <typename Visit> void visit_rows_with(double number, Visit visit) const;
     void look_again();
     void forget();
     void set_seen(std::int64_t row);
-    std::int64_t read(SqliteStatement& statement);
-    void run(SqliteStatement& statement);
     Statements& statements();
 
     SqliteDatabase& database_;

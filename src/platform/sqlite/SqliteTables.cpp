@@ -111,11 +111,7 @@ void SqliteTables::write_rows(const Table& table, const ResultSet& rows)
         for (std::size_t i = 0; i < row.size(); ++i) {
             statement.bind(static_cast<int>(i) + 1, row[i]);
         }
-        const int code = statement.step();
-        if (code != SQLITE_DONE) {
-            throw database_.error(code);
-        }
-        statement.reset();
+        statement.run();
     }
     transaction.commit();
 }
