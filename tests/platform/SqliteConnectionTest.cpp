@@ -1,6 +1,7 @@
 #include "platform/sqlite/SqliteProvider.h"
 
 #include "base/EngineError.h"
+#include "base/Guarded.h"
 #include "platform/database/Recordset.h"
 #include "platform/sqlite/SqliteSchema.h"
 #include "support/ManualClock.h"
@@ -10,10 +11,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <fstream>
 #include <iostream>
+#include <iterator>
+#include <map>
+#include <random>
 #include <sstream>
 #include <string>
 
@@ -219,6 +224,80 @@ TEST_F(SqliteConnectionTest, RowsThatWaitAreThoseThatAreWritten)
     const auto lines = rows_of(*connection, kLog);
     ASSERT_EQ(lines.rows.size(), 2U * kRows);
     EXPECT_EQ(lines.rows.back()[1].text(), clock.now().text());
+}
+
+/// Against a model that edits row by row: what waits must come to the same, whoever reads or writes between.
+TEST_F(SqliteConnectionTest, EditsThatWaitComeToTheSameAsOneAfterTheOther)
+{
+    using Fields = std::map<std::string, Value>;
+    using Rows = std::map<std::int64_t, Fields>;
+    const auto connection = open();
+    OtherProgram other(file);
+    std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same cases each time
+    const auto any = [&](int count) {
+        return std::uniform_int_distribution<int>(0, count - 1)(random);
+    };
+    const auto look = [&](const Rows& expected) {
+        const auto found = connection->query(std::string(kSelectQueue.text));
+        ASSERT_EQ(found.rows.size(), expected.size());
+        auto row = found.rows.begin();
+        for (const auto& [key, fields] : expected) {
+            ASSERT_EQ((*row)[0], Value(key));
+            EXPECT_EQ((*row)[3], fields.at("MsgID")) << key;
+            EXPECT_EQ((*row)[9], fields.at("Sent")) << key;
+            EXPECT_EQ((*row)[10], fields.at("SentTime")) << key;
+            ++row;
+        }
+    };
+    const std::vector<std::vector<std::string>> sets{{"Sent", "SentTime"}, {"SentTime", "Sent"}, {"MsgID"}};
+    Rows stored;
+    std::int64_t last_key = 0;
+    for (int turn = 0; turn < 200; ++turn) {
+        auto rows = stored;
+        for (int edit = any(120); edit > 0; --edit) {
+            const auto key = last_key - any(40);
+            const bool known = rows.contains(key);
+            if (const int kind = any(100); kind < 30) {
+                last_key = connection->insert_row(kQueue, {{"MsgID"}, {1}});
+                ASSERT_TRUE(
+                    rows.emplace(last_key, Fields{{"MsgID", 1}, {"Sent", 0}, {"SentTime", {}}}).second);
+            } else if (kind < 80) {
+                RowChange change{sets[static_cast<std::size_t>(any(10)) / 4], {}};
+                for (const auto& column : change.columns) {
+                    change.values.emplace_back(
+                        column == "SentTime" ? Value("at " + std::to_string(any(2))) : Value(any(2)));
+                }
+                // Whoever is told nothing about a row that is gone must not bring it back.
+                qz::attempt([&] { connection->update_row(kQueue, key, change); });
+                for (std::size_t i = 0; known && i < change.columns.size(); ++i) {
+                    rows[key][change.columns[i]] = change.values[i];
+                }
+            } else if (kind < 98) {
+                qz::attempt([&] { connection->delete_row(kQueue, key); });
+                rows.erase(key);
+            } else {
+                look(rows);
+            }
+        }
+        if (any(10) == 0) {
+            connection->abandon_turn();
+        } else {
+            connection->end_turn();
+            stored = rows;
+        }
+        if (any(4) == 0 && !stored.empty()) {
+            const auto taken = std::to_string(stored.rbegin()->first);
+            other.run("DELETE FROM queue WHERE IDQueue = " + taken);
+            stored.erase(std::prev(stored.end()));
+            EXPECT_EQ(error_of([&] {
+                connection->update_row(kQueue, std::stoll(taken), {{"MsgID"}, {2}});
+            }).number(),
+                number_of(DatabaseError::RowGone));
+            connection->end_turn();
+        }
+        look(stored);
+        last_key = (std::max)(last_key, stored.empty() ? 0 : stored.rbegin()->first);
+    }
 }
 
 TEST_F(SqliteConnectionTest, AFailingStatementFailsAlone)

@@ -95,7 +95,7 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     set_up(database, durability_);
     upgrade_schema(database);
     opening->prepared.resize(catalogue_.size());
-    opening->waiting = std::make_unique<SqliteWaitingRows>(database, clock_);
+    opening->waiting = std::make_unique<SqliteWaitingRows>(database, opening->edits, clock_);
     opening->activity = std::make_unique<SqliteActivity>(database, clock_);
     opening->numbers = std::make_unique<SqliteMessageNumbers>(database);
     opening->begin = std::make_unique<SqliteStatement>(database, "BEGIN IMMEDIATE");
@@ -234,8 +234,7 @@ std::int64_t SqliteConnection::insert_row(const Table& table, const RowChange& r
 void SqliteConnection::update_row(const Table& table, std::int64_t key, const RowChange& row)
 {
     auto& open = session();
-    if (waits(table, row) && open.waiting->change(table, key, row)) {
-        note_change(table);
+    if (edit_waiting(open, table, [&] { return open.waiting->change(table, key, row); })) {
         return;
     }
     if (run_edit(EditKind::Update, table, row, key) == 0) {
@@ -246,8 +245,7 @@ void SqliteConnection::update_row(const Table& table, std::int64_t key, const Ro
 void SqliteConnection::delete_row(const Table& table, std::int64_t key)
 {
     auto& open = session();
-    if (open.waiting->remove(table, key)) {
-        note_change(table);
+    if (edit_waiting(open, table, [&] { return open.waiting->remove(table, key); })) {
         return;
     }
     if (run_edit(EditKind::Delete, table, {}, key) == 0) {
@@ -341,6 +339,24 @@ SqlitePrepared& SqliteConnection::prepare(Session& open, const Shape& shape)
         prepared = std::make_unique<SqlitePrepared>(open.database, shape);
     }
     return *prepared;
+}
+
+template <typename Edit> bool SqliteConnection::edit_waiting(Session& open, const Table& table, Edit edit)
+{
+    const auto bit = SqliteWaitingRows::bit_of(table.name);
+    if (bit == 0) {
+        return false;
+    }
+    begin_turn(open); // what is known of stored rows holds as long as nobody else writes
+    const bool waits = edit();
+    if (waits) {
+        open.changed = true;
+        note_change(table);
+    }
+    if (waits ? open.waiting->full() : open.waiting->edits_wait(table)) {
+        write_waiting(open, waits ? open.waiting->waiting() : bit);
+    }
+    return waits;
 }
 
 bool SqliteConnection::waits(const Table& table, const RowChange& row)
@@ -483,6 +499,7 @@ std::int64_t SqliteConnection::run_edit(
         statement.bind(++parameter, value);
     }
     if (key) {
+        statement.bind(++parameter, Value(*key));
         statement.bind(++parameter, Value(*key));
     }
     run(open, statement, &table);

@@ -77,6 +77,8 @@ private:
     static SqlitePrepared& prepare(Session& open, const Shape& shape);
     static bool waits(const Table& table, const RowChange& row);
     template <typename Add> std::int64_t add_waiting(Session& open, const Table& table, Add add);
+    /// Lets an edit of a stored row wait, or makes way for one that cannot.
+    template <typename Edit> bool edit_waiting(Session& open, const Table& table, Edit edit);
     /// Writes what waits for these tables: somebody is about to read it.
     void write_waiting(Session& open, SqliteWaitingRows::Tables tables);
     void write_last(Session& open);

@@ -11,7 +11,7 @@ namespace {
 std::string text_of(EditKind kind, const Table& table, const std::vector<std::string>& columns)
 {
     const auto name = bracketed(table.name);
-    const auto where = " WHERE " + bracketed(table.key) + " = ?";
+    const auto where = " WHERE " + bracketed(table.key) + " BETWEEN ? AND ?";
     if (kind == EditKind::Delete) {
         return "DELETE FROM " + name + where;
     }

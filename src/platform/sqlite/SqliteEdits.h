@@ -1,4 +1,4 @@
-// The statements that change one row by its key, each prepared at its first use.
+// The statements that add, change and remove rows by their keys, each prepared at its first use.
 #pragma once
 
 #include "platform/database/Statement.h"
@@ -17,7 +17,8 @@ public:
     /// @param database  must outlive the object.
     explicit SqliteEdits(SqliteDatabase& database) : database_(database) { }
 
-    /// Its parameters are the columns' values, and then the row's key, but for an Insert.
+    /// Its parameters are the columns' values, and then the first and the last key of the rows to change or
+    /// remove; an Insert has no keys.
     /// @throws EngineError when the table or a column does not exist: names are checked at the first use.
     SqliteStatement& statement(EditKind kind, const Table& table, const std::vector<std::string>& columns);
 

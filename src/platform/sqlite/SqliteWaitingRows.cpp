@@ -13,8 +13,8 @@ namespace qz::platform {
 
 namespace {
 
-constexpr std::array<std::string_view, 3> kTables{"log", "messages", "queue"};
-constexpr std::size_t kMostBytes = std::size_t{1} << 20U;
+constexpr std::array<Table, 3> kTables{{{"log", "IDLog"}, {"messages", "IDMessage"}, {"queue", "IDQueue"}}};
+
 bool same_column(const std::string& left, const std::string& right)
 {
     return left == right || equal_ignoring_case(left, right);
@@ -22,15 +22,15 @@ bool same_column(const std::string& left, const std::string& right)
 
 } // namespace
 
-SqliteWaitingRows::SqliteWaitingRows(SqliteDatabase& database, const Clock& clock)
-    : database_(database), clock_(clock)
+SqliteWaitingRows::SqliteWaitingRows(SqliteDatabase& database, SqliteEdits& edits, const Clock& clock)
+    : database_(database), edits_(edits), clock_(clock)
 {
 }
 
 SqliteWaitingRows::Tables SqliteWaitingRows::bit_of(std::string_view table)
 {
     for (std::size_t i = 0; i < kTables.size(); ++i) {
-        if (kTables.at(i) == table) {
+        if (kTables.at(i).name == table) {
             return 1U << i;
         }
     }
@@ -39,10 +39,11 @@ SqliteWaitingRows::Tables SqliteWaitingRows::bit_of(std::string_view table)
 
 bool SqliteWaitingRows::full() const
 {
+    constexpr std::size_t kMostBytes = std::size_t{1} << 20U;
     constexpr std::size_t kMostCells = 100'000;
-    return texts_.size() > kMostBytes
+    return cells_.size() > kMostBytes
         || std::any_of(tables_.begin(), tables_.end(),
-            [](const Waiting& waiting) { return waiting.cells.size() > kMostCells; });
+            [](const Waiting& waiting) { return waiting.cells.size() + waiting.edits.size() > kMostCells; });
 }
 
 std::int64_t SqliteWaitingRows::add(const Table& table, const RowChange& row)
@@ -65,82 +66,66 @@ std::int64_t SqliteWaitingRows::add_all(
     const auto key = last_key(table) + 1;
     waiting.rows.push_back({&kind, waiting.cells.size()});
     for (const auto& value : values) {
-        waiting.cells.push_back(cell(value));
+        waiting.cells.push_back(cells_.cell(value));
     }
     for (auto i = columns.size(); i < kind.columns.size(); ++i) {
-        waiting.cells.push_back({.type = Cell::Type::Time, .time = clock_.now()});
+        waiting.cells.push_back(SqliteCells::cell(clock_.now()));
     }
     waiting.last_key = key;
+    waiting.known_from = waiting.known_from.value_or(key);
     waiting_ |= bit_of(table.name);
     return key;
 }
 
-SqliteWaitingRows::Cell SqliteWaitingRows::cell(const Value& value)
-{
-    const auto& held = value.held();
-    if (const auto* text = std::get_if<std::string>(&held)) {
-        return cell(std::string_view(*text));
-    }
-    if (const auto* whole = std::get_if<std::int64_t>(&held)) {
-        return {.type = Cell::Type::Whole, .whole = *whole};
-    }
-    if (const auto* real = std::get_if<double>(&held)) {
-        return {.type = Cell::Type::Real, .real = *real};
-    }
-    if (const auto* time = std::get_if<DateTime>(&held)) {
-        return {.type = Cell::Type::Time, .time = *time};
-    }
-    return {};
-}
-
-SqliteWaitingRows::Cell SqliteWaitingRows::cell(const Token& literal)
-{
-    if (literal.kind == TokenKind::Text && !literal.doubled_quotes) {
-        return cell(literal.text);
-    }
-    return cell(value_of(literal));
-}
-
-SqliteWaitingRows::Cell SqliteWaitingRows::cell(std::string_view text)
-{
-    const auto at = texts_.size();
-    texts_.append(text);
-    return {.type = Cell::Type::Text, .whole = static_cast<std::int64_t>(at), .size = text.size()};
-}
-
 bool SqliteWaitingRows::change(const Table& table, std::int64_t key, const RowChange& row)
 {
-    auto* const changed = this->row(table, key);
-    if (changed == nullptr) {
+    auto& waiting = waiting_in(table);
+    const bool moves = std::any_of(row.columns.begin(), row.columns.end(),
+        [&](const std::string& column) { return equal_ignoring_case(column, table.key); });
+    if (moves) {
         return false;
     }
-    auto& waiting = waiting_in(table);
-    auto& cells = waiting.cells;
-    auto& kind = with_more(waiting, table, *changed->kind, row.columns);
-    if (&kind != changed->kind) { // has more cells, which stand behind the others
-        const auto old = changed->first_cell;
-        const auto count = changed->kind->columns.size();
-        *changed = {&kind, cells.size()};
-        cells.resize(cells.size() + kind.columns.size());
-        std::copy_n(cells.begin() + static_cast<std::ptrdiff_t>(old), count,
-            cells.begin() + static_cast<std::ptrdiff_t>(changed->first_cell));
+    if (auto* const changed = this->row(waiting, key)) {
+        change(waiting, table, *changed, row);
+        return true;
     }
-    for (std::size_t i = 0; i < row.columns.size(); ++i) {
-        const auto column = std::find_if(kind.columns.begin(), kind.columns.end(),
-            [&](const std::string& each) { return same_column(each, row.columns[i]); });
-        cells[changed->first_cell + static_cast<std::size_t>(column - kind.columns.begin())] =
-            cell(row.values[i]);
+    if (!is_stored(waiting, key) || !waiting.edits.change(edits_, table, key, row, cells_)) {
+        return false;
     }
+    waiting_ |= bit_of(table.name);
     return true;
+}
+
+void SqliteWaitingRows::change(Waiting& waiting, const Table& table, Row& row, const RowChange& change)
+{
+    auto& cells = waiting.cells;
+    const auto& wider = this->wider(waiting, table, *row.kind, change.columns);
+    if (wider.kind != row.kind) { // has more cells, which stand behind the others
+        const auto old = row.first_cell;
+        const auto count = row.kind->columns.size();
+        row = {wider.kind, cells.size()};
+        cells.resize(cells.size() + wider.kind->columns.size());
+        std::copy_n(cells.begin() + static_cast<std::ptrdiff_t>(old), count,
+            cells.begin() + static_cast<std::ptrdiff_t>(row.first_cell));
+    }
+    for (std::size_t i = 0; i < change.values.size(); ++i) {
+        cells[row.first_cell + wider.positions[i]] = cells_.cell(change.values[i]);
+    }
 }
 
 bool SqliteWaitingRows::remove(const Table& table, std::int64_t key)
 {
-    auto* const removed = row(table, key);
-    if (removed != nullptr) {
+    auto& waiting = waiting_in(table);
+    if (auto* const removed = row(waiting, key)) {
         removed->kind = nullptr;
+        return true;
     }
-    return removed != nullptr;
+    if (!is_stored(waiting, key)) {
+        return false;
+    }
+    waiting.edits.remove(key);
+    waiting_ |= bit_of(table.name);
+    return true;
 }
 
 int SqliteWaitingRows::write(Tables tables)
@@ -149,14 +134,13 @@ int SqliteWaitingRows::write(Tables tables)
     for (std::size_t i = 0; i < tables_.size() && code == SQLITE_DONE; ++i) {
         if ((tables & waiting_ & (1U << i)) != 0) {
             waiting_ &= ~(1U << i);
-            code = write(tables_.at(i));
+            code = write(tables_.at(i), kTables.at(i));
             tables_.at(i).rows.clear();
             tables_.at(i).cells.clear();
         }
     }
     if (waiting_ == 0) {
-        texts_.clear();
-        times_.clear();
+        cells_.clear();
     }
     return code;
 }
@@ -166,17 +150,18 @@ void SqliteWaitingRows::forget()
     for (auto& waiting : tables_) {
         waiting.rows.clear();
         waiting.cells.clear();
-        waiting.last_key.reset();
+        waiting.edits.forget();
     }
+    forget_keys();
     waiting_ = 0;
-    texts_.clear();
-    times_.clear();
+    cells_.clear();
 }
 
 void SqliteWaitingRows::forget_keys()
 {
     for (auto& waiting : tables_) {
         waiting.last_key.reset();
+        waiting.known_from.reset();
     }
 }
 
@@ -220,24 +205,25 @@ SqliteWaitingRows::Kind& SqliteWaitingRows::kind_for(
 }
 
 /// The kind that has these columns besides its own.
-SqliteWaitingRows::Kind& SqliteWaitingRows::with_more(
+const SqliteWaitingRows::Wider& SqliteWaitingRows::wider(
     Waiting& waiting, const Table& table, Kind& kind, const std::vector<std::string>& columns)
 {
-    for (const auto& [more, known] : kind.with_more) {
-        if (more == columns) {
-            return *known;
+    for (const auto& known : kind.wider) {
+        if (known.columns == columns) {
+            return known;
         }
     }
     auto all = kind.columns;
+    std::vector<std::size_t> positions;
     for (const auto& column : columns) {
-        if (std::none_of(
-                all.begin(), all.end(), [&](const std::string& each) { return same_column(each, column); })) {
+        const auto found = std::find_if(
+            all.begin(), all.end(), [&](const std::string& each) { return same_column(each, column); });
+        positions.push_back(static_cast<std::size_t>(found - all.begin()));
+        if (found == all.end()) {
             all.push_back(column);
         }
     }
-    auto& wider = kind_for(waiting, table, all);
-    kind.with_more.emplace_back(columns, &wider);
-    return wider;
+    return kind.wider.emplace_back(Wider{columns, &kind_for(waiting, table, all), std::move(positions)});
 }
 
 /// The greatest key that the table has ever had, as the database counts it.
@@ -256,12 +242,11 @@ std::int64_t SqliteWaitingRows::last_key(const Table& table)
     return *last;
 }
 
-SqliteWaitingRows::Row* SqliteWaitingRows::row(const Table& table, std::int64_t key)
+SqliteWaitingRows::Row* SqliteWaitingRows::row(Waiting& waiting, std::int64_t key)
 {
-    if ((waiting_ & bit_of(table.name)) == 0) {
+    if (waiting.rows.empty()) {
         return nullptr;
     }
-    auto& waiting = waiting_in(table);
     const auto back = *waiting.last_key - key; // how many rows stand behind it
     if (back < 0 || back >= static_cast<std::int64_t>(waiting.rows.size())) {
         return nullptr;
@@ -270,10 +255,16 @@ SqliteWaitingRows::Row* SqliteWaitingRows::row(const Table& table, std::int64_t 
     return found.kind == nullptr ? nullptr : &found;
 }
 
-int SqliteWaitingRows::write(Waiting& waiting)
+bool SqliteWaitingRows::is_stored(const Waiting& waiting, std::int64_t key)
+{
+    return waiting.known_from && key >= *waiting.known_from
+        && key <= *waiting.last_key - static_cast<std::int64_t>(waiting.rows.size());
+}
+
+int SqliteWaitingRows::write(Waiting& waiting, const Table& table)
 {
     int code = SQLITE_DONE;
-    const auto first_key = *waiting.last_key - static_cast<std::int64_t>(waiting.rows.size()) + 1;
+    const auto first_key = waiting.last_key.value_or(0) - static_cast<std::int64_t>(waiting.rows.size()) + 1;
     for (auto& kind : waiting.kinds) {
         of_kind_.clear();
         for (std::size_t i = 0; i < waiting.rows.size(); ++i) {
@@ -283,7 +274,7 @@ int SqliteWaitingRows::write(Waiting& waiting)
         }
         code = code == SQLITE_DONE ? write(waiting, kind) : code;
     }
-    return code;
+    return code == SQLITE_DONE ? waiting.edits.write(edits_, table, cells_) : code;
 }
 
 int SqliteWaitingRows::write(const Waiting& waiting, Kind& kind)
@@ -298,37 +289,15 @@ int SqliteWaitingRows::write(const Waiting& waiting, Kind& kind)
         int parameter = 0;
         for (const auto end = done + kTogether.at(size); done < end; ++done) {
             const auto& [key, first] = of_kind_[done];
-            bind(statement, ++parameter, {.type = Cell::Type::Whole, .whole = key});
+            statement.bind(++parameter, Value(key));
             for (std::size_t i = 0; i < kind.columns.size(); ++i) {
-                bind(statement, ++parameter, waiting.cells[first + i]);
+                cells_.bind(statement, ++parameter, waiting.cells[first + i]);
             }
         }
         code = statement.step();
         statement.reset();
     }
     return code;
-}
-
-void SqliteWaitingRows::bind(SqliteStatement& statement, int parameter, const Cell& cell)
-{
-    switch (cell.type) {
-    case Cell::Type::Null:
-        statement.bind(parameter, Value{});
-        break;
-    case Cell::Type::Whole:
-        statement.bind(parameter, Value(cell.whole));
-        break;
-    case Cell::Type::Real:
-        statement.bind(parameter, Value(cell.real));
-        break;
-    case Cell::Type::Text:
-        statement.bind(
-            parameter, std::string_view(texts_).substr(static_cast<std::size_t>(cell.whole), cell.size));
-        break;
-    case Cell::Type::Time:
-        statement.bind(parameter, text_of(cell.time));
-        break;
-    }
 }
 
 SqliteStatement& SqliteWaitingRows::insert(Kind& kind, std::size_t size)
@@ -347,16 +316,6 @@ SqliteStatement& SqliteWaitingRows::insert(Kind& kind, std::size_t size)
         statement = std::make_unique<SqliteStatement>(database_, text);
     }
     return *statement;
-}
-
-/// A turn has few different times, and the same again and again.
-std::string_view SqliteWaitingRows::text_of(DateTime time)
-{
-    constexpr std::ptrdiff_t kLatest = 8;
-    const auto end = times_.rbegin() + (std::min)(kLatest, static_cast<std::ptrdiff_t>(times_.size()));
-    const auto known =
-        std::find_if(times_.rbegin(), end, [&](const auto& each) { return each.first == time; });
-    return known == end ? times_.emplace_back(time, time.text()).second : known->second;
 }
 
 } // namespace qz::platform
