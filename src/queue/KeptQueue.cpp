@@ -47,7 +47,7 @@ void KeptQueue::add(QueueEntry& entry)
 void KeptQueue::entered(const QueueEntry& entry)
 {
     if (entry.row != 0) {
-        before_.try_emplace(entry.number, std::nullopt);
+        steps_.push_back({Step::Kind::Entered, entry.number});
         ++counts_.accepted;
         --rows_without_entry_;
     }
@@ -57,7 +57,7 @@ void KeptQueue::changing(const QueueEntry& entry)
 {
     if (entry.row != 0) {
         database_.require_whole_turn();
-        before_.try_emplace(entry.number, entry);
+        steps_.push_back({Step::Kind::Changed, entry.number, entry.progress});
     }
 }
 
@@ -73,10 +73,18 @@ void KeptQueue::leaving(const QueueEntry& entry)
     if (entry.row == 0) {
         return;
     }
-    changing(entry);
+    database_.require_whole_turn();
     rows_.remove(entry.row);
-    const bool expired = entry.expired && !entry.delivered;
+    const bool expired = entry.progress.expired && !entry.progress.delivered;
     ++(expired ? counts_.expired : counts_.confirmed);
+}
+
+void KeptQueue::left(QueueEntry entry)
+{
+    if (entry.row != 0) {
+        steps_.push_back({Step::Kind::Left, entry.number});
+        left_.push_back(std::move(entry));
+    }
 }
 
 void KeptQueue::turn_ending()
@@ -91,27 +99,38 @@ void KeptQueue::turn_ending()
 
 void KeptQueue::turn_stored()
 {
-    before_.clear();
+    steps_.clear();
+    left_.clear();
     stored_counts_ = counts_;
 }
 
 void KeptQueue::turn_lost(QueueTable& table)
 {
-    for (auto& [number, entry] : std::exchange(before_, {})) {
-        if (const auto place = table.numbered(number)) {
-            table.free(*place);
-        }
-        if (entry) {
-            table.restore(std::move(*entry));
-        }
+    for (; !steps_.empty(); steps_.pop_back()) {
+        take_back(steps_.back(), table);
     }
     counts_ = stored_counts_;
     rows_.turn_lost();
 }
 
+void KeptQueue::take_back(const Step& step, QueueTable& table)
+{
+    if (step.kind == Step::Kind::Left) {
+        table.restore(std::move(left_.back()));
+        left_.pop_back();
+    } else if (const auto place = table.numbered(step.number)) {
+        auto entry = table.free(*place);
+        if (step.kind == Step::Kind::Changed) {
+            entry.progress = step.before;
+            table.restore(std::move(entry));
+        }
+    }
+}
+
 void KeptQueue::forget()
 {
-    before_.clear();
+    steps_.clear();
+    left_.clear();
     counts_known_ = false;
 }
 

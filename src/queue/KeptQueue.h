@@ -10,8 +10,6 @@
 #include "store/Database.h"
 
 #include <cstdint>
-#include <map>
-#include <optional>
 #include <vector>
 
 namespace qz::queue {
@@ -32,12 +30,14 @@ public:
     void add(QueueEntry& entry);
     /// A new entry has its place in the table.
     void entered(const QueueEntry& entry);
-    /// To be called before an entry changes.
+    /// To be called before an entry's progress changes.
     void changing(const QueueEntry& entry);
     void sent(const QueueEntry& entry);
     /// The entry is about to be freed: its row goes, and it is counted. One that leaves because it was sent
     /// counts as confirmed: nothing more is waited for.
     void leaving(const QueueEntry& entry);
+    /// It was freed, whatever became of its row.
+    void left(QueueEntry entry);
 
     /// Writes the counts, if they have changed.
     void turn_ending();
@@ -49,7 +49,16 @@ public:
     const QueueCounts& counts() const { return counts_; }
 
 private:
+    /// What happened to an entry.
+    struct Step {
+        enum class Kind : std::uint8_t { Entered, Changed, Left };
+        Kind kind;
+        std::int64_t number;
+        Progress before{}; // of one that changed
+    };
+
     void check(std::int64_t waiting);
+    void take_back(const Step& step, QueueTable& table);
 
     store::Database& database_;
     Journal& journal_;
@@ -57,9 +66,9 @@ private:
     QueueCounts counts_;
     QueueCounts stored_counts_;
     bool counts_known_ = false;
-    int rows_without_entry_ = 0; // added, and not entered yet
-    /// By number: each entry that changed in this turn as it was before; nothing for one that was not there.
-    std::map<std::int64_t, std::optional<QueueEntry>> before_;
+    int rows_without_entry_ = 0;   // added, and not entered yet
+    std::vector<Step> steps_;      // of this turn, in their order
+    std::vector<QueueEntry> left_; // in this turn, in their order
 };
 
 } // namespace qz::queue

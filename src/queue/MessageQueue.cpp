@@ -207,9 +207,10 @@ void MessageQueue::QueueMessage_SendNotExpired(QueueTable::Place place)
 {
     const auto entry = table_.at(place); // a copy: sending may yield
     const auto now = clock_.now();
-    const auto pause = (std::min)(kUnconfirmedSeconds << (entry.resends + 1), kLongestPause);
+    const auto pause = (std::min)(kUnconfirmedSeconds << (entry.progress.resends + 1), kLongestPause);
     const bool room = delivery_.has_room(entry.recipient);
-    table_.set_resent(place, room ? (std::min)(entry.resends + 1, kMostDoublings) : entry.resends,
+    table_.set_resent(place,
+        room ? (std::min)(entry.progress.resends + 1, kMostDoublings) : entry.progress.resends,
         now.plus_seconds(room ? pause : kUnconfirmedSeconds));
     if (!room) {
         return; // what it was sent before is still on its way
@@ -294,7 +295,7 @@ void MessageQueue::QueueMessage_MoveFromQueue_local(QueueTable::Place place)
         journal_, "QueueMessage_MoveFromQueue_local", no_address, [&] { kept_.leaving(table_.at(place)); });
     guarded(journal_, "QueueMessage_MoveFromQueue_local", no_address,
         [&] { rows_.write_back(table_.at(place)); });
-    table_.free(place);
+    kept_.left(table_.free(place));
 }
 
 void MessageQueue::QueueMessage_ClearQueue()
@@ -327,8 +328,8 @@ void MessageQueue::load()
     const auto now = clock_.now();
     for (auto& entry : kept_.load()) {
         // Nobody is connected: what was sent is sent again at the recipient's next logon.
-        entry.sent = entry.sent && rules_.deployment.keep_until_confirmed();
-        entry.resend_time = now.plus_seconds(kUnconfirmedSeconds);
+        entry.progress.sent = entry.progress.sent && rules_.deployment.keep_until_confirmed();
+        entry.progress.resend_time = now.plus_seconds(kUnconfirmedSeconds);
         table_.put(std::move(entry));
     }
 }

@@ -111,12 +111,12 @@ void MessageRows::set_state(const QueueEntry& entry)
 {
     auto value = state_.values.begin();
     *value++ = entry.receipt_requested;
-    *value++ = entry.sent;
-    *value++ = entry.sent_time;
+    *value++ = entry.progress.sent;
+    *value++ = entry.progress.sent_time;
     *value++ = entry.received_time;
     *value++ = entry.expiration_time;
-    *value++ = entry.delivered;
-    *value++ = entry.delivered_time;
+    *value++ = entry.progress.delivered;
+    *value++ = entry.progress.delivered_time;
     *value++ = entry.ignore;
 }
 

@@ -35,7 +35,7 @@ std::int64_t QueueRows::add(const QueueEntry& entry)
 
 void QueueRows::mark_sent(const QueueEntry& entry)
 {
-    sent_.values[1] = entry.sent_time;
+    sent_.values[1] = entry.progress.sent_time;
     database_.connection().update_row(tables::kQueue, entry.row, sent_);
 }
 
@@ -66,8 +66,8 @@ std::vector<QueueEntry> QueueRows::load()
         entry.received_time = rows.Fields("ReceivedTime").date();
         entry.expiration_time = rows.Fields("ExpirationTime").date();
         entry.receipt_requested = rows.Fields("ReceiptRequested").boolean();
-        entry.sent = rows.Fields("Sent").boolean();
-        entry.sent_time = rows.Fields("SentTime").date();
+        entry.progress.sent = rows.Fields("Sent").boolean();
+        entry.progress.sent_time = rows.Fields("SentTime").date();
         entry.room = rows.Fields("RoomName").text();
         entries.push_back(std::move(entry));
     }

@@ -3,6 +3,7 @@
 #include "base/Text.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace qz::queue {
 
@@ -18,19 +19,6 @@ std::size_t count_in(const std::unordered_map<std::string, std::int64_t>& counts
 {
     const auto found = counts.find(name);
     return found == counts.end() ? 0 : static_cast<std::size_t>(found->second);
-}
-
-template <typename Index, typename Key, typename Member>
-void remove(Index& index, const Key& key, const Member& member)
-{
-    const auto found = index.find(key);
-    if (found == index.end()) {
-        return;
-    }
-    found->second.erase(member);
-    if (found->second.empty()) {
-        index.erase(found);
-    }
 }
 
 /// The same for names that differ in letter case only.
@@ -55,24 +43,32 @@ QueueTable::Place QueueTable::restore(QueueEntry entry)
 QueueTable::Place QueueTable::place(QueueEntry entry)
 {
     if (free_.empty()) {
-        free_.push(entries_.size());
-        entries_.emplace_back();
+        free_.push(slots_.size());
+        slots_.emplace_back();
     }
     const auto place = free_.top();
     free_.pop();
-    auto& placed = entries_[place] = std::move(entry);
-    const bool finished = placed.delivered || placed.expired;
+    auto& recipient = recipients_[entry.recipient];
+    auto& slot =
+        slots_[place] = {.entry = std::move(entry), .recipient = &recipient, .schedule = Schedule::None};
+    const auto& placed = slot.entry;
+    slot.name_hash = hash_of(placed.recipient);
+    const bool finished = placed.progress.delivered || placed.progress.expired;
     place_of_.emplace(placed.number, place);
-    count(placed, 1);
-    if (!placed.delivered) {
-        undelivered_[placed.MsgID].emplace(hash_of(placed.recipient), place);
+    ++recipient.entries;
+    if (!placed.to_room()) {
+        ++recipient.not_from_rooms;
+    }
+    count_written(placed, 1);
+    if (!placed.progress.delivered) {
+        undelivered_[placed.MsgID].emplace(slot.name_hash, place);
     }
     if (finished) {
         finished_.insert(place);
     } else {
         by_expiration_.emplace(placed.expiration_time, place);
     }
-    if (!placed.sent) {
+    if (!placed.progress.sent) {
         enter_line(place);
     } else if (!finished) {
         enter_unconfirmed(place);
@@ -80,18 +76,35 @@ QueueTable::Place QueueTable::place(QueueEntry entry)
     return place;
 }
 
-void QueueTable::free(Place place)
+QueueEntry QueueTable::free(Place place)
 {
-    auto& entry = entries_[place];
-    leave_line(place);
-    leave_unconfirmed(place);
+    auto& slot = slots_[place];
+    auto& recipient = *slot.recipient;
+    const auto& entry = slot.entry;
+    const bool finished = entry.progress.delivered || entry.progress.expired;
+    if (!entry.progress.sent) {
+        leave_line(place);
+    } else if (!finished) {
+        leave_unconfirmed(place);
+    }
+    if (finished) {
+        finished_.erase(place);
+    } else {
+        by_expiration_.erase({entry.expiration_time, place});
+    }
+    if (!entry.progress.delivered) {
+        leave_undelivered(place);
+    }
     place_of_.erase(entry.number);
-    count(entry, -1);
-    remove(undelivered_, entry.MsgID, std::pair(hash_of(entry.recipient), place));
-    by_expiration_.erase({entry.expiration_time, place});
-    finished_.erase(place);
-    entry = {};
+    count_written(entry, -1);
+    if (!entry.to_room()) {
+        --recipient.not_from_rooms;
+    }
+    if (--recipient.entries == 0) {
+        recipients_.erase(entry.recipient);
+    }
     free_.push(place);
+    return std::exchange(slot, {}).entry;
 }
 
 void QueueTable::clear()
@@ -105,8 +118,8 @@ std::vector<QueueTable::Place> QueueTable::in_use() const
 {
     std::vector<Place> places;
     places.reserve(place_of_.size());
-    for (Place place = 0; place < entries_.size(); ++place) {
-        if (entries_[place].in_use()) {
+    for (Place place = 0; place < slots_.size(); ++place) {
+        if (at(place).in_use()) {
             places.push_back(place);
         }
     }
@@ -154,7 +167,7 @@ std::optional<QueueTable::Place> QueueTable::find_undelivered(
     const auto hash = hash_of(recipient);
     for (auto each = found->second.lower_bound({hash, 0}); each != found->second.end() && each->first == hash;
          ++each) {
-        if (condition(entries_[each->second])) {
+        if (condition(at(each->second))) {
             return each->second;
         }
     }
@@ -168,41 +181,47 @@ std::size_t QueueTable::count_from(const std::string& sender, bool to_room) cons
 
 std::size_t QueueTable::count_to(const std::string& recipient) const
 {
-    return count_in(waiting_for_, recipient);
+    const auto* const found = find_recipient(recipient);
+    return found == nullptr ? 0 : found->not_from_rooms;
 }
 
-void QueueTable::count(const QueueEntry& entry, std::int64_t change)
+void QueueTable::count_written(const QueueEntry& entry, std::int64_t change)
 {
-    const auto add = [change](auto& counts, const std::string& name) {
-        const auto counted = counts.try_emplace(name, 0).first;
-        counted->second += change;
-        if (counted->second == 0) {
-            counts.erase(counted);
-        }
-    };
-    if (!entry.automatic) {
-        add(entry.to_room() ? written_to_rooms_ : written_to_users_, entry.sender);
+    if (entry.automatic) {
+        return;
     }
-    if (!entry.to_room()) {
-        add(waiting_for_, entry.recipient);
+    auto& counts = entry.to_room() ? written_to_rooms_ : written_to_users_;
+    const auto counted = counts.try_emplace(entry.sender, 0).first;
+    counted->second += change;
+    if (counted->second == 0) {
+        counts.erase(counted);
     }
+}
+
+const QueueTable::Recipient* QueueTable::find_recipient(const std::string& name) const
+{
+    const auto found = recipients_.find(name);
+    return found == recipients_.end() ? nullptr : &found->second;
 }
 
 bool QueueTable::is_message_before(std::int64_t number, const std::string& recipient) const
 {
-    const auto found = line_for_.find(recipient);
-    return found != line_for_.end() && *found->second.begin() < number;
+    const auto* const found = find_recipient(recipient);
+    return found != nullptr && !found->line.empty() && *found->line.begin() < number;
 }
 
 void QueueTable::make_due(DateTime now, std::int64_t pause)
 {
+    const auto move = [this](std::set<std::pair<DateTime, Place>>::iterator tried) {
+        slots_[tried->second].schedule = Schedule::Due;
+        due_.insert(tried->second);
+        tried_.erase(tried);
+    };
     while (!tried_.empty() && seconds_between(tried_.begin()->first, now) > pause) {
-        due_.insert(tried_.begin()->second);
-        tried_.erase(tried_.begin());
+        move(tried_.begin());
     }
     while (!tried_.empty() && tried_.rbegin()->first > now) {
-        due_.insert(tried_.rbegin()->second);
-        tried_.erase(std::prev(tried_.end()));
+        move(std::prev(tried_.end()));
     }
 }
 
@@ -237,105 +256,132 @@ std::optional<QueueTable::Place> QueueTable::next_to_resend(DateTime now, std::i
 void QueueTable::set_attempted(Place place, DateTime now)
 {
     unschedule(place);
-    entries_[place].last_attempt = now;
-    if (!entries_[place].sent && head_of(entries_[place].recipient) == place) {
+    auto& slot = slots_[place];
+    slot.entry.progress.last_attempt = now;
+    if (!slot.entry.progress.sent && head_of(*slot.recipient) == place) {
+        slot.schedule = Schedule::Tried;
         tried_.emplace(now, place);
     }
 }
 
 void QueueTable::set_sent(Place place, DateTime sent, DateTime last_attempt, DateTime resend)
 {
+    auto& entry = slots_[place].entry;
     leave_line(place);
-    auto& entry = entries_[place];
-    entry.sent = true;
-    entry.sent_time = sent;
-    entry.last_attempt = last_attempt;
-    entry.resends = 0;
-    entry.resend_time = resend;
-    if (!entry.delivered && !entry.expired) {
+    entry.progress.sent = true;
+    entry.progress.sent_time = sent;
+    entry.progress.last_attempt = last_attempt;
+    entry.progress.resends = 0;
+    entry.progress.resend_time = resend;
+    if (!entry.progress.delivered && !entry.progress.expired) {
         enter_unconfirmed(place);
     }
 }
 
 void QueueTable::set_resent(Place place, int resends, DateTime resend)
 {
+    auto& entry = slots_[place].entry;
     leave_unconfirmed(place);
-    entries_[place].resends = resends;
-    entries_[place].resend_time = resend;
+    entry.progress.resends = resends;
+    entry.progress.resend_time = resend;
     enter_unconfirmed(place);
 }
 
 void QueueTable::set_unsent(Place place, DateTime now)
 {
-    if (!entries_[place].sent) {
+    auto& entry = slots_[place].entry;
+    if (!entry.progress.sent) {
         return; // its recipient has logged on meanwhile
     }
     leave_unconfirmed(place);
-    entries_[place].sent = false;
-    entries_[place].last_attempt = now;
+    entry.progress.sent = false;
+    entry.progress.last_attempt = now;
     enter_line(place);
 }
 
 void QueueTable::set_unsent(const std::string& recipient)
 {
-    if (const auto sent = unconfirmed_by_.find(recipient); sent != unconfirmed_by_.end()) {
-        const auto numbers = sent->second; // a copy: the line that follows changes it
-        std::for_each(numbers.begin(), numbers.end(),
-            [&](std::int64_t number) { set_unsent(place_of_.at(number), DateTime{}); });
+    const auto* const found = find_recipient(recipient);
+    if (found == nullptr) {
+        return;
     }
-    const auto head = head_of(recipient);
+    const auto sent = found->unconfirmed; // a copy: the line that follows changes it
+    std::for_each(
+        sent.begin(), sent.end(), [&](std::int64_t number) { set_unsent(place_of_.at(number), DateTime{}); });
+    const auto head = head_of(*found);
     if (!head) {
         return;
     }
     unschedule(*head);
-    for (const auto number : line_for_.at(recipient)) {
-        entries_[place_of_.at(number)].last_attempt = DateTime{}; // only the oldest is scheduled
+    for (const auto number : found->line) {
+        slots_[place_of_.at(number)].entry.progress.last_attempt = DateTime{}; // only the oldest is scheduled
     }
     schedule(*head);
 }
 
 void QueueTable::set_expired(Place place, bool expired)
 {
-    auto& entry = entries_[place];
-    entry.expired = expired;
-    if (expired) {
+    auto& entry = slots_[place].entry;
+    if (entry.progress.expired == expired) {
+        return;
+    }
+    if (expired && !entry.progress.delivered) {
         by_expiration_.erase({entry.expiration_time, place});
-        leave_unconfirmed(place);
+        if (entry.progress.sent) {
+            leave_unconfirmed(place);
+        }
         finished_.insert(place);
-    } else if (!entry.delivered) {
+    } else if (!entry.progress.delivered) {
         by_expiration_.emplace(entry.expiration_time, place);
         finished_.erase(place);
-        if (entry.sent) {
+        if (entry.progress.sent) {
             enter_unconfirmed(place);
         }
     }
+    entry.progress.expired = expired;
 }
 
 void QueueTable::set_delivered(Place place, DateTime now)
 {
-    auto& entry = entries_[place];
-    entry.delivered = true;
-    entry.delivered_time = now;
-    remove(undelivered_, entry.MsgID, std::pair(hash_of(entry.recipient), place));
-    by_expiration_.erase({entry.expiration_time, place});
-    leave_unconfirmed(place);
-    finished_.insert(place);
+    auto& entry = slots_[place].entry;
+    if (entry.progress.delivered) {
+        return;
+    }
+    leave_undelivered(place);
+    if (!entry.progress.expired) {
+        by_expiration_.erase({entry.expiration_time, place});
+        if (entry.progress.sent) {
+            leave_unconfirmed(place);
+        }
+        finished_.insert(place);
+    }
+    entry.progress.delivered = true;
+    entry.progress.delivered_time = now;
+}
+
+void QueueTable::leave_undelivered(Place place)
+{
+    const auto& slot = slots_[place];
+    const auto same_number = undelivered_.find(slot.entry.MsgID);
+    same_number->second.erase({slot.name_hash, place});
+    if (same_number->second.empty()) {
+        undelivered_.erase(same_number);
+    }
 }
 
 /// The oldest entry of a recipient that is not sent.
-std::optional<QueueTable::Place> QueueTable::head_of(const std::string& recipient) const
+std::optional<QueueTable::Place> QueueTable::head_of(const Recipient& recipient) const
 {
-    const auto found = line_for_.find(recipient);
-    return found == line_for_.end() ? std::nullopt : std::optional(place_of_.at(*found->second.begin()));
+    return recipient.line.empty() ? std::nullopt : std::optional(place_of_.at(*recipient.line.begin()));
 }
 
 /// An entry takes its place among those that wait to be sent to its recipient, by its age.
 void QueueTable::enter_line(Place place)
 {
-    const auto& entry = entries_[place];
-    const auto head = head_of(entry.recipient);
-    line_for_[entry.recipient].insert(entry.number);
-    if (!head || entry.number < entries_[*head].number) {
+    const auto& slot = slots_[place];
+    const auto head = head_of(*slot.recipient);
+    slot.recipient->line.insert(slot.entry.number);
+    if (!head || slot.entry.number < at(*head).number) {
         if (head) {
             unschedule(*head);
         }
@@ -345,43 +391,53 @@ void QueueTable::enter_line(Place place)
 
 void QueueTable::leave_line(Place place)
 {
-    const auto& entry = entries_[place];
+    const auto& slot = slots_[place];
     unschedule(place);
-    remove(line_for_, entry.recipient, entry.number);
-    if (const auto head = head_of(entry.recipient)) {
+    slot.recipient->line.erase(slot.entry.number);
+    if (const auto head = head_of(*slot.recipient)) {
         schedule(*head);
     }
 }
 
 void QueueTable::enter_unconfirmed(Place place)
 {
-    const auto& entry = entries_[place];
-    to_resend_.emplace(entry.resend_time, place);
-    unconfirmed_by_[entry.recipient].insert(entry.number);
+    const auto& slot = slots_[place];
+    to_resend_.emplace(slot.entry.progress.resend_time, place);
+    slot.recipient->unconfirmed.insert(slot.entry.number);
 }
 
 void QueueTable::leave_unconfirmed(Place place)
 {
-    const auto& entry = entries_[place];
-    to_resend_.erase({entry.resend_time, place});
-    remove(unconfirmed_by_, entry.recipient, entry.number);
+    const auto& slot = slots_[place];
+    to_resend_.erase({slot.entry.progress.resend_time, place});
+    slot.recipient->unconfirmed.erase(slot.entry.number);
 }
 
 /// Lets a recipient's oldest entry be tried when its time has come.
 void QueueTable::schedule(Place place)
 {
-    const auto& entry = entries_[place];
-    if (entry.last_attempt.empty()) {
+    auto& slot = slots_[place];
+    if (slot.schedule != Schedule::None) {
+        return;
+    }
+    if (slot.entry.progress.last_attempt.empty()) {
+        slot.schedule = Schedule::Due;
         due_.insert(place);
-    } else if (!due_.contains(place)) {
-        tried_.emplace(entry.last_attempt, place);
+    } else {
+        slot.schedule = Schedule::Tried;
+        tried_.emplace(slot.entry.progress.last_attempt, place);
     }
 }
 
 void QueueTable::unschedule(Place place)
 {
-    due_.erase(place);
-    tried_.erase({entries_[place].last_attempt, place});
+    auto& slot = slots_[place];
+    if (slot.schedule == Schedule::Due) {
+        due_.erase(place);
+    } else if (slot.schedule == Schedule::Tried) {
+        tried_.erase({slot.entry.progress.last_attempt, place});
+    }
+    slot.schedule = Schedule::None;
 }
 
 } // namespace qz::queue

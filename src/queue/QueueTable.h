@@ -30,10 +30,11 @@ public:
     /// Puts an entry that was freed back in, under its own number.
     Place restore(QueueEntry entry);
     /// Frees an entry: all its fields are reset.
-    void free(Place place);
+    /// @return what it was.
+    QueueEntry free(Place place);
     void clear();
 
-    const QueueEntry& at(Place place) const { return entries_[place]; }
+    const QueueEntry& at(Place place) const { return slots_[place].entry; }
     std::size_t count_in_use() const { return place_of_.size(); }
     /// All entries in use, in array order.
     std::vector<Place> in_use() const;
@@ -83,13 +84,30 @@ public:
 
 private:
     using Numbers = std::set<std::int64_t>;
+    /// A name that entries in use are for.
+    struct Recipient {
+        std::size_t entries = 0;
+        std::size_t not_from_rooms = 0; // of these
+        Numbers line;                   // what is not sent
+        Numbers unconfirmed;            // what stands in to_resend_
+    };
+    /// Where the oldest unsent entry of each recipient stands.
+    enum class Schedule : std::uint8_t { None, Due, Tried };
+    struct Slot {
+        QueueEntry entry;
+        Recipient* recipient = nullptr; // of an entry in use
+        std::size_t name_hash = 0;      // of the recipient, in any letter case
+        Schedule schedule = Schedule::None;
+    };
 
     Place place(QueueEntry entry);
     template <typename Condition>
     std::optional<Place> find_undelivered(
         double msg_id, const std::string& recipient, Condition condition) const;
-    std::optional<Place> head_of(const std::string& recipient) const;
-    void count(const QueueEntry& entry, std::int64_t change);
+    const Recipient* find_recipient(const std::string& name) const;
+    std::optional<Place> head_of(const Recipient& recipient) const;
+    void count_written(const QueueEntry& entry, std::int64_t change);
+    void leave_undelivered(Place place);
     void enter_line(Place place);
     void leave_line(Place place);
     void enter_unconfirmed(Place place);
@@ -97,18 +115,15 @@ private:
     void schedule(Place place);
     void unschedule(Place place);
 
-    std::vector<QueueEntry> entries_;
+    std::vector<Slot> slots_;
     std::priority_queue<Place, std::vector<Place>, std::greater<>> free_;
     std::int64_t last_number_ = 0;
     std::unordered_map<std::int64_t, Place> place_of_;
-    std::unordered_map<std::string, Numbers> line_for_;       // by recipient, what is not sent
-    std::unordered_map<std::string, Numbers> unconfirmed_by_; // by recipient, what stands in to_resend_
+    std::unordered_map<std::string, Recipient> recipients_;
     std::unordered_map<std::string, std::int64_t> written_to_users_; // by sender
     std::unordered_map<std::string, std::int64_t> written_to_rooms_; // by sender
-    std::unordered_map<std::string, std::int64_t> waiting_for_;      // by recipient, without rooms
     /// By MsgID, which the messages to a room share, one for each member: hash of the recipient, place.
     std::unordered_map<double, std::set<std::pair<std::size_t, Place>>> undelivered_;
-    // The oldest unsent entry of each recipient stands in exactly one of these two.
     std::set<Place> due_;
     std::set<std::pair<DateTime, Place>> tried_;         // by last attempt
     std::set<std::pair<DateTime, Place>> by_expiration_; // neither delivered nor marked expired

@@ -27,33 +27,36 @@ public:
     bool is_message_before(const QueueEntry& entry) const
     {
         return first([&](const QueueEntry& other) {
-            return !other.sent && other.recipient == entry.recipient && other.number < entry.number;
+            return !other.progress.sent && other.recipient == entry.recipient && other.number < entry.number;
         }).has_value();
     }
     std::optional<QueueTable::Place> due(QueueTable::Place from, DateTime now) const
     {
         return first(
             [&](const QueueEntry& entry) {
-                const bool rested =
-                    entry.last_attempt.empty() || qz::seconds_between(entry.last_attempt, now) > kPause;
-                return !entry.sent && rested && !is_message_before(entry);
+                const bool rested = entry.progress.last_attempt.empty()
+                    || qz::seconds_between(entry.progress.last_attempt, now) > kPause;
+                return !entry.progress.sent && rested && !is_message_before(entry);
             },
             from);
     }
     std::optional<QueueTable::Place> finished() const
     {
-        return first([](const QueueEntry& entry) { return entry.delivered || entry.expired; });
+        return first(
+            [](const QueueEntry& entry) { return entry.progress.delivered || entry.progress.expired; });
     }
     bool any_to_resend(DateTime now) const
     {
         return first([&](const QueueEntry& entry) {
-            const auto ahead = qz::seconds_between(now, entry.resend_time);
-            return entry.sent && !entry.delivered && !entry.expired && (ahead < 0 || ahead > kLongest);
+            const auto ahead = qz::seconds_between(now, entry.progress.resend_time);
+            return entry.progress.sent && !entry.progress.delivered && !entry.progress.expired
+                && (ahead < 0 || ahead > kLongest);
         }).has_value();
     }
     std::optional<QueueTable::Place> undelivered(double msg_id) const
     {
-        return first([&](const QueueEntry& entry) { return !entry.delivered && entry.MsgID == msg_id; });
+        return first(
+            [&](const QueueEntry& entry) { return !entry.progress.delivered && entry.MsgID == msg_id; });
     }
     template <typename Condition> std::size_t count(Condition&& condition) const
     {
@@ -66,7 +69,7 @@ public:
     bool any_to_expire(DateTime now) const
     {
         return first([&](const QueueEntry& entry) {
-            return !entry.delivered && !entry.expired && entry.expiration_time < now;
+            return !entry.progress.delivered && !entry.progress.expired && entry.expiration_time < now;
         }).has_value();
     }
 
@@ -115,8 +118,8 @@ TEST(QueueTable, AnswersAsScansWould)
         const auto any = used.empty() ? QueueTable::Place{0} : used[below(used.size())];
         const auto what = used.empty() ? 0 : below(12);
         const auto resend = now.plus_seconds(static_cast<std::int64_t>(below(30)));
-        const bool unconfirmed =
-            !used.empty() && table.at(any).sent && !table.at(any).delivered && !table.at(any).expired;
+        const bool unconfirmed = !used.empty() && table.at(any).progress.sent
+            && !table.at(any).progress.delivered && !table.at(any).progress.expired;
         if (what <= 2 && used.size() < 60) {
             const auto expiration = now.plus_seconds(static_cast<std::int64_t>(below(200)));
             auto entry =
@@ -130,11 +133,11 @@ TEST(QueueTable, AnswersAsScansWould)
             table.free(any);
         } else if (what == 4) {
             table.set_attempted(any, now);
-        } else if (what == 5 && !table.at(any).sent) {
+        } else if (what == 5 && !table.at(any).progress.sent) {
             table.set_sent(any, now, now.plus_seconds(-86400), resend);
         } else if (what == 6) {
             table.set_expired(any, below(2) == 0);
-        } else if (what == 7 && !table.at(any).delivered) {
+        } else if (what == 7 && !table.at(any).progress.delivered) {
             table.set_delivered(any, now);
         } else if (what == 8) {
             now = now.plus_seconds(static_cast<std::int64_t>(below(8)));
