@@ -14,6 +14,7 @@
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace velto {
 
@@ -59,15 +60,17 @@ std::string as_json(LogLevel level, const std::string& text, std::initializer_li
     return object.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-std::string as_text(const std::string& text, std::initializer_list<HostLog::Field> fields)
+void append_text(std::string& line, const std::string& text, std::initializer_list<HostLog::Field> fields)
 {
-    std::string suffix;
+    qz::append_printable(line, text);
+    bool any = false;
     for (const auto& field : fields) {
         if (!field.value.empty()) {
-            suffix += (suffix.empty() ? " [" : " ") + qz::printable(field.value);
+            line += std::exchange(any, true) ? " " : " [";
+            qz::append_printable(line, field.value);
         }
     }
-    return qz::printable(text) + suffix + (suffix.empty() ? "" : "]");
+    line += any ? "]" : "";
 }
 
 } // namespace
@@ -164,17 +167,20 @@ void HostLog::end_holding()
 void HostLog::write(LogLevel level, const std::string& text, std::initializer_list<Field> fields)
 {
     const auto& names = names_of(level);
+    line_.clear();
     switch (format_) {
     case LogFormat::Text:
-        logger_->log(names.level, "{}", as_text(text, fields));
+        append_text(line_, text, fields);
         break;
     case LogFormat::Journal:
-        logger_->log(names.level, "{}{}", names.priority, as_text(text, fields));
+        line_ += names.priority;
+        append_text(line_, text, fields);
         break;
     case LogFormat::Json:
-        logger_->log(names.level, "{}", as_json(level, text, fields));
+        line_ += as_json(level, text, fields);
         break;
     }
+    logger_->log(names.level, spdlog::string_view_t(line_));
 }
 
 } // namespace velto

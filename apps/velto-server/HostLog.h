@@ -50,6 +50,7 @@ private:
     LogFormat format_;
     std::shared_ptr<HeldLines> held_; // none on a terminal
     std::shared_ptr<spdlog::logger> logger_;
+    std::string line_; // kept for its memory
 };
 
 } // namespace velto

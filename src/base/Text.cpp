@@ -250,29 +250,41 @@ std::string single_line(std::string_view text)
     return result;
 }
 
+SingleLine::SingleLine(const std::string& text) : given_(text)
+{
+    if (plain_length(text) < text.size()) {
+        changed_ = single_line(text);
+    }
+}
+
 std::string printable(std::string_view text)
 {
-    static constexpr std::string_view kDigits = "0123456789abcdef";
     std::string result;
     result.reserve(text.size());
+    append_printable(result, text);
+    return result;
+}
+
+void append_printable(std::string& to, std::string_view text)
+{
+    static constexpr std::string_view kDigits = "0123456789abcdef";
     const auto escape = [&](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        result.append("\\x").push_back(kDigits[byte >> 4U]);
-        result.push_back(kDigits[byte & 0x0FU]);
+        to.append("\\x").push_back(kDigits[byte >> 4U]);
+        to.push_back(kDigits[byte & 0x0FU]);
     };
-    result.append(take_plain(text));
+    to.append(take_plain(text));
     for (std::size_t at = 0; at < text.size();) {
         const auto [value, length] = code_point_at(text, at);
         if (value == '\n' || value == '\r' || value == '\t') {
-            result.append(value == '\n' ? "\\n" : value == '\r' ? "\\r" : "\\t");
+            to.append(value == '\n' ? "\\n" : value == '\r' ? "\\r" : "\\t");
         } else if (value < 0x20 || (value >= 0x7F && value < 0xA0) || value == kNotACharacter) {
             std::for_each_n(text.begin() + static_cast<std::ptrdiff_t>(at), length, escape);
         } else {
-            result.append(text.substr(at, length));
+            to.append(text.substr(at, length));
         }
         at += length;
     }
-    return result;
 }
 
 double leading_number(std::string_view text)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -34,10 +35,22 @@ std::size_t plain_length(std::string_view text);
 
 /// Text without CR, LF and NUL: what may stand in one line of a file or in a header.
 std::string single_line(std::string_view text);
+/// The same without a copy of a text that is one line already, as nearly all are.
+class SingleLine {
+public:
+    /// @param text  must outlive the object.
+    explicit SingleLine(const std::string& text);
+    const std::string& text() const { return changed_ ? *changed_ : given_; }
+
+private:
+    const std::string& given_;
+    std::optional<std::string> changed_;
+};
 
 /// Text for a terminal or a log line of the host: control characters (C0, C1, DEL) and bytes that are not
 /// UTF-8 are shown as \n, \r, \t or \xNN, so that nothing received can steer the terminal or forge a line.
 std::string printable(std::string_view text);
+void append_printable(std::string& to, std::string_view text);
 
 /// The number at the start of a text: blanks, sign, digits, fraction, exponent. 0 when the text does not
 /// begin with a number; what follows the number is ignored.

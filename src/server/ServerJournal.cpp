@@ -30,7 +30,8 @@ void ServerJournal::Log(
     const std::string& message, const std::string& user_name, const std::string& remote_ip)
 {
     write(message, remote_ip, user_name);
-    events_.LogMessage(single_line(message), single_line(user_name), single_line(remote_ip));
+    events_.LogMessage(
+        SingleLine(message).text(), SingleLine(user_name).text(), SingleLine(remote_ip).text());
 }
 
 void ServerJournal::log_own(const std::string& message)

@@ -41,13 +41,13 @@ void ActivityLog::Write2dbLog(
     const std::string& action, const std::string& user_name, const std::string& remote_ip)
 {
     const auto& keywords = helpers::protocol_keywords();
-    const auto user = single_line(user_name);
-    const auto name =
-        trim(user).empty() ? keywords.HostName : cut_cleaned(parser_.CleanText(user), kUserNameWidth);
-    const auto line = single_line(remote_ip);
-    const auto address =
-        line.empty() ? keywords.HostAddress : std::string(first_characters(line, kRemoteIPWidth));
-    const auto text = cut_cleaned(parser_.CleanText(single_line(action)), kActionWidth);
+    const SingleLine user(user_name);
+    const SingleLine from(remote_ip);
+    const auto name = trim(user.text()).empty() ? keywords.HostName
+                                                : cut_cleaned(parser_.CleanText(user.text()), kUserNameWidth);
+    const auto address = from.text().empty() ? std::string_view(keywords.HostAddress)
+                                             : first_characters(from.text(), kRemoteIPWidth);
+    const auto text = cut_cleaned(parser_.CleanText(SingleLine(action).text()), kActionWidth);
     try {
         database_.execute(statements::kInsertLogRow, {name, address, text});
         ++rows_written_;

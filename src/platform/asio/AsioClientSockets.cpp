@@ -21,6 +21,15 @@ constexpr int kMostSockets = (std::numeric_limits<std::int16_t>::max)();
 /// Most bytes that one connection reads in one event.
 constexpr std::size_t kReadBytes = helpers::UnitCutter::kMaxUnit;
 
+/// Lets the next turn use the memory of this one's list.
+template <typename Each> void give_back(std::vector<Each> done, std::vector<Each>& list)
+{
+    if (list.empty()) {
+        done.clear();
+        list.swap(done);
+    }
+}
+
 } // namespace
 
 class AsioClientSockets::Pool final : public std::enable_shared_from_this<Pool>,
@@ -177,12 +186,13 @@ void AsioClientSockets::Pool::has_output(AsioConnection& connection)
 
 void AsioClientSockets::Pool::turn_ended()
 {
-    forget_heard();
-    const auto flushed = std::exchange(to_flush_, {});
+    give_back(forget_heard(), heard_);
+    auto flushed = std::exchange(to_flush_, {});
     for (const auto& each : flushed) {
         each->queued_for_flush = false;
         each->flush();
     }
+    give_back(std::move(flushed), to_flush_);
 }
 
 std::vector<std::shared_ptr<AsioConnection>> AsioClientSockets::Pool::forget_heard()

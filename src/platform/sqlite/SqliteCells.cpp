@@ -3,6 +3,7 @@
 #include "platform/database/Shape.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 
 namespace qz::platform {
@@ -14,10 +15,10 @@ SqliteCell SqliteCells::cell(const Value& value)
         return cell(std::string_view(*text));
     }
     if (const auto* whole = std::get_if<std::int64_t>(&held)) {
-        return {.type = SqliteCell::Type::Whole, .whole = *whole};
+        return {.type = SqliteCell::Type::Whole, .content = *whole};
     }
     if (const auto* real = std::get_if<double>(&held)) {
-        return {.type = SqliteCell::Type::Real, .real = *real};
+        return {.type = SqliteCell::Type::Real, .content = std::bit_cast<std::int64_t>(*real)};
     }
     if (const auto* time = std::get_if<DateTime>(&held)) {
         return cell(*time);
@@ -37,7 +38,14 @@ SqliteCell SqliteCells::cell(std::string_view text)
 {
     const auto at = texts_.size();
     texts_.append(text);
-    return {.type = SqliteCell::Type::Text, .whole = static_cast<std::int64_t>(at), .size = text.size()};
+    return {.type = SqliteCell::Type::Text,
+        .size = static_cast<std::uint32_t>(text.size()),
+        .content = static_cast<std::int64_t>(at)};
+}
+
+SqliteCell SqliteCells::cell(DateTime time)
+{
+    return {.type = SqliteCell::Type::Time, .content = std::bit_cast<std::int64_t>(time)};
 }
 
 bool SqliteCells::same(const SqliteCell& left, const SqliteCell& right) const
@@ -45,19 +53,7 @@ bool SqliteCells::same(const SqliteCell& left, const SqliteCell& right) const
     if (left.type != right.type) {
         return false;
     }
-    switch (left.type) {
-    case SqliteCell::Type::Null:
-        return true;
-    case SqliteCell::Type::Whole:
-        return left.whole == right.whole;
-    case SqliteCell::Type::Real:
-        return left.real == right.real;
-    case SqliteCell::Type::Text:
-        return text(left) == text(right);
-    case SqliteCell::Type::Time:
-        return left.time == right.time;
-    }
-    return false;
+    return left.type == SqliteCell::Type::Text ? text(left) == text(right) : left.content == right.content;
 }
 
 void SqliteCells::bind(SqliteStatement& statement, int parameter, const SqliteCell& cell)
@@ -67,16 +63,16 @@ void SqliteCells::bind(SqliteStatement& statement, int parameter, const SqliteCe
         statement.bind(parameter, Value{});
         break;
     case SqliteCell::Type::Whole:
-        statement.bind(parameter, Value(cell.whole));
+        statement.bind(parameter, Value(cell.content));
         break;
     case SqliteCell::Type::Real:
-        statement.bind(parameter, Value(cell.real));
+        statement.bind(parameter, Value(std::bit_cast<double>(cell.content)));
         break;
     case SqliteCell::Type::Text:
         statement.bind(parameter, text(cell));
         break;
     case SqliteCell::Type::Time:
-        statement.bind(parameter, text_of(cell.time));
+        statement.bind(parameter, text_of(std::bit_cast<DateTime>(cell.content)));
         break;
     }
 }

@@ -16,14 +16,14 @@
 
 namespace qz::platform {
 
-/// A value in few bytes: a text stands in the SqliteCells that made it, from `whole` on.
+/// A value in few bytes.
 struct SqliteCell {
     enum class Type : std::uint8_t { Null, Whole, Real, Text, Time };
     Type type = Type::Null;
-    std::int64_t whole = 0;
-    double real = 0;
-    std::size_t size = 0; // of a text
-    DateTime time{};
+    std::uint32_t size = 0; // of a text
+    /// The value; the bits of a real number; the seconds of a time; for a text, where it begins among those
+    /// of the SqliteCells that made it.
+    std::int64_t content = 0;
 };
 
 class SqliteCells {
@@ -31,7 +31,7 @@ public:
     SqliteCell cell(const Value& value);
     SqliteCell cell(const Token& literal);
     SqliteCell cell(std::string_view text);
-    static SqliteCell cell(DateTime time) { return {.type = SqliteCell::Type::Time, .time = time}; }
+    static SqliteCell cell(DateTime time);
     /// Whether two cells hold the same.
     bool same(const SqliteCell& left, const SqliteCell& right) const;
     /// No cell may be made from here to the end of the statement's run.
@@ -45,7 +45,7 @@ public:
 private:
     std::string_view text(const SqliteCell& cell) const
     {
-        return std::string_view(texts_).substr(static_cast<std::size_t>(cell.whole), cell.size);
+        return std::string_view(texts_).substr(static_cast<std::size_t>(cell.content), cell.size);
     }
     std::string_view text_of(DateTime time);
 
