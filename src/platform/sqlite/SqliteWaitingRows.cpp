@@ -189,7 +189,6 @@ SqliteWaitingRows::Kind& SqliteWaitingRows::kind_for(
         columns_.emplace(database_);
     }
     columns_->require(table, table.key);
-    std::string text = "INSERT INTO " + bracketed(table.name) + " (" + bracketed(table.key);
     auto all = columns;
     for (const auto& stamped : columns_->stamped(table)) {
         if (std::none_of(columns.begin(), columns.end(),
@@ -199,9 +198,8 @@ SqliteWaitingRows::Kind& SqliteWaitingRows::kind_for(
     }
     for (const auto& column : all) {
         columns_->require(table, column);
-        text += ", " + bracketed(column);
     }
-    return waiting.kinds.emplace_back(Kind{std::move(all), columns.size(), text + ") VALUES ", {}, {}});
+    return waiting.kinds.emplace_back(Kind{std::move(all), columns.size(), {}, {}, {}});
 }
 
 /// The kind that has these columns besides its own.
@@ -229,17 +227,18 @@ const SqliteWaitingRows::Wider& SqliteWaitingRows::wider(
 /// The greatest key that the table has ever had, as the database counts it.
 std::int64_t SqliteWaitingRows::last_key(const Table& table)
 {
-    auto& last = waiting_in(table).last_key;
-    if (!last) {
-        last = static_cast<std::int64_t>(
+    auto& waiting = waiting_in(table);
+    if (!waiting.last_key) {
+        waiting.last_stored = static_cast<std::int64_t>(
             database_
                 .read("SELECT max(ifnull((SELECT max(" + bracketed(table.key) + ") FROM "
                     + bracketed(table.name)
                     + "), 0), ifnull((SELECT max(seq) FROM sqlite_sequence WHERE name = '"
                     + std::string(table.name) + "' COLLATE NOCASE), 0))")
                 .number());
+        waiting.last_key = waiting.last_stored;
     }
-    return *last;
+    return *waiting.last_key;
 }
 
 SqliteWaitingRows::Row* SqliteWaitingRows::row(Waiting& waiting, std::int64_t key)
@@ -272,12 +271,12 @@ int SqliteWaitingRows::write(Waiting& waiting, const Table& table)
                 of_kind_.emplace_back(first_key + static_cast<std::int64_t>(i), waiting.rows[i].first_cell);
             }
         }
-        code = code == SQLITE_DONE ? write(waiting, kind) : code;
+        code = code == SQLITE_DONE ? write(waiting, table, kind) : code;
     }
     return code == SQLITE_DONE ? waiting.edits.write(edits_, table, cells_) : code;
 }
 
-int SqliteWaitingRows::write(const Waiting& waiting, Kind& kind)
+int SqliteWaitingRows::write(Waiting& waiting, const Table& table, Kind& kind)
 {
     int code = SQLITE_DONE;
     for (std::size_t done = 0; done < of_kind_.size() && code == SQLITE_DONE;) {
@@ -285,33 +284,53 @@ int SqliteWaitingRows::write(const Waiting& waiting, Kind& kind)
         while (kTogether.at(size) > of_kind_.size() - done) {
             ++size;
         }
-        auto& statement = insert(kind, size);
-        int parameter = 0;
-        for (const auto end = done + kTogether.at(size); done < end; ++done) {
-            const auto& [key, first] = of_kind_[done];
-            statement.bind(++parameter, Value(key));
-            for (std::size_t i = 0; i < kind.columns.size(); ++i) {
-                cells_.bind(statement, ++parameter, waiting.cells[first + i]);
-            }
-        }
-        code = statement.step();
-        statement.reset();
+        code = insert(waiting, table, kind, size, done);
+        done += kTogether.at(size);
     }
     return code;
 }
 
-SqliteStatement& SqliteWaitingRows::insert(Kind& kind, std::size_t size)
+/// Inserts kTogether[size] rows of a kind. The database gives rows their keys at less cost than it takes
+/// them, so it does where they come out the same.
+int SqliteWaitingRows::insert(
+    Waiting& waiting, const Table& table, Kind& kind, std::size_t size, std::size_t first)
 {
-    auto& statement = kind.inserts.at(size);
-    if (!statement) {
-        std::string row = "(?";
-        for (std::size_t i = 0; i < kind.columns.size(); ++i) {
-            row += ", ?";
+    const auto count = kTogether.at(size);
+    const auto first_key = of_kind_[first].first;
+    const auto last_key = of_kind_[first + count - 1].first;
+    const bool with_keys =
+        first_key != waiting.last_stored + 1 || last_key - first_key != static_cast<std::int64_t>(count) - 1;
+    auto& statement = this->statement(table, kind, size, with_keys);
+    const SqliteRun end(statement);
+    int parameter = 0;
+    for (auto row = first; row < first + count; ++row) {
+        const auto& [key, first_cell] = of_kind_[row];
+        if (with_keys) {
+            statement.bind(++parameter, Value(key));
         }
-        row += ")";
-        auto text = kind.text + row;
+        for (std::size_t i = 0; i < kind.columns.size(); ++i) {
+            cells_.bind(statement, ++parameter, waiting.cells[first_cell + i]);
+        }
+    }
+    const int code = statement.step();
+    waiting.last_stored = (std::max)(waiting.last_stored, last_key);
+    return code == SQLITE_DONE && database_.last_key() != last_key ? SQLITE_CONSTRAINT_ROWID : code;
+}
+
+SqliteStatement& SqliteWaitingRows::statement(
+    const Table& table, Kind& kind, std::size_t size, bool with_keys)
+{
+    auto& statement = (with_keys ? kind.inserts_with_keys : kind.inserts).at(size);
+    if (!statement) {
+        std::string names = with_keys ? bracketed(table.key) : "";
+        std::string values = with_keys ? "?" : "";
+        for (const auto& column : kind.columns) {
+            names += (names.empty() ? "" : ", ") + bracketed(column);
+            values += values.empty() ? "?" : ", ?";
+        }
+        auto text = "INSERT INTO " + bracketed(table.name) + " (" + names + ") VALUES (" + values + ")";
         for (std::size_t i = 1; i < kTogether.at(size); ++i) {
-            text += ", " + row;
+            text += ", (" + values + ")";
         }
         statement = std::make_unique<SqliteStatement>(database_, text);
     }

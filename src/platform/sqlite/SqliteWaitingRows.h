@@ -79,7 +79,7 @@ private:
     struct Kind {
         std::vector<std::string> columns;
         std::size_t given = 0; // of these; the others are stamped with the time
-        std::string text;      // of the INSERT, up to its values
+        std::array<std::unique_ptr<SqliteStatement>, kTogether.size()> inserts_with_keys;
         std::array<std::unique_ptr<SqliteStatement>, kTogether.size()> inserts;
         std::deque<Wider> wider;
     };
@@ -89,6 +89,7 @@ private:
     };
     struct Waiting {
         std::optional<std::int64_t> last_key; // in the table or waiting
+        std::int64_t last_stored = 0;         // what the database counts on from
         /// From here on, rows were added by this object, and nobody else has written since: those that do not
         /// wait are stored, unless their removal was asked for.
         std::optional<std::int64_t> known_from;
@@ -109,8 +110,9 @@ private:
     static bool is_stored(const Waiting& waiting, std::int64_t key);
     void change(Waiting& waiting, const Table& table, Row& row, const RowChange& change);
     int write(Waiting& waiting, const Table& table);
-    int write(const Waiting& waiting, Kind& kind);
-    SqliteStatement& insert(Kind& kind, std::size_t size);
+    int write(Waiting& waiting, const Table& table, Kind& kind);
+    int insert(Waiting& waiting, const Table& table, Kind& kind, std::size_t size, std::size_t first);
+    SqliteStatement& statement(const Table& table, Kind& kind, std::size_t size, bool with_keys);
 
     SqliteDatabase& database_;
     SqliteEdits& edits_;
