@@ -119,10 +119,10 @@ void KeptQueue::take_back(const Step& step, QueueTable& table)
         table.restore(std::move(left_.back()));
         left_.pop_back();
     } else if (const auto place = table.numbered(step.number)) {
-        auto entry = table.free(*place);
         if (step.kind == Step::Kind::Changed) {
-            entry.progress = step.before;
-            table.restore(std::move(entry));
+            table.set_progress(*place, step.before);
+        } else {
+            table.free(*place);
         }
     }
 }

@@ -48,60 +48,25 @@ QueueTable::Place QueueTable::place(QueueEntry entry)
     }
     const auto place = free_.top();
     free_.pop();
-    auto& recipient = recipients_[entry.recipient];
-    auto& slot =
-        slots_[place] = {.entry = std::move(entry), .recipient = &recipient, .schedule = Schedule::None};
-    const auto& placed = slot.entry;
-    slot.name_hash = hash_of(placed.recipient);
-    const bool finished = placed.progress.delivered || placed.progress.expired;
-    place_of_.emplace(placed.number, place);
-    ++recipient.entries;
-    if (!placed.to_room()) {
-        ++recipient.not_from_rooms;
-    }
-    count_written(placed, 1);
-    if (!placed.progress.delivered) {
-        undelivered_[placed.MsgID].emplace(slot.name_hash, place);
-    }
-    if (finished) {
-        finished_.insert(place);
-    } else {
-        by_expiration_.emplace(placed.expiration_time, place);
-    }
-    if (!placed.progress.sent) {
-        enter_line(place);
-    } else if (!finished) {
-        enter_unconfirmed(place);
-    }
+    auto& slot = slots_[place];
+    slot.entry = std::move(entry);
+    slot.name_hash = hash_of(slot.entry.recipient);
+    slot.recipient = &recipients_[slot.entry.recipient];
+    ++slot.recipient->entries;
+    place_of_.emplace(slot.entry.number, place);
+    count(slot, 1);
+    enter(place, {}, standing_of(slot.entry.progress));
     return place;
 }
 
 QueueEntry QueueTable::free(Place place)
 {
     auto& slot = slots_[place];
-    auto& recipient = *slot.recipient;
-    const auto& entry = slot.entry;
-    const bool finished = entry.progress.delivered || entry.progress.expired;
-    if (!entry.progress.sent) {
-        leave_line(place);
-    } else if (!finished) {
-        leave_unconfirmed(place);
-    }
-    if (finished) {
-        finished_.erase(place);
-    } else {
-        by_expiration_.erase({entry.expiration_time, place});
-    }
-    if (!entry.progress.delivered) {
-        leave_undelivered(place);
-    }
-    place_of_.erase(entry.number);
-    count_written(entry, -1);
-    if (!entry.to_room()) {
-        --recipient.not_from_rooms;
-    }
-    if (--recipient.entries == 0) {
-        recipients_.erase(entry.recipient);
+    leave(place, standing_of(slot.entry.progress), {});
+    count(slot, -1);
+    place_of_.erase(slot.entry.number);
+    if (--slot.recipient->entries == 0) {
+        recipients_.erase(slot.entry.recipient);
     }
     free_.push(place);
     return std::exchange(slot, {}).entry;
@@ -182,11 +147,15 @@ std::size_t QueueTable::count_from(const std::string& sender, bool to_room) cons
 std::size_t QueueTable::count_to(const std::string& recipient) const
 {
     const auto* const found = find_recipient(recipient);
-    return found == nullptr ? 0 : found->not_from_rooms;
+    return found == nullptr ? 0 : static_cast<std::size_t>(found->not_from_rooms);
 }
 
-void QueueTable::count_written(const QueueEntry& entry, std::int64_t change)
+void QueueTable::count(const Slot& slot, std::int64_t change)
 {
+    const auto& entry = slot.entry;
+    if (!entry.to_room()) {
+        slot.recipient->not_from_rooms += change;
+    }
     if (entry.automatic) {
         return;
     }
@@ -212,7 +181,7 @@ bool QueueTable::is_message_before(std::int64_t number, const std::string& recip
 
 void QueueTable::make_due(DateTime now, std::int64_t pause)
 {
-    const auto move = [this](std::set<std::pair<DateTime, Place>>::iterator tried) {
+    const auto move = [this](Times::iterator tried) {
         slots_[tried->second].schedule = Schedule::Due;
         due_.insert(tried->second);
         tried_.erase(tried);
@@ -260,43 +229,38 @@ void QueueTable::set_attempted(Place place, DateTime now)
     slot.entry.progress.last_attempt = now;
     if (!slot.entry.progress.sent && head_of(*slot.recipient) == place) {
         slot.schedule = Schedule::Tried;
-        tried_.emplace(now, place);
+        slot.tried = tried_.emplace_hint(tried_.end(), now, place);
     }
 }
 
 void QueueTable::set_sent(Place place, DateTime sent, DateTime last_attempt, DateTime resend)
 {
-    auto& entry = slots_[place].entry;
-    leave_line(place);
-    entry.progress.sent = true;
-    entry.progress.sent_time = sent;
-    entry.progress.last_attempt = last_attempt;
-    entry.progress.resends = 0;
-    entry.progress.resend_time = resend;
-    if (!entry.progress.delivered && !entry.progress.expired) {
-        enter_unconfirmed(place);
-    }
+    auto progress = at(place).progress;
+    progress.sent = true;
+    progress.sent_time = sent;
+    progress.last_attempt = last_attempt;
+    progress.resends = 0;
+    progress.resend_time = resend;
+    set_progress(place, progress);
 }
 
 void QueueTable::set_resent(Place place, int resends, DateTime resend)
 {
-    auto& entry = slots_[place].entry;
-    leave_unconfirmed(place);
-    entry.progress.resends = resends;
-    entry.progress.resend_time = resend;
-    enter_unconfirmed(place);
+    auto progress = at(place).progress;
+    progress.resends = resends;
+    progress.resend_time = resend;
+    set_progress(place, progress);
 }
 
 void QueueTable::set_unsent(Place place, DateTime now)
 {
-    auto& entry = slots_[place].entry;
-    if (!entry.progress.sent) {
+    auto progress = at(place).progress;
+    if (!progress.sent) {
         return; // its recipient has logged on meanwhile
     }
-    leave_unconfirmed(place);
-    entry.progress.sent = false;
-    entry.progress.last_attempt = now;
-    enter_line(place);
+    progress.sent = false;
+    progress.last_attempt = now;
+    set_progress(place, progress);
 }
 
 void QueueTable::set_unsent(const std::string& recipient)
@@ -321,51 +285,90 @@ void QueueTable::set_unsent(const std::string& recipient)
 
 void QueueTable::set_expired(Place place, bool expired)
 {
-    auto& entry = slots_[place].entry;
-    if (entry.progress.expired == expired) {
-        return;
-    }
-    if (expired && !entry.progress.delivered) {
-        by_expiration_.erase({entry.expiration_time, place});
-        if (entry.progress.sent) {
-            leave_unconfirmed(place);
-        }
-        finished_.insert(place);
-    } else if (!entry.progress.delivered) {
-        by_expiration_.emplace(entry.expiration_time, place);
-        finished_.erase(place);
-        if (entry.progress.sent) {
-            enter_unconfirmed(place);
-        }
-    }
-    entry.progress.expired = expired;
+    auto progress = at(place).progress;
+    progress.expired = expired;
+    set_progress(place, progress);
 }
 
 void QueueTable::set_delivered(Place place, DateTime now)
 {
-    auto& entry = slots_[place].entry;
-    if (entry.progress.delivered) {
-        return;
-    }
-    leave_undelivered(place);
-    if (!entry.progress.expired) {
-        by_expiration_.erase({entry.expiration_time, place});
-        if (entry.progress.sent) {
-            leave_unconfirmed(place);
-        }
-        finished_.insert(place);
-    }
-    entry.progress.delivered = true;
-    entry.progress.delivered_time = now;
+    auto progress = at(place).progress;
+    progress.delivered = true;
+    progress.delivered_time = now;
+    set_progress(place, progress);
 }
 
-void QueueTable::leave_undelivered(Place place)
+void QueueTable::set_progress(Place place, const Progress& progress)
+{
+    auto& current = slots_[place].entry.progress;
+    const auto was = standing_of(current);
+    const auto is = standing_of(progress);
+    const Standing stays{
+        .in_line = was.in_line && is.in_line && progress.last_attempt == current.last_attempt,
+        .unconfirmed = was.unconfirmed && is.unconfirmed && progress.resend_time == current.resend_time,
+        .undelivered = was.undelivered && is.undelivered,
+        .finished = was.finished && is.finished,
+        .expiring = was.expiring && is.expiring};
+    leave(place, was, stays);
+    current = progress;
+    enter(place, stays, is);
+}
+
+QueueTable::Standing QueueTable::standing_of(const Progress& progress)
+{
+    const bool finished = progress.delivered || progress.expired;
+    return {.in_line = !progress.sent,
+        .unconfirmed = progress.sent && !finished,
+        .undelivered = !progress.delivered,
+        .finished = finished,
+        .expiring = !finished};
+}
+
+void QueueTable::leave(Place place, const Standing& was, const Standing& is)
 {
     const auto& slot = slots_[place];
-    const auto same_number = undelivered_.find(slot.entry.MsgID);
-    same_number->second.erase({slot.name_hash, place});
-    if (same_number->second.empty()) {
-        undelivered_.erase(same_number);
+    if (was.in_line && !is.in_line) {
+        leave_line(place);
+    }
+    if (was.unconfirmed && !is.unconfirmed) {
+        to_resend_.erase(slot.resend);
+        slot.recipient->unconfirmed.erase(slot.entry.number);
+    }
+    if (was.undelivered && !is.undelivered) {
+        const auto same_number = undelivered_.find(slot.entry.MsgID);
+        same_number->second.erase({slot.name_hash, place});
+        if (same_number->second.empty()) {
+            undelivered_.erase(same_number);
+        }
+    }
+    if (was.finished && !is.finished) {
+        finished_.erase(place);
+    }
+    if (was.expiring && !is.expiring) {
+        by_expiration_.erase(slot.expiration);
+    }
+}
+
+/// Most times are the latest when they are entered: the hint then finds their place at once.
+void QueueTable::enter(Place place, const Standing& was, const Standing& is)
+{
+    auto& slot = slots_[place];
+    const auto& entry = slot.entry;
+    if (is.in_line && !was.in_line) {
+        enter_line(place);
+    }
+    if (is.unconfirmed && !was.unconfirmed) {
+        slot.resend = to_resend_.emplace_hint(to_resend_.end(), entry.progress.resend_time, place);
+        slot.recipient->unconfirmed.insert(entry.number);
+    }
+    if (is.undelivered && !was.undelivered) {
+        undelivered_[entry.MsgID].emplace(slot.name_hash, place);
+    }
+    if (is.finished && !was.finished) {
+        finished_.insert(place);
+    }
+    if (is.expiring && !was.expiring) {
+        slot.expiration = by_expiration_.emplace_hint(by_expiration_.end(), entry.expiration_time, place);
     }
 }
 
@@ -399,20 +402,6 @@ void QueueTable::leave_line(Place place)
     }
 }
 
-void QueueTable::enter_unconfirmed(Place place)
-{
-    const auto& slot = slots_[place];
-    to_resend_.emplace(slot.entry.progress.resend_time, place);
-    slot.recipient->unconfirmed.insert(slot.entry.number);
-}
-
-void QueueTable::leave_unconfirmed(Place place)
-{
-    const auto& slot = slots_[place];
-    to_resend_.erase({slot.entry.progress.resend_time, place});
-    slot.recipient->unconfirmed.erase(slot.entry.number);
-}
-
 /// Lets a recipient's oldest entry be tried when its time has come.
 void QueueTable::schedule(Place place)
 {
@@ -425,7 +414,7 @@ void QueueTable::schedule(Place place)
         due_.insert(place);
     } else {
         slot.schedule = Schedule::Tried;
-        tried_.emplace(slot.entry.progress.last_attempt, place);
+        slot.tried = tried_.emplace_hint(tried_.end(), slot.entry.progress.last_attempt, place);
     }
 }
 
@@ -435,7 +424,7 @@ void QueueTable::unschedule(Place place)
     if (slot.schedule == Schedule::Due) {
         due_.erase(place);
     } else if (slot.schedule == Schedule::Tried) {
-        tried_.erase({slot.entry.progress.last_attempt, place});
+        tried_.erase(slot.tried);
     }
     slot.schedule = Schedule::None;
 }

@@ -81,15 +81,17 @@ public:
     void set_unsent(const std::string& recipient);
     void set_expired(Place place, bool expired);
     void set_delivered(Place place, DateTime now);
+    void set_progress(Place place, const Progress& progress);
 
 private:
     using Numbers = std::set<std::int64_t>;
+    using Times = std::multimap<DateTime, Place>;
     /// A name that entries in use are for.
     struct Recipient {
         std::size_t entries = 0;
-        std::size_t not_from_rooms = 0; // of these
-        Numbers line;                   // what is not sent
-        Numbers unconfirmed;            // what stands in to_resend_
+        std::int64_t not_from_rooms = 0; // of these
+        Numbers line;                    // what is not sent
+        Numbers unconfirmed;             // what stands in to_resend_
     };
     /// Where the oldest unsent entry of each recipient stands.
     enum class Schedule : std::uint8_t { None, Due, Tried };
@@ -98,6 +100,19 @@ private:
         Recipient* recipient = nullptr; // of an entry in use
         std::size_t name_hash = 0;      // of the recipient, in any letter case
         Schedule schedule = Schedule::None;
+        // Where it stands in the indexes by time; meaningful while it stands there.
+        Times::iterator tried{};
+        Times::iterator expiration{};
+        Times::iterator resend{};
+    };
+
+    /// The indexes in which an entry stands: its progress alone decides.
+    struct Standing {
+        bool in_line = false;
+        bool unconfirmed = false;
+        bool undelivered = false;
+        bool finished = false;
+        bool expiring = false;
     };
 
     Place place(QueueEntry entry);
@@ -106,12 +121,12 @@ private:
         double msg_id, const std::string& recipient, Condition condition) const;
     const Recipient* find_recipient(const std::string& name) const;
     std::optional<Place> head_of(const Recipient& recipient) const;
-    void count_written(const QueueEntry& entry, std::int64_t change);
-    void leave_undelivered(Place place);
+    void count(const Slot& slot, std::int64_t change);
+    static Standing standing_of(const Progress& progress);
+    void leave(Place place, const Standing& was, const Standing& is);
+    void enter(Place place, const Standing& was, const Standing& is);
     void enter_line(Place place);
     void leave_line(Place place);
-    void enter_unconfirmed(Place place);
-    void leave_unconfirmed(Place place);
     void schedule(Place place);
     void unschedule(Place place);
 
@@ -125,10 +140,10 @@ private:
     /// By MsgID, which the messages to a room share, one for each member: hash of the recipient, place.
     std::unordered_map<double, std::set<std::pair<std::size_t, Place>>> undelivered_;
     std::set<Place> due_;
-    std::set<std::pair<DateTime, Place>> tried_;         // by last attempt
-    std::set<std::pair<DateTime, Place>> by_expiration_; // neither delivered nor marked expired
+    Times tried_;         // by last attempt
+    Times by_expiration_; // neither delivered nor marked expired
     std::set<Place> finished_;
-    std::set<std::pair<DateTime, Place>> to_resend_; // sent, neither delivered nor expired
+    Times to_resend_; // sent, neither delivered nor expired
 };
 
 } // namespace qz::queue
