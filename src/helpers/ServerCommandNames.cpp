@@ -10,15 +10,21 @@ namespace {
 void append_harmless(std::string& result, std::string_view text)
 {
     const auto blank_substitute = protocol_keywords().BlankSubstitute.front();
-    const auto plain = plain_length(text); // mostly all of it
-    result.append(text.substr(0, plain));
-    for (const char c : text.substr(plain)) {
+    while (!text.empty()) {
+        const auto plain = plain_length(text); // mostly all up to the next blank substitute
+        result.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return;
+        }
+        const char c = text.front();
         const bool control = static_cast<unsigned char>(c) < 0x20;
         if (control && c != '\t' && c != '\r' && c != '\n' && c != blank_substitute) {
             result.append("\xEF\xBF\xBD"); // U+FFFD
         } else {
             result.push_back(c);
         }
+        text.remove_prefix(1);
     }
 }
 

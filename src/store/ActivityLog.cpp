@@ -43,11 +43,14 @@ void ActivityLog::Write2dbLog(
     const auto& keywords = helpers::protocol_keywords();
     const SingleLine user(user_name);
     const SingleLine from(remote_ip);
-    const auto name = trim(user.text()).empty() ? keywords.HostName
-                                                : cut_cleaned(parser_.CleanText(user.text()), kUserNameWidth);
+    const SingleLine line(action);
+    std::string name_room;
+    std::string text_room;
+    const auto name = trim(user.text()).empty() ? std::string_view(keywords.HostName)
+                                                : as_literal(user.text(), kUserNameWidth, name_room);
     const auto address = from.text().empty() ? std::string_view(keywords.HostAddress)
                                              : first_characters(from.text(), kRemoteIPWidth);
-    const auto text = cut_cleaned(parser_.CleanText(SingleLine(action).text()), kActionWidth);
+    const auto text = as_literal(line.text(), kActionWidth, text_room);
     try {
         database_.execute(statements::kInsertLogRow, {name, address, text});
         ++rows_written_;
@@ -59,6 +62,16 @@ void ActivityLog::Write2dbLog(
                     + platform::fill(statements::kInsertLogRow, {name, address, text})),
             no_address);
     }
+}
+
+/// A text as it stands between quotes, cut to its column's width: nearly always the text itself.
+/// @param room  holds the result when it is another text.
+std::string_view ActivityLog::as_literal(const std::string& text, std::size_t width, std::string& room) const
+{
+    if (text.size() <= width && text.find('\'') == std::string::npos) {
+        return text;
+    }
+    return room = cut_cleaned(parser_.CleanText(text), width);
 }
 
 void ActivityLog::ClearOldLog()

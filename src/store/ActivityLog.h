@@ -6,8 +6,10 @@
 #include "helpers/MessageParser.h"
 #include "store/Database.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qz::store {
@@ -34,6 +36,8 @@ public:
     std::vector<std::string> get_Log_web(std::int32_t last_record);
 
 private:
+    std::string_view as_literal(const std::string& text, std::size_t width, std::string& room) const;
+
     Database& database_;
     config::Settings& settings_;
     const helpers::MessageParser& parser_;
