@@ -21,7 +21,7 @@ DateTime local_time(std::time_t second)
 
 DateTime SystemClock::now() const
 {
-    const auto second = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    const auto second = std::time(nullptr); // a tenth of the cost of an exact time
     if (second != second_) {
         second_ = second;
         local_ = local_time(second);
