@@ -221,6 +221,20 @@ std::string valid_utf8(std::string_view text)
     return result;
 }
 
+std::string joined(std::initializer_list<std::string_view> pieces)
+{
+    std::size_t size = 0;
+    for (const auto piece : pieces) {
+        size += piece.size();
+    }
+    std::string result;
+    result.reserve(size);
+    for (const auto piece : pieces) {
+        result.append(piece);
+    }
+    return result;
+}
+
 std::string replace_all(std::string_view text, std::string_view what, std::string_view with)
 {
     std::string result;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,6 +27,9 @@ std::string_view first_characters(std::string_view text, std::size_t count);
 
 /// Text in which every byte that is not part of well-formed UTF-8 is replaced by U+FFFD.
 std::string valid_utf8(std::string_view text);
+
+/// The pieces one behind the other, in memory that is taken once.
+std::string joined(std::initializer_list<std::string_view> pieces);
 
 /// Every occurrence of `what` (not empty) replaced by `with`.
 std::string replace_all(std::string_view text, std::string_view what, std::string_view with);

@@ -84,8 +84,9 @@ void Delivery::send_receipt(const std::string& sender, const std::string& recipi
     }
     const auto id = decimal(msg_id);
     sender_.SendData(
-        socket, protocol_keywords().MessageReceipt, "received=" + id + " screennameto=" + recipient);
-    journal_.Log("Receipt for MsgID " + id + " sent to " + sender, sender, protocol_keywords().HostAddress);
+        socket, protocol_keywords().MessageReceipt, joined({"received=", id, " screennameto=", recipient}));
+    journal_.Log(
+        joined({"Receipt for MsgID ", id, " sent to ", sender}), sender, protocol_keywords().HostAddress);
 }
 
 } // namespace qz::queue

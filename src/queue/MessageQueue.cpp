@@ -25,7 +25,7 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 
 std::string sender_and_recipient(const QueueEntry& entry)
 {
-    return " from " + entry.sender + " to " + entry.recipient;
+    return joined({" from ", entry.sender, " to ", entry.recipient});
 }
 
 } // namespace
@@ -87,8 +87,9 @@ void MessageQueue::put(const NewMessage& message, bool recipient_on_line)
     } else {
         enter(std::move(entry));
     }
-    const auto to = message.room.empty() ? " to " + message.recipient : " for room " + message.room;
-    journal_.Log("New message from " + message.sender + to + " with MsgID " + decimal(message.msg_id),
+    const bool to_user = message.room.empty();
+    journal_.Log(joined({"New message from ", message.sender, to_user ? " to " : " for room ",
+                     to_user ? message.recipient : message.room, " with MsgID ", decimal(message.msg_id)}),
         message.sender, message.remote_ip);
 }
 
@@ -242,8 +243,8 @@ void MessageQueue::QueueMessage_SetToDelivered(double msg_id, const std::string&
         const auto its_recipient = table_.at(*place).recipient;
         const bool receipt = table_.at(*place).receipt_requested;
         const bool kept = table_.at(*place).row != 0;
-        journal_.Log(
-            "Message confirmed with MsgID " + decimal(msg_id) + sender_and_recipient(table_.at(*place)),
+        journal_.Log(joined({"Message confirmed with MsgID ", decimal(msg_id), " from ", sender, " to ",
+                         its_recipient}),
             its_recipient, protocol_keywords().HostAddress);
         if (kept) {
             QueueMessage_MoveFromQueue_local(*place); // not with the next sweep: its receipt tells of it now
