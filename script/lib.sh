@@ -6,8 +6,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
-    libarchive-dev libboost-dev libcli11-dev libcurl4-openssl-dev libedit-dev libsodium-dev libspdlog-dev libsqlite3-dev
-    libsystemd-dev nlohmann-json3-dev unixodbc-dev
+    libarchive-dev libboost-dev libcli11-dev libcurl4-openssl-dev libedit-dev libgoogle-perftools-dev libsodium-dev
+    libspdlog-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev unixodbc-dev
 )
 test_packages=(
     libbenchmark-dev libfaketime libgmock-dev libgtest-dev python3-aiosmtpd
