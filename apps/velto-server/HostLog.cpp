@@ -4,11 +4,14 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <nlohmann/json.hpp>
 #include <spdlog/details/null_mutex.h>
+#include <spdlog/formatter.h>
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
@@ -33,25 +36,50 @@ const LevelNames& names_of(LogLevel level)
     return kNames.at(static_cast<std::size_t>(level));
 }
 
-const char* pattern_of(LogFormat format)
+std::string local_time(std::time_t time, const char* pattern)
 {
-    return format == LogFormat::Text ? "%Y-%m-%d %H:%M:%S %^%l%$ %v" : "%v";
-}
-
-std::string local_time()
-{
-    const auto now = std::time(nullptr);
     std::tm civil{};
-    localtime_r(&now, &civil);
+    localtime_r(&time, &civil);
     std::array<char, 32> text{};
-    const auto length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &civil);
+    const auto length = std::strftime(text.data(), text.size(), pattern, &civil);
     return {text.data(), length};
 }
 
+/// Lines of text: as the pattern "%Y-%m-%d %H:%M:%S %^%l%$ %v", but the time is put into words once a second.
+class TextLines final : public spdlog::formatter {
+public:
+    void format(const spdlog::details::log_msg& message, spdlog::memory_buf_t& to) override
+    {
+        const auto second = std::chrono::time_point_cast<std::chrono::seconds>(message.time);
+        if (stamp_.empty() || second != second_) {
+            second_ = second;
+            stamp_ = local_time(spdlog::log_clock::to_time_t(second), "%Y-%m-%d %H:%M:%S ");
+        }
+        const auto& level = spdlog::level::to_string_view(message.level);
+        append(to, stamp_);
+        message.color_range_start = to.size();
+        append(to, level);
+        message.color_range_end = to.size();
+        to.push_back(' ');
+        append(to, message.payload);
+        to.push_back('\n');
+    }
+    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<TextLines>(); }
+
+private:
+    static void append(spdlog::memory_buf_t& to, spdlog::string_view_t text)
+    {
+        to.append(text.data(), text.data() + text.size());
+    }
+
+    std::chrono::time_point<spdlog::log_clock, std::chrono::seconds> second_;
+    std::string stamp_;
+};
+
 std::string as_json(LogLevel level, const std::string& text, std::initializer_list<HostLog::Field> fields)
 {
-    nlohmann::ordered_json object = {
-        {"time", local_time()}, {"level", names_of(level).word}, {"message", text}};
+    nlohmann::ordered_json object = {{"time", local_time(std::time(nullptr), "%Y-%m-%dT%H:%M:%S%z")},
+        {"level", names_of(level).word}, {"message", text}};
     for (const auto& field : fields) {
         if (!field.value.empty()) {
             object[std::string(field.name)] = field.value;
@@ -134,7 +162,11 @@ HostLog::HostLog(LogFormat format) : format_(format)
         sink = held_;
     }
     logger_ = std::make_shared<spdlog::logger>("velto-server", std::move(sink));
-    logger_->set_pattern(pattern_of(format));
+    if (format == LogFormat::Text) {
+        logger_->set_formatter(std::make_unique<TextLines>());
+    } else {
+        logger_->set_pattern("%v");
+    }
 }
 
 HostLog::~HostLog()

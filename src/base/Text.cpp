@@ -100,15 +100,43 @@ std::uint64_t eight_bytes(const char* text)
     return bytes;
 }
 
+/// Four to seven bytes of a text, some of them twice.
+std::uint64_t few_bytes(std::string_view text)
+{
+    std::uint32_t front = 0;
+    std::uint32_t back = 0;
+    std::memcpy(&front, text.data(), sizeof(front));
+    std::memcpy(&back, text.data() + text.size() - sizeof(back), sizeof(back));
+    return (std::uint64_t{front} << 32U) | back;
+}
+
+bool is_ascii_byte(char c)
+{
+    return static_cast<unsigned char>(c) < 0x80;
+}
+
 bool is_ascii(std::string_view text)
 {
     std::uint64_t all = 0;
-    while (text.size() >= sizeof(all)) {
-        all |= eight_bytes(text.data());
-        text.remove_prefix(sizeof(all));
+    if (text.size() >= sizeof(all)) {
+        all = eight_bytes(text.data() + text.size() - sizeof(all));
+        for (; text.size() > sizeof(all); text.remove_prefix(sizeof(all))) {
+            all |= eight_bytes(text.data());
+        }
+    } else if (text.size() >= sizeof(std::uint32_t)) {
+        all = few_bytes(text);
+    } else {
+        return std::all_of(text.begin(), text.end(), is_ascii_byte);
     }
-    return (all & (kEach * 0x80)) == 0
-        && std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return (all & (kEach * 0x80)) == 0;
+}
+
+/// Whether each of eight bytes is a plain character.
+bool are_plain(std::uint64_t bytes)
+{
+    constexpr auto kHigh = kEach * 0x80;
+    const auto from_delete = bytes + kEach; // the bit is set from 0x7F on
+    return ((bytes | from_delete) & kHigh) == 0 && ((bytes - kEach * 0x20) & ~bytes & kHigh) == 0;
 }
 
 char lower_ascii(char c)
@@ -128,14 +156,17 @@ std::string_view take_plain(std::string_view& text)
 
 std::size_t plain_length(std::string_view text)
 {
-    constexpr auto kHigh = kEach * 0x80;
     std::size_t at = 0;
-    for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
-        const auto bytes = eight_bytes(text.data() + at);
-        const auto from_delete = bytes + kEach; // the bit is set from 0x7F on
-        if (((bytes | from_delete) & kHigh) != 0 || ((bytes - kEach * 0x20) & ~bytes & kHigh) != 0) {
-            break;
+    if (text.size() >= sizeof(std::uint64_t)) {
+        const auto last = text.size() - sizeof(std::uint64_t);
+        while (at < last && are_plain(eight_bytes(text.data() + at))) {
+            at += sizeof(std::uint64_t);
         }
+        if (at >= last && are_plain(eight_bytes(text.data() + last))) {
+            return text.size();
+        }
+    } else if (text.size() >= sizeof(std::uint32_t) && are_plain(few_bytes(text))) {
+        return text.size();
     }
     while (at < text.size() && text[at] >= 0x20 && text[at] < 0x7F) {
         ++at;
@@ -177,11 +208,16 @@ std::string lower(std::string_view text)
 
 bool equal_ignoring_case(std::string_view left, std::string_view right)
 {
-    if (is_ascii(left) && is_ascii(right)) {
-        return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-            [](char a, char b) { return lower_ascii(a) == lower_ascii(b); });
+    const auto size = (std::min)(left.size(), right.size());
+    for (std::size_t i = 0; i < size; ++i) {
+        if (!is_ascii_byte(left[i]) || !is_ascii_byte(right[i])) {
+            return lower(left) == lower(right);
+        }
+        if (lower_ascii(left[i]) != lower_ascii(right[i])) {
+            return false; // up to here, the lower cases are as long as the texts
+        }
     }
-    return lower(left) == lower(right);
+    return left.size() == right.size();
 }
 
 std::size_t character_count(std::string_view text)

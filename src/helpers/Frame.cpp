@@ -4,7 +4,9 @@
 #include "helpers/ProtocolKeywords.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <limits>
 #include <system_error>
 
 namespace qz::helpers {
@@ -43,7 +45,9 @@ std::string write_frame(const FrameHeader& header, std::string_view chunk)
     std::string result;
     result.reserve(chunk.size() + 64);
     const auto append = [&](const std::string& mark, std::int32_t number) {
-        result.append(mark).append(std::to_string(number)).append(mark);
+        std::array<char, std::numeric_limits<std::int32_t>::digits10 + 2> digits{};
+        const auto end = std::to_chars(digits.begin(), digits.end(), number).ptr;
+        result.append(mark).append(digits.begin(), end).append(mark);
     };
     result.append(words.FrameStart);
     append(words.FrameNumberMark, header.frame_number);

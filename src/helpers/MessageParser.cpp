@@ -36,8 +36,8 @@ std::string_view word_before_equals(std::string_view text, std::size_t at, std::
 {
     const auto window = text.substr(at, longest + 1);
     // Not find_first_of, which searches the set anew for each byte of the text.
-    const auto end = std::find_if(window.begin(), window.end(), [](char c) { return c == '=' || c == ' '; });
-    return end != window.end() && *end == '=' ? std::string_view(window.begin(), end) : std::string_view{};
+    const auto word = window.substr(0, window.find('='));
+    return word.size() < window.size() && word.find(' ') == kNone ? word : std::string_view{};
 }
 
 std::string_view without_blanks_at_end(std::string_view text)

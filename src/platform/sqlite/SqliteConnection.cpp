@@ -306,8 +306,7 @@ std::uint64_t SqliteConnection::change_mark(const Table& table)
         notice_others(open);
     }
     // Neither part ever goes back, so their sum stays the same only while both do.
-    const auto own = own_changes_.find(table.name);
-    return common_changes_ + (own == own_changes_.end() ? 0 : own->second);
+    return common_changes_ + changes_of(table);
 }
 
 std::string SqliteConnection::description() const
@@ -351,7 +350,7 @@ template <typename Edit> bool SqliteConnection::edit_waiting(Session& open, cons
     const bool waits = edit();
     if (waits) {
         open.changed = true;
-        note_change(table);
+        ++changes_of(table);
     }
     if (waits ? open.waiting->full() : open.waiting->edits_wait(table)) {
         write_waiting(open, waits ? open.waiting->waiting() : bit);
@@ -371,17 +370,18 @@ template <typename Add> std::int64_t SqliteConnection::add_waiting(Session& open
     begin_turn(open);
     const auto key = add();
     open.changed = true;
-    note_change(table);
+    ++changes_of(table);
     if (open.waiting->full()) {
         write_waiting(open, open.waiting->waiting());
     }
     return key;
 }
 
-void SqliteConnection::note_change(const Table& table)
+std::uint64_t& SqliteConnection::changes_of(const Table& table)
 {
-    const auto known = own_changes_.find(table.name);
-    ++(known == own_changes_.end() ? own_changes_.emplace(table.name, 0).first : known)->second;
+    const auto known = std::find_if(own_changes_.begin(), own_changes_.end(),
+        [&](const auto& changes) { return changes.first == table.name; });
+    return known == own_changes_.end() ? own_changes_.emplace_back(table.name, 0).second : known->second;
 }
 
 void SqliteConnection::write_for(Session& open, const SqlitePrepared& prepared, const Match& match)
@@ -482,7 +482,7 @@ ResultSet SqliteConnection::run(Session& open, SqliteStatement& statement, const
     if (writes && open.database.changed_rows() > 0) {
         open.changed = true;
         if (table != nullptr) {
-            note_change(*table);
+            ++changes_of(*table);
         }
     }
     return result;

@@ -16,11 +16,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace qz::platform {
@@ -84,7 +84,7 @@ private:
     void write_last(Session& open);
     /// Makes ready what a statement is about to read.
     void write_for(Session& open, const SqlitePrepared& prepared, const Match& match);
-    void note_change(const Table& table);
+    std::uint64_t& changes_of(const Table& table);
     void notice_others(Session& open);
     void begin_turn(Session& open);
     void execute(Session& open, const Match& match);
@@ -104,7 +104,7 @@ private:
     std::unique_ptr<Session> session_;
     /// Changes that cannot be told apart by table: by other connections, by lost turns, by opening.
     std::uint64_t common_changes_;
-    std::map<std::string, std::uint64_t, std::less<>> own_changes_;
+    std::vector<std::pair<std::string, std::uint64_t>> own_changes_; // by table, of which there are few
 };
 
 } // namespace qz::platform

@@ -63,7 +63,7 @@ std::int64_t SqliteWaitingRows::add_all(
 {
     auto& waiting = waiting_in(table);
     auto& kind = kind_for(waiting, table, columns);
-    const auto key = last_key(table) + 1;
+    const auto key = last_key(waiting, table) + 1;
     waiting.rows.push_back({&kind, waiting.cells.size()});
     for (const auto& value : values) {
         waiting.cells.push_back(cells_.cell(value));
@@ -73,7 +73,7 @@ std::int64_t SqliteWaitingRows::add_all(
     }
     waiting.last_key = key;
     waiting.known_from = waiting.known_from.value_or(key);
-    waiting_ |= bit_of(table.name);
+    waiting_ |= bit_of(waiting);
     return key;
 }
 
@@ -92,7 +92,7 @@ bool SqliteWaitingRows::change(const Table& table, std::int64_t key, const RowCh
     if (!is_stored(waiting, key) || !waiting.edits.change(edits_, table, key, row, cells_)) {
         return false;
     }
-    waiting_ |= bit_of(table.name);
+    waiting_ |= bit_of(waiting);
     return true;
 }
 
@@ -124,7 +124,7 @@ bool SqliteWaitingRows::remove(const Table& table, std::int64_t key)
         return false;
     }
     waiting.edits.remove(key);
-    waiting_ |= bit_of(table.name);
+    waiting_ |= bit_of(waiting);
     return true;
 }
 
@@ -224,10 +224,14 @@ const SqliteWaitingRows::Wider& SqliteWaitingRows::wider(
     return kind.wider.emplace_back(Wider{columns, &kind_for(waiting, table, all), std::move(positions)});
 }
 
-/// The greatest key that the table has ever had, as the database counts it.
-std::int64_t SqliteWaitingRows::last_key(const Table& table)
+SqliteWaitingRows::Tables SqliteWaitingRows::bit_of(const Waiting& waiting) const
 {
-    auto& waiting = waiting_in(table);
+    return 1U << static_cast<unsigned>(&waiting - tables_.data());
+}
+
+/// The greatest key that the table has ever had, as the database counts it.
+std::int64_t SqliteWaitingRows::last_key(Waiting& waiting, const Table& table)
+{
     if (!waiting.last_key) {
         waiting.last_stored = static_cast<std::int64_t>(
             database_

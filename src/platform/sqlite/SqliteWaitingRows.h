@@ -103,7 +103,8 @@ private:
     Kind& kind_for(Waiting& waiting, const Table& table, const std::vector<std::string>& columns);
     const Wider& wider(
         Waiting& waiting, const Table& table, Kind& kind, const std::vector<std::string>& columns);
-    std::int64_t last_key(const Table& table);
+    Tables bit_of(const Waiting& waiting) const;
+    std::int64_t last_key(Waiting& waiting, const Table& table);
     template <typename Values>
     std::int64_t add_all(const Table& table, const std::vector<std::string>& columns, const Values& values);
     static Row* row(Waiting& waiting, std::int64_t key);
