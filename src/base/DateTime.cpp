@@ -134,19 +134,20 @@ std::string DateTime::text() const
             t.year, t.month, t.day, t.hour, t.minute, t.second);
         return {buffer.data(), static_cast<std::size_t>(length)};
     }
-    // Digit by digit: every message has several of these, and a format string is taken apart anew each time.
+    // By pairs of digits: every message has several of these, and a format string is taken apart anew each
+    // time.
     std::string text = "0000-00-00 00:00:00";
-    const auto put = [&](std::size_t last_digit, int number) {
-        for (auto at = last_digit; number > 0; --at, number /= 10) {
-            text[at] = static_cast<char>('0' + number % 10);
-        }
+    const auto put = [&](std::size_t at, int number) {
+        text[at] = static_cast<char>('0' + number / 10);
+        text[at + 1] = static_cast<char>('0' + number % 10);
     };
-    put(3, t.year);
-    put(6, t.month);
-    put(9, t.day);
-    put(12, t.hour);
-    put(15, t.minute);
-    put(18, t.second);
+    put(0, t.year / 100);
+    put(2, t.year % 100);
+    put(5, t.month);
+    put(8, t.day);
+    put(11, t.hour);
+    put(14, t.minute);
+    put(17, t.second);
     return text;
 }
 

@@ -244,6 +244,9 @@ std::string_view first_characters(std::string_view text, std::size_t count)
 
 std::string valid_utf8(std::string_view text)
 {
+    if (is_ascii(text)) {
+        return std::string(text);
+    }
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
