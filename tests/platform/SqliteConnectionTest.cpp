@@ -3,6 +3,8 @@
 #include "base/EngineError.h"
 #include "base/Guarded.h"
 #include "platform/database/Recordset.h"
+#include "platform/sqlite/SqliteDatabase.h"
+#include "platform/sqlite/SqliteFunctions.h"
 #include "platform/sqlite/SqliteSchema.h"
 #include "support/ManualClock.h"
 #include "support/MemoryDatabase.h"
@@ -452,6 +454,22 @@ TEST_F(SqliteConnectionTest, PlainToolsUseTheFile)
     const auto connection = open();
     EXPECT_EQ(error_of([&] { connection->query(fill(kSelectAutoReply, {"anna"})); }).number(),
         number_of(DatabaseError::MissingTable));
+}
+
+TEST_F(SqliteConnectionTest, FindsTextInTextAsPlainToolsDo)
+{
+    SqliteDatabase ours(":memory:");
+    register_functions(ours.handle(), clock);
+    SqliteDatabase plain(":memory:");
+    const std::array values{"'LogOn successfully for ann'", "'LogOn'", "'logon'", "'ann'", "'n'", "''",
+        "NULL", "1701", "0", "'x\xC3\xA9\xC3\xA9y'", "'\xC3\xA9y'", "'\xA9'", "'y'", "CAST(x'A9' AS TEXT)",
+        "x'78C3A9C3A979'", "x'A979'", "x''", "'\xA9\xA9y'"};
+    for (const auto* text : values) {
+        for (const auto* part : values) {
+            const auto sql = std::string("SELECT instr(") + text + ", " + part + ")";
+            EXPECT_EQ(ours.read(sql), plain.read(sql)) << sql;
+        }
+    }
 }
 
 TEST_F(SqliteConnectionTest, RefusesWhatIsNoDatabase)

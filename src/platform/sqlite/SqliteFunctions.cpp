@@ -5,9 +5,11 @@
 #include "base/EngineError.h"
 #include "base/Text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -68,6 +70,34 @@ void len(sqlite3_context* context, int /*count*/, sqlite3_value** arguments)
     }
 }
 
+/// instr(text, part): the same as the library's own, which looks at one character after the other. An index
+/// asks it of each line of the activity log.
+void position(sqlite3_context* context, int /*count*/, sqlite3_value** arguments)
+{
+    const auto is = [&](int type) {
+        return [=](sqlite3_value* value) {
+            return sqlite3_value_type(value) == type;
+        };
+    };
+    const std::span<sqlite3_value*> both(arguments, 2);
+    if (std::any_of(both.begin(), both.end(), is(SQLITE_NULL))) {
+        return;
+    }
+    const bool bytes = std::all_of(both.begin(), both.end(), is(SQLITE_BLOB));
+    const auto text = text_of(both[0]);
+    const auto part = text_of(both[1]);
+    const auto begins = [&](char c) {
+        return bytes || (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+    };
+    auto at = text.find(part);
+    while (at != std::string_view::npos && at > 0 && at < text.size() && !begins(text[at])) {
+        at = text.find(part, at + 1); // in the middle of a character
+    }
+    const auto before = at == std::string_view::npos || at == 0 ? std::string_view{} : text.substr(1, at);
+    sqlite3_result_int64(
+        context, at == std::string_view::npos ? 0 : 1 + std::count_if(before.begin(), before.end(), begins));
+}
+
 /// DateDiff('d', from, to): midnights between two dates.
 void date_diff(sqlite3_context* context, int /*count*/, sqlite3_value** arguments)
 {
@@ -120,6 +150,7 @@ void register_functions(sqlite3* database, const Clock& clock)
         Registration{"FormatDate", 2, SQLITE_DETERMINISTIC, format_date},
         // Constant while one statement runs, which spares a call for each row.
         Registration{"Today", 0, SQLITE_DETERMINISTIC, today},
+        Registration{"instr", 2, SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, position},
         Registration{"datetime", 2, SQLITE_INNOCUOUS, local_now},
     };
     // The library hands the pointer back without touching what it points to.
