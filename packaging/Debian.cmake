@@ -39,8 +39,8 @@ set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_SERVER_PACKAGE_NAME velto-server)
 set(CPACK_DEBIAN_SERVER_DESCRIPTION "The server: accounts, rooms, presence, messages that wait for their recipients.
 One process, settings in one file, an embedded database or one on a server.")
-# What the scripts need; the libraries are found by themselves.
-set(CPACK_DEBIAN_SERVER_PACKAGE_DEPENDS adduser)
+# What the scripts need, and the libraries that are loaded late; the others are found by themselves.
+set(CPACK_DEBIAN_SERVER_PACKAGE_DEPENDS "adduser, libarchive13, libcurl4")
 set(CPACK_DEBIAN_SERVER_PACKAGE_SUGGESTS "velto")
 set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm

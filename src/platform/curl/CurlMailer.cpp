@@ -1,6 +1,7 @@
 #include "platform/curl/CurlMailer.h"
 
 #include "base/Text.h"
+#include "platform/LateLibrary.h"
 #include "platform/curl/MailText.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <curl/curl.h>
 #include <functional>
 #include <random>
+#include <system_error>
 #include <utility>
 
 namespace qz::platform {
@@ -18,21 +20,52 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+/// The library, with the ABI that it has had since 2006. Most runs of a program send no mail.
+struct Curl {
+    LateLibrary library{"libcurl.so.4"};
+    LateFunction<decltype(curl_easy_cleanup)> easy_cleanup{library, "curl_easy_cleanup"};
+    LateFunction<decltype(curl_easy_init)> easy_init{library, "curl_easy_init"};
+    LateFunction<decltype(curl_easy_setopt)> easy_setopt{library, "curl_easy_setopt"};
+    LateFunction<decltype(curl_easy_strerror)> easy_strerror{library, "curl_easy_strerror"};
+    LateFunction<decltype(curl_global_init)> global_init{library, "curl_global_init"};
+    LateFunction<decltype(curl_multi_add_handle)> multi_add_handle{library, "curl_multi_add_handle"};
+    LateFunction<decltype(curl_multi_cleanup)> multi_cleanup{library, "curl_multi_cleanup"};
+    LateFunction<decltype(curl_multi_info_read)> multi_info_read{library, "curl_multi_info_read"};
+    LateFunction<decltype(curl_multi_init)> multi_init{library, "curl_multi_init"};
+    LateFunction<decltype(curl_multi_perform)> multi_perform{library, "curl_multi_perform"};
+    LateFunction<decltype(curl_multi_poll)> multi_poll{library, "curl_multi_poll"};
+    LateFunction<decltype(curl_multi_remove_handle)> multi_remove_handle{library, "curl_multi_remove_handle"};
+    LateFunction<decltype(curl_multi_wakeup)> multi_wakeup{library, "curl_multi_wakeup"};
+    LateFunction<decltype(curl_slist_append)> slist_append{library, "curl_slist_append"};
+    LateFunction<decltype(curl_slist_free_all)> slist_free_all{library, "curl_slist_free_all"};
+};
+
+const Curl& curl()
+{
+    try {
+        static const Curl kCurl;
+        return kCurl;
+    } catch (const std::system_error& error) {
+        throw mail_error(std::string("Mails need the library libcurl; install the package libcurl4 (")
+            + error.what() + ")");
+    }
+}
+
 struct EasyCleanup {
-    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+    void operator()(CURL* easy) const { curl().easy_cleanup(easy); }
 };
 struct MultiCleanup {
-    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+    void operator()(CURLM* multi) const { curl().multi_cleanup(multi); }
 };
 struct ListCleanup {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    void operator()(curl_slist* list) const { curl().slist_free_all(list); }
 };
 
 void initialise_library()
 {
-    static const CURLcode kResult = curl_global_init(CURL_GLOBAL_DEFAULT);
+    static const CURLcode kResult = curl().global_init(CURL_GLOBAL_DEFAULT);
     if (kResult != CURLE_OK) {
-        throw mail_error(curl_easy_strerror(kResult));
+        throw mail_error(curl().easy_strerror(kResult));
     }
 }
 
@@ -73,7 +106,7 @@ public:
     Transfers()
     {
         initialise_library();
-        multi_.reset(curl_multi_init());
+        multi_.reset(curl().multi_init());
         if (!multi_) {
             throw runtime_error(RuntimeError::OutOfMemory);
         }
@@ -83,9 +116,9 @@ public:
     /// @param end  asked again and again: the moment at which to give up.
     void run(const OutgoingMail& mail, const std::string& text, const MailLimits& limits, const End& end)
     {
-        const std::unique_ptr<CURL, EasyCleanup> easy(curl_easy_init());
+        const std::unique_ptr<CURL, EasyCleanup> easy(curl().easy_init());
         const std::unique_ptr<curl_slist, ListCleanup> recipients(
-            curl_slist_append(nullptr, mail.recipient.c_str()));
+            curl().slist_append(nullptr, mail.recipient.c_str()));
         if (!easy || !recipients) {
             throw runtime_error(RuntimeError::OutOfMemory);
         }
@@ -108,22 +141,22 @@ public:
         set(easy.get(), CURLOPT_NOPROGRESS, 0L);
         set(easy.get(), CURLOPT_XFERINFOFUNCTION, is_past);
         set(easy.get(), CURLOPT_XFERINFODATA, &end);
-        curl_multi_add_handle(multi_.get(), easy.get());
+        curl().multi_add_handle(multi_.get(), easy.get());
         const auto result = wait(end);
-        curl_multi_remove_handle(multi_.get(), easy.get());
+        curl().multi_remove_handle(multi_.get(), easy.get());
         if (result != CURLE_OK) {
             throw mail_error("The mail to " + mail.recipient + " was not sent: " + reason(result));
         }
     }
 
-    void wake() { curl_multi_wakeup(multi_.get()); }
+    void wake() { curl().multi_wakeup(multi_.get()); }
 
 private:
     template <typename Value> static void set(CURL* easy, CURLoption option, Value value)
     {
-        const auto code = curl_easy_setopt(easy, option, value);
+        const auto code = curl().easy_setopt(easy, option, value);
         if (code != CURLE_OK) {
-            throw mail_error(curl_easy_strerror(code));
+            throw mail_error(curl().easy_strerror(code));
         }
     }
 
@@ -133,14 +166,14 @@ private:
     {
         for (;;) {
             int running = 0;
-            curl_multi_perform(multi_.get(), &running);
+            curl().multi_perform(multi_.get(), &running);
             int waiting = 0;
-            if (const auto* message = curl_multi_info_read(multi_.get(), &waiting)) {
+            if (const auto* message = curl().multi_info_read(multi_.get(), &waiting)) {
                 return message->data.result;
             }
             const auto left = std::chrono::ceil<milliseconds>(end() - steady_clock::now());
             const auto pause = (std::max)(left, milliseconds(1));
-            curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(pause.count()), nullptr);
+            curl().multi_poll(multi_.get(), nullptr, 0, static_cast<int>(pause.count()), nullptr);
         }
     }
 
@@ -149,7 +182,7 @@ private:
         if (result == CURLE_ABORTED_BY_CALLBACK) {
             return "it timed out";
         }
-        return printable(error_.front() == '\0' ? curl_easy_strerror(result) : error_.data());
+        return printable(error_.front() == '\0' ? curl().easy_strerror(result) : error_.data());
     }
 
     std::unique_ptr<CURLM, MultiCleanup> multi_;
