@@ -148,10 +148,9 @@ Latency latency_at_rate(Crowd& crowd, std::size_t pairs, double rate, Seconds ti
     return latency_of(std::move(times));
 }
 
-Cost room(const Process& measured, Crowd& crowd, std::size_t members, std::size_t messages)
+void join_room(Crowd& crowd, std::size_t members)
 {
     std::size_t joined = 0;
-
     crowd.on_unit(
         [&](std::size_t /*client*/, const Unit& unit) { joined += unit.keyword == "room" ? 1U : 0U; });
     for (std::size_t i = 0; i < members; ++i) {
@@ -159,6 +158,10 @@ Cost room(const Process& measured, Crowd& crowd, std::size_t members, std::size_
             i, fresh_number(), "room", "screenname=" + crowd.name(i) + " action=join roomname=hall");
         crowd.poll_until([&] { return joined == i + 1; });
     }
+}
+
+Cost room(const Process& measured, Crowd& crowd, std::size_t members, std::size_t messages)
+{
     std::size_t delivered = 0;
     std::size_t sent = 0;
     const auto write_one = [&] {

@@ -41,8 +41,10 @@ Latency latency_of_one_pair(Crowd& crowd, std::size_t messages);
 /// generator or server that falls behind makes all later messages late, and they count.
 Latency latency_at_rate(Crowd& crowd, std::size_t pairs, double rate, Seconds time);
 
-/// One member writes to a room in which the first clients are; each member confirms each message. Counts
-/// deliveries.
+/// The first clients become members of a room.
+void join_room(Crowd& crowd, std::size_t members);
+
+/// One member writes to the room; each member confirms each message. Counts deliveries.
 Cost room(const Process& measured, Crowd& crowd, std::size_t members, std::size_t messages);
 
 /// Messages for accounts that are off line, counted when the server has taken them.

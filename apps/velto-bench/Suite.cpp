@@ -3,6 +3,7 @@
 #include "DatabaseHome.h"
 
 #include <algorithm>
+#include <array>
 #include <iostream>
 
 namespace velto::bench {
@@ -34,6 +35,18 @@ double each(Seconds time, const Cost& cost)
 double rate(const Cost& cost)
 {
     return cost.count / cost.measured.count();
+}
+
+/// The middle one of several rounds, by what the measured program did. A round is long enough for the
+/// server's own recurring work; what others do on the machine meets some rounds only.
+template <typename Round> Cost middle_of(Round round)
+{
+    std::array<Cost, 5> costs;
+    std::generate(costs.begin(), costs.end(), round);
+    const auto middle = costs.begin() + costs.size() / 2;
+    std::nth_element(costs.begin(), middle, costs.end(),
+        [](const Cost& left, const Cost& right) { return rate(left) > rate(right); });
+    return *middle;
 }
 
 } // namespace
@@ -174,8 +187,9 @@ void Suite::measure_messages_with_window(Measured& measured, Crowd& crowd, bool 
 {
     const auto title = ", window " + std::to_string(window);
     const Seconds time(options_.seconds);
-    confirmed_messages(*measured.process, crowd, kPairs, window, time / 4); // caches fill
-    const auto cost = confirmed_messages(*measured.process, crowd, kPairs, window, time);
+    confirmed_messages(*measured.process, crowd, kPairs, window, time / 2); // caches fill
+    const auto cost =
+        middle_of([&] { return confirmed_messages(*measured.process, crowd, kPairs, window, time); });
     put(is_server,
         {"confirmed message" + title, "CPU us", each(cost.measured, cost), {},
             at_most(window == 1 ? 60 : 25)});
@@ -188,9 +202,10 @@ void Suite::measure_messages_with_window(Measured& measured, Crowd& crowd, bool 
 
 double Suite::message_cost(Measured& measured, Crowd& crowd, std::size_t pairs, std::size_t window) const
 {
-    const Seconds time(options_.seconds / 2);
+    const Seconds time(options_.seconds);
     confirmed_messages(*measured.process, crowd, pairs, window, time / 4);
-    const auto cost = confirmed_messages(*measured.process, crowd, pairs, window, time);
+    const auto cost =
+        middle_of([&] { return confirmed_messages(*measured.process, crowd, pairs, window, time); });
     return each(cost.measured, cost);
 }
 
@@ -259,7 +274,8 @@ void Suite::measure_room()
         constexpr std::size_t kMembers = 200;
         Crowd crowd(measured.port);
         crowd.log_on(0, kMembers);
-        const auto cost = room(*measured.process, crowd, kMembers, 250);
+        join_room(crowd, kMembers);
+        const auto cost = middle_of([&] { return room(*measured.process, crowd, kMembers, 250); });
         put(is_server, {"delivery in a room of 200, confirmed", "CPU us", each(cost.measured, cost), {}, {}});
         put(is_server,
             {"deliveries in a room of 200 a second of CPU", "1/s", rate(cost), {}, at_least(60000)});
@@ -334,7 +350,7 @@ void Suite::measure_database(const std::string& provider, const std::string& tit
     crowd.log_on(0, kPairs * 2);
     for (const std::size_t window : {1U, 16U}) {
         const auto what = " on " + title + ", window " + std::to_string(window);
-        const Seconds time(options_.seconds);
+        const Seconds time(2 * options_.seconds);
         confirmed_messages(process, crowd, kPairs, window, time / 2); // plans and caches settle
         const auto before = database.time();
         const auto cost = confirmed_messages(process, crowd, kPairs, window, time);

@@ -18,7 +18,7 @@ struct SuiteOptions {
     std::filesystem::path server;
     std::filesystem::path scratch;
     std::vector<std::string> only; // names of measurements; all when empty
-    double seconds = 2;            // for which messages are exchanged
+    double seconds = 1;            // for which messages are exchanged in a round
 };
 
 class Suite {

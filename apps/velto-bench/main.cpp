@@ -35,7 +35,7 @@ void write_json(const std::string& path, const Report& report, bool complete)
 void add_run(CLI::App& app, SuiteOptions& options, std::string& json)
 {
     auto* run = app.add_subcommand("run", "Measure a server, which is started on a scratch home");
-    run->footer("Examples:\n  velto-bench run\n  velto-bench run messages --seconds 5 --json figures.json");
+    run->footer("Examples:\n  velto-bench run\n  velto-bench run messages --seconds 2 --json figures.json");
     run->add_option("MEASUREMENT", options.only, "What to measure; everything when none is named")
         ->check(CLI::IsMember(Suite::names()));
     run->add_option("--server", options.server, "The program velto-server")
@@ -44,7 +44,7 @@ void add_run(CLI::App& app, SuiteOptions& options, std::string& json)
     run->add_option(
            "--scratch", options.scratch, "Folder for the scratch home; new or empty, removed in the end")
         ->capture_default_str();
-    run->add_option("--seconds", options.seconds, "Seconds for which messages are exchanged")
+    run->add_option("--seconds", options.seconds, "Seconds for which messages are exchanged in a round")
         ->check(CLI::Range(0.1, 3600.0))
         ->capture_default_str();
     run->add_option("--json", json, "File for the figures as JSON");
