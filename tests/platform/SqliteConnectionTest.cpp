@@ -15,12 +15,14 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -598,6 +600,36 @@ TEST_F(SqliteConnectionTest, RefusesAFileThatItMayNotWrite)
         EXPECT_EQ(error_of([&] { open(); }).number(), number_of(DatabaseError::Unspecified));
         EXPECT_EQ(seteuid(0), 0);
     }
+}
+
+TEST_F(SqliteConnectionTest, ItsLogBeginsAnewAgainAndAgainWhileTurnsGoOn)
+{
+    // Behind each beginning stands a salt that is one greater, in the eight bytes from here on.
+    constexpr std::streamoff kSalt = 16;
+    const auto salt = [&] {
+        std::ifstream log(file.string() + "-wal", std::ios::binary);
+        log.seekg(kSalt);
+        std::string bytes(8, '\0');
+        log.read(bytes.data(), 8);
+        return bytes;
+    };
+    auto connection = open();
+    const auto action = long_text(200);
+    std::set<std::string> salts;
+    int rows = 0;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (salts.size() < 4 && std::chrono::steady_clock::now() < end) {
+        for (int i = 0; i < 500; ++i, ++rows) {
+            log(*connection, action);
+        }
+        connection->end_turn();
+        salts.insert(salt());
+    }
+    EXPECT_EQ(salts.size(), 4U) << "the log only grows";
+    connection.reset(); // maybe in the middle of a copy
+    SqliteDatabase plain(file);
+    EXPECT_EQ(plain.read("SELECT count(*) FROM log").integer(), rows);
+    EXPECT_EQ(plain.read("PRAGMA quick_check").text(), "ok");
 }
 
 TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)

@@ -39,9 +39,7 @@ void set_up(SqliteDatabase& database, Durability durability)
     // left this process: only a power loss can take the last turns back, and never the file's integrity.
     database.run("PRAGMA journal_mode=WAL");
     database.run(durability == Durability::Power ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
-    // A log of 16 MB (4,000 pages) before it is copied back: pages that several turns change are copied once.
-    database.run("PRAGMA wal_autocheckpoint=4000; PRAGMA journal_size_limit=67108864");
-    database.run("PRAGMA cache_size=-16000; PRAGMA temp_store=MEMORY");
+    database.run("PRAGMA journal_size_limit=67108864; PRAGMA cache_size=-16000; PRAGMA temp_store=MEMORY");
 }
 
 /// Sets table and keys of a result whose rows can be edited, and takes a key away that the text did not ask
@@ -98,6 +96,7 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     opening->waiting = std::make_unique<SqliteWaitingRows>(database, opening->edits, clock_);
     opening->activity = std::make_unique<SqliteActivity>(database, clock_);
     opening->numbers = std::make_unique<SqliteMessageNumbers>(database);
+    opening->checkpoints = std::make_unique<SqliteCheckpoints>(database);
     opening->begin = std::make_unique<SqliteStatement>(database, "BEGIN IMMEDIATE");
     opening->commit = std::make_unique<SqliteStatement>(database, "COMMIT");
     opening->data_version = std::make_unique<SqliteStatement>(database, "PRAGMA data_version");

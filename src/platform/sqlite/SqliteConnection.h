@@ -5,6 +5,7 @@
 #include "platform/database/Connection.h"
 #include "platform/database/Shape.h"
 #include "platform/sqlite/SqliteActivity.h"
+#include "platform/sqlite/SqliteCheckpoints.h"
 #include "platform/sqlite/SqliteDatabase.h"
 #include "platform/sqlite/SqliteEdits.h"
 #include "platform/sqlite/SqliteMessageNumbers.h"
@@ -65,6 +66,7 @@ private:
         std::unique_ptr<SqliteWaitingRows> waiting;
         std::unique_ptr<SqliteActivity> activity;
         std::unique_ptr<SqliteMessageNumbers> numbers;
+        std::unique_ptr<SqliteCheckpoints> checkpoints;
         bool in_turn = false;    // a transaction was begun and not committed yet
         bool changed = false;    // something succeeded in it
         bool turn_lost = false;  // the database threw away what had succeeded

@@ -1,0 +1,46 @@
+// Brings what the write-ahead log holds back into the database file, on a thread of its own: 16 MB and a
+// flush of the disk take some ten milliseconds, for which no turn should wait.
+#pragma once
+
+#include "platform/sqlite/SqliteDatabase.h"
+
+#include <atomic>
+#include <cstdint>
+#include <semaphore>
+#include <thread>
+
+namespace qz::platform {
+
+/// The thread copies while the connection goes on writing. What is written meanwhile, a small part, is copied
+/// by the connection itself behind a commit: the log begins anew only when nothing of it is left.
+class SqliteCheckpoints {
+public:
+    /// From here on the connection makes no checkpoints of its own.
+    /// @param database  must outlive the object.
+    explicit SqliteCheckpoints(SqliteDatabase& database);
+    SqliteCheckpoints(const SqliteCheckpoints&) = delete;
+    SqliteCheckpoints& operator=(const SqliteCheckpoints&) = delete;
+    /// Waits for a copy that is under way.
+    ~SqliteCheckpoints();
+
+private:
+    enum class State : std::uint8_t {
+        Idle,
+        Copying, // the thread works
+        Copied,  // and the rest is the connection's
+    };
+
+    void committed(int pages);
+    void copy_rest(int pages);
+    void work();
+    void copy();
+
+    SqliteDatabase& database_;
+    int begin_at_; // so many pages of log
+    std::atomic<State> state_ = State::Idle;
+    std::atomic<bool> ending_ = false;
+    std::counting_semaphore<2> wanted_{0}; // a copy, or the end
+    std::thread thread_;                   // from the first copy on
+};
+
+} // namespace qz::platform
