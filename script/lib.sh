@@ -10,7 +10,7 @@ build_packages=(
     libspdlog-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev unixodbc-dev
 )
 test_packages=(
-    libbenchmark-dev libfaketime libgmock-dev libgtest-dev python3-aiosmtpd
+    libbenchmark-dev libfaketime libgmock-dev libgtest-dev python3-aiosmtpd sqlite3
     postgresql-15 odbc-postgresql mariadb-server odbc-mariadb tdsodbc
 )
 lint_packages=(clang-format clang-tidy)

@@ -16,7 +16,7 @@ constexpr int kSecondsBetweenSigns = 10;
 
 StatusKeeper::StatusKeeper(
     const Home& home, qz::platform::Machine& machine, qz::server::Main& main, HostLog& log)
-    : file_(home), main_(main), log_(log), timer_(machine.create_timer(*this))
+    : home_(home), file_(home), main_(main), log_(log), timer_(machine.create_timer(*this))
 {
     file_.remove(); // what a killed server left behind
 }
@@ -30,6 +30,7 @@ void StatusKeeper::start()
 {
     identity_ = {getpid(), main_.get_StarTime().text(), main_.get_ServerIP(), main_.get_ListeningPort(),
         main_.Version()};
+    database_.emplace(home_, log_);
     write(main_.figures());
     timer_->set_interval(std::chrono::seconds(1));
     timer_->set_enabled(true);
@@ -38,6 +39,7 @@ void StatusKeeper::start()
 void StatusKeeper::timer_ticked()
 {
     ++seconds_since_write_;
+    database_->look();
     const auto figures = main_.figures();
     service_manager::tell_status(std::to_string(figures.users_on_line) + " on line, "
         + std::to_string(figures.queued_messages) + " messages waiting");

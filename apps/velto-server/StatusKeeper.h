@@ -1,12 +1,14 @@
 // Keeps the status file of a running server true, and its service manager informed.
 #pragma once
 
+#include "DatabaseWatch.h"
 #include "HostLog.h"
 #include "StatusFile.h"
 #include "platform/Machine.h"
 #include "server/Main.h"
 
 #include <memory>
+#include <optional>
 
 namespace velto {
 
@@ -29,10 +31,12 @@ private:
     void timer_ticked() override;
     void write(const qz::server::Figures& figures);
 
+    const Home& home_;
     StatusFile file_;
     qz::server::Main& main_;
     HostLog& log_;
     std::unique_ptr<qz::platform::Timer> timer_;
+    std::optional<DatabaseWatch> database_; // from the start on
     ServerIdentity identity_;
     qz::server::Figures written_;
     int seconds_since_write_ = 0;

@@ -3,6 +3,7 @@
 #include "base/EngineError.h"
 #include "base/Guarded.h"
 #include "platform/database/Recordset.h"
+#include "platform/sqlite/SqliteBackup.h"
 #include "platform/sqlite/SqliteDatabase.h"
 #include "platform/sqlite/SqliteFunctions.h"
 #include "platform/sqlite/SqliteSchema.h"
@@ -17,7 +18,9 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <iterator>
 #include <map>
@@ -26,7 +29,9 @@
 #include <sstream>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -115,6 +120,29 @@ protected:
         ADD_FAILURE() << "nothing failed";
         return {0, "", ""};
     }
+    /// Writes rows until the log has begun so many times.
+    /// @return the number of rows.
+    int write_until_the_log_began(Connection& connection, std::size_t times) const
+    {
+        // Behind each beginning stands a salt that is one greater, in the eight bytes from here on.
+        constexpr std::streamoff kSalt = 16;
+        std::set<std::string> salts;
+        int rows = 0;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (salts.size() < times && std::chrono::steady_clock::now() < end) {
+            for (int i = 0; i < 500; ++i, ++rows) {
+                log(connection, std::string(200, 'x'));
+            }
+            connection.end_turn();
+            std::ifstream stream(file.string() + "-wal", std::ios::binary);
+            stream.seekg(kSalt);
+            std::string salt(8, '\0');
+            stream.read(salt.data(), 8);
+            salts.insert(salt);
+        }
+        EXPECT_EQ(salts.size(), times) << "the log only grows";
+        return rows;
+    }
     /// The failure of an Open, which must name the file.
     std::string refusal()
     {
@@ -136,6 +164,39 @@ std::string long_text(std::size_t size)
     return std::string().append(size, 'x');
 }
 
+/// Whether another process finds a shared lock of this one on these bytes.
+bool is_locked(const std::string& file, off_t begin, off_t length)
+{
+    const auto self = getpid();
+    const auto child = fork();
+    if (child == 0) { // no more than system calls: the process has threads
+        struct flock lock { };
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        lock.l_start = begin;
+        lock.l_len = length;
+        const int descriptor = ::open(file.c_str(), O_RDWR);
+        const bool asked = descriptor >= 0 && fcntl(descriptor, F_GETLK, &lock) == 0;
+        _exit(asked && lock.l_type == F_RDLCK && lock.l_pid == self ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/// What the database's own shell, another process, prints for a statement.
+std::string shell(const std::filesystem::path& file, const std::string& sql)
+{
+    std::string output;
+    auto* const pipe = popen(("sqlite3 '" + file.string() + "' '" + sql + "' 2>&1").c_str(), "r");
+    std::array<char, 256> buffer{};
+    while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), pipe) != nullptr) {
+        output += buffer.data();
+    }
+    pclose(pipe);
+    return output;
+}
+
 bool mentions(const std::string& text, const std::string& words)
 {
     return text.find(words) != std::string::npos;
@@ -145,15 +206,20 @@ bool mentions(const std::string& text, const std::string& words)
 
 TEST_F(SqliteConnectionTest, MakesItsFileForTheOwnerOnly)
 {
-    const auto connection = open();
-    log(*connection, "a");
-    connection->end_turn();
     const auto mode = [](const std::filesystem::path& path) {
         return static_cast<unsigned>(std::filesystem::status(path).permissions());
     };
-    EXPECT_EQ(mode(file), 0640U);
-    EXPECT_EQ(mode(file.string() + "-wal"), 0640U);
-    EXPECT_TRUE(mentions(connection->description(), file.string()));
+    for (const mode_t mask : {0U, 0077U}) {
+        file = folder.path() / std::to_string(mask);
+        const auto before = umask(mask);
+        const auto connection = open();
+        EXPECT_EQ(umask(before), mask);
+        log(*connection, "a");
+        connection->end_turn();
+        EXPECT_EQ(mode(file), 0640U);
+        EXPECT_EQ(mode(file.string() + "-wal"), 0640U);
+        EXPECT_TRUE(mentions(connection->description(), file.string()));
+    }
 }
 
 TEST_F(SqliteConnectionTest, KeepsRowsOverCloseAndOpen)
@@ -604,32 +670,56 @@ TEST_F(SqliteConnectionTest, RefusesAFileThatItMayNotWrite)
 
 TEST_F(SqliteConnectionTest, ItsLogBeginsAnewAgainAndAgainWhileTurnsGoOn)
 {
-    // Behind each beginning stands a salt that is one greater, in the eight bytes from here on.
-    constexpr std::streamoff kSalt = 16;
-    const auto salt = [&] {
-        std::ifstream log(file.string() + "-wal", std::ios::binary);
-        log.seekg(kSalt);
-        std::string bytes(8, '\0');
-        log.read(bytes.data(), 8);
-        return bytes;
-    };
     auto connection = open();
-    const auto action = long_text(200);
-    std::set<std::string> salts;
-    int rows = 0;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (salts.size() < 4 && std::chrono::steady_clock::now() < end) {
-        for (int i = 0; i < 500; ++i, ++rows) {
-            log(*connection, action);
-        }
-        connection->end_turn();
-        salts.insert(salt());
-    }
-    EXPECT_EQ(salts.size(), 4U) << "the log only grows";
+    constexpr std::size_t kTimes = 4;
+    const auto rows = write_until_the_log_began(*connection, kTimes);
     connection.reset(); // maybe in the middle of a copy
     SqliteDatabase plain(file);
     EXPECT_EQ(plain.read("SELECT count(*) FROM log").integer(), rows);
     EXPECT_EQ(plain.read("PRAGMA quick_check").text(), "ok");
+}
+
+// A process loses all of its locks on a file with the first descriptor of the file that it closes. Whoever
+// closes the database then next takes itself for the last one, and deletes the log under the others.
+TEST_F(SqliteConnectionTest, NothingThatAProcessDoesTakesItsLocksFromIt)
+{
+    // Where the library on every system puts them: the byte ranges are part of the file format.
+    constexpr off_t kShared = 1'073'741'826; // in the file: tells who closes last
+    constexpr off_t kSharedLength = 510;
+    constexpr off_t kAlive = 128; // in the index of the log: tells who may begin it again
+    const std::pair<const char*, std::function<void(Connection&)>> cases[] = {
+        {"nothing",
+            [](Connection& /*connection*/) {
+            }},
+        {"a second connection",
+            [&](Connection& /*connection*/) {
+                open();
+            }},
+        {"a backup",
+            [&](Connection& /*connection*/) {
+                copy_sqlite_database(file, folder.path() / "copy.db", [](int, int) {});
+            }},
+        {"a copy of the log into the file",
+            [&](Connection& connection) {
+                write_until_the_log_began(connection, 2);
+            }},
+    };
+    const auto connection = open();
+    int rows = 0;
+    for (const auto& [name, act] : cases) {
+        SCOPED_TRACE(name);
+        act(*connection);
+        EXPECT_TRUE(is_locked(file, kShared, kSharedLength));
+        EXPECT_TRUE(is_locked(file.string() + "-shm", kAlive, 1));
+        log(*connection, "of the server");
+        connection->end_turn();
+        shell(file, "INSERT INTO log (Action) VALUES (\"of another program\")");
+        rows += 2;
+        EXPECT_TRUE(std::filesystem::exists(file.string() + "-wal"));
+        EXPECT_EQ(
+            shell(file, "SELECT count(*) FROM log WHERE Action LIKE \"of%\""), std::to_string(rows) + "\n");
+    }
+    EXPECT_EQ(shell(file, "PRAGMA integrity_check"), "ok\n");
 }
 
 TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)

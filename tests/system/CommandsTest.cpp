@@ -42,6 +42,15 @@ protected:
         return status;
     }
 
+    /// The server's log once it has the words, after five seconds at most.
+    std::string log_with(const std::string& words) const
+    {
+        for (int tries = 0; tries < 100 && server.log().find(words) == std::string::npos; ++tries) {
+            std::this_thread::sleep_for(50ms); // the only way to wait for another process
+        }
+        return server.log();
+    }
+
     void add_user(const char* name)
     {
         ASSERT_EQ(server.run({"user", "add", name, "--password-stdin"}, "it's secret\n"), 0) << server.output;
@@ -206,6 +215,18 @@ TEST_F(CommandsTest, ABackupOfARunningServerMakesANewHome)
     for (const auto& entry : left) {
         EXPECT_NE(entry.path().filename().string().front(), '.') << "a passing file was left behind";
     }
+}
+
+TEST_F(CommandsTest, TellsWhenItsDatabaseIsTakenAway)
+{
+    server.start();
+    const auto file = server.home() / "VELTO.db";
+    std::filesystem::rename(file, server.home() / "moved.db");
+    EXPECT_THAT(log_with("VELTO.db was deleted, moved or replaced"),
+        HasSubstr("VELTO.db was deleted, moved or replaced"));
+    std::filesystem::rename(server.home() / "moved.db", file);
+    server.send_signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
 }
 
 TEST_F(CommandsTest, LogsForProgramsAndStandsAHangup)

@@ -43,10 +43,7 @@ void copy_pages(SqliteDatabase& from, SqliteDatabase& into, const std::function<
 void copy_sqlite_database(const std::filesystem::path& database, const std::filesystem::path& copy,
     const std::function<void(int done, int total)>& progress)
 {
-    if (!std::filesystem::exists(database)) { // opening would make an empty one
-        throw database_error(DatabaseError::Unspecified, "There is no database file " + database.string());
-    }
-    SqliteDatabase from(database);
+    SqliteDatabase from(database, SqliteDatabase::IfMissing::Fail);
     SqliteDatabase into(copy);
     from.wait_for_locks(kLockPatience);
     // The copy is of one moment: without a transaction around it, every write of somebody else's would have

@@ -2,8 +2,6 @@
 
 #include "base/Guarded.h"
 
-#include <filesystem>
-
 #include <sqlite3.h>
 #ifndef _WIN32
 #include <unistd.h>
@@ -42,6 +40,11 @@ Progress checkpoint(sqlite3* database)
 
 SqliteCheckpoints::SqliteCheckpoints(SqliteDatabase& database) : database_(database), begin_at_(kPages)
 {
+    if (database_.is_in_memory()) {
+        return;
+    }
+    copier_.emplace(database_.name(), SqliteDatabase::IfMissing::Fail);
+    copier_->read("PRAGMA schema_version"); // only who has read it knows of its log
     const auto hook = [](void* self, sqlite3* /*database*/, const char* /*schema*/, int pages) {
         static_cast<SqliteCheckpoints*>(self)->committed(pages);
         return SQLITE_OK;
@@ -91,21 +94,11 @@ void SqliteCheckpoints::work()
 {
     step_back();
     for (wanted_.acquire(); !ending_; wanted_.acquire()) {
-        attempt([&] { copy(); });
+        // Twice: the second time what was written during the first, so that little is left.
+        checkpoint(copier_->handle());
+        checkpoint(copier_->handle());
         state_ = State::Copied;
     }
-}
-
-/// Twice: the second time what was written during the first, so that little is left.
-void SqliteCheckpoints::copy()
-{
-    if (!std::filesystem::exists(database_.name())) {
-        return; // somebody has moved it away; the connection still has it
-    }
-    SqliteDatabase database(database_.name());
-    database.read("PRAGMA schema_version"); // only who has read it knows of its log
-    checkpoint(database.handle());
-    checkpoint(database.handle());
 }
 
 } // namespace qz::platform

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <semaphore>
 #include <thread>
 
@@ -16,7 +17,8 @@ namespace qz::platform {
 class SqliteCheckpoints {
 public:
     /// From here on the connection makes no checkpoints of its own.
-    /// @param database  must outlive the object.
+    /// @param database  in the mode with a write-ahead log, unless it is in memory; must outlive the object.
+    /// @throws EngineError when its file cannot be opened a second time.
     explicit SqliteCheckpoints(SqliteDatabase& database);
     SqliteCheckpoints(const SqliteCheckpoints&) = delete;
     SqliteCheckpoints& operator=(const SqliteCheckpoints&) = delete;
@@ -33,9 +35,11 @@ private:
     void committed(int pages);
     void copy_rest(int pages);
     void work();
-    void copy();
 
     SqliteDatabase& database_;
+    /// The thread's own connection; none to a database in memory, which has no log. It is opened at once:
+    /// later another file might bear the name.
+    std::optional<SqliteDatabase> copier_;
     int begin_at_; // so many pages of log
     std::atomic<State> state_ = State::Idle;
     std::atomic<bool> ending_ = false;

@@ -3,11 +3,13 @@
 #include "platform/database/Shape.h"
 
 #include <array>
-#include <cstring>
-#include <fstream>
+#include <optional>
 #include <string_view>
 
 #include <sqlite3.h>
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
 
 namespace qz::platform {
 
@@ -26,44 +28,42 @@ EngineError unusable(const std::string& name, std::string_view why)
     return database_error(DatabaseError::Unspecified, "The database file " + name + " " + std::string(why));
 }
 
-bool begins_like_a_database(const std::filesystem::path& file, const std::string& name)
+/// @return whether there is a file.
+bool is_there(const std::filesystem::path& file, const std::string& name)
 {
-    constexpr std::string_view kMagic{"SQLite format 3\0", 16};
-    std::array<char, kMagic.size()> head{};
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) {
-        throw unusable(name, "cannot be read; give this user access to it");
-    }
-    stream.read(head.data(), head.size());
-    return std::string_view(head.data(), static_cast<std::size_t>(stream.gcount())) == kMagic;
-}
-
-/// Whoever may read the file reads every account, so it is not left to the umask.
-void create(const std::filesystem::path& file, const std::string& name)
-{
-    using std::filesystem::perms;
-    if (!std::ofstream(file, std::ios::binary | std::ios::app)) {
-        throw unusable(
-            name, "cannot be created; check that its folder exists and that this user may write in it");
-    }
-    std::filesystem::permissions(file, perms::owner_read | perms::owner_write | perms::group_read);
-}
-
-/// Makes the file if there is none, and refuses what is no database before the library touches it.
-void prepare_file(const std::filesystem::path& file, const std::string& name)
-{
-    std::error_code error; // a path that cannot be looked at cannot be created either, which reports it
+    std::error_code error; // a path that cannot be looked at cannot be opened either, which reports it
     const auto status = std::filesystem::status(file, error);
     if (!std::filesystem::exists(status)) {
-        create(file, name);
-    } else if (std::filesystem::is_directory(status)) {
-        throw unusable(name, "is a folder; it was left untouched");
-    } else if (!std::filesystem::is_regular_file(status)) {
-        throw unusable(name, "is not a plain file; it was left untouched");
-    } else if (std::filesystem::file_size(file) > 0 && !begins_like_a_database(file, name)) {
-        throw unusable(name, "is not a database; it was left untouched. Move it away or name another file");
+        return false;
     }
+    if (std::filesystem::is_directory(status)) {
+        throw unusable(name, "is a folder; it was left untouched");
+    }
+    if (!std::filesystem::is_regular_file(status)) {
+        throw unusable(name, "is not a plain file; it was left untouched");
+    }
+    return true;
 }
+
+/// As long as it lives, the process makes files that strangers cannot open: whoever may read the database
+/// reads every account.
+class ClosedToStrangers {
+public:
+    ClosedToStrangers() = default;
+    ClosedToStrangers(const ClosedToStrangers&) = delete;
+    ClosedToStrangers& operator=(const ClosedToStrangers&) = delete;
+#ifdef _WIN32
+    ~ClosedToStrangers() = default;
+#else
+    ~ClosedToStrangers()
+    {
+        umask(before_);
+    }
+
+private:
+    mode_t before_ = umask(S_IWGRP | S_IRWXO); // of the library's 0644, 0640 is left
+#endif
+};
 
 /// What is wrong, and what somebody can do about it.
 std::string_view advice(int primary_code)
@@ -99,34 +99,72 @@ void set_up_library()
 
 } // namespace
 
-SqliteDatabase::SqliteDatabase(const std::filesystem::path& file)
+SqliteDatabase::SqliteDatabase(const std::filesystem::path& file, IfMissing if_missing)
 {
     set_up_library();
     if (file == kMemory) {
         name_ = kMemory;
+        open(false);
     } else if (file.empty()) {
         throw database_error(DatabaseError::Unspecified, "No database file is named");
     } else {
         // An absolute path is never taken for one of the library's special names.
         const auto absolute = std::filesystem::absolute(file);
         name_ = utf8(absolute);
-        prepare_file(absolute, name_);
+        const bool there = is_there(absolute, name_);
+        if (!there && if_missing == IfMissing::Fail) {
+            throw unusable(name_, "is not there");
+        }
+        open(!there);
+        require_database();
     }
+    if (sqlite3_db_readonly(handle(), "main") == 1) {
+        throw error(SQLITE_READONLY);
+    }
+    sqlite3_extended_result_codes(handle(), 1);
+    sqlite3_db_config(handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(handle(), SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    // "x" is a name and never a text: a missing column must not turn into its own name as a value.
+    sqlite3_db_config(handle(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+}
+
+void SqliteDatabase::open(bool create)
+{
+    const std::optional<ClosedToStrangers> closed(
+        create ? std::make_optional<ClosedToStrangers>() : std::nullopt);
     sqlite3* handle = nullptr;
-    const int code =
-        sqlite3_open_v2(name_.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+    const int code = sqlite3_open_v2(name_.c_str(), &handle, flags, nullptr);
     handle_.reset(handle); // also after a failure
+    if ((code & 0xFF) == SQLITE_CANTOPEN) {
+        throw unusable(name_,
+            create ? "cannot be created; check that its folder exists and that this user may write in it"
+                   : "cannot be read; give this user access to it");
+    }
     if (code != SQLITE_OK) {
         throw error(code);
     }
-    if (sqlite3_db_readonly(handle, "main") == 1) {
-        throw error(SQLITE_READONLY);
+}
+
+/// Refuses what is no database before anything is written. Looks through the library's own descriptor.
+void SqliteDatabase::require_database() const
+{
+    constexpr std::string_view kMagic{"SQLite format 3\0", 16};
+    std::array<char, kMagic.size()> head{};
+    sqlite3_file* file = nullptr;
+    sqlite3_int64 size = 0;
+    sqlite3_file_control(handle(), "main", SQLITE_FCNTL_FILE_POINTER, &file);
+    int code = file->pMethods->xFileSize(file, &size);
+    if (code == SQLITE_OK && size == 0) {
+        return; // an empty file is an empty database
     }
-    sqlite3_extended_result_codes(handle, 1);
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    // "x" is a name and never a text: a missing column must not turn into its own name as a value.
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    code = code == SQLITE_OK ? file->pMethods->xRead(file, head.data(), head.size(), 0) : code;
+    if (code != SQLITE_OK && code != SQLITE_IOERR_SHORT_READ) {
+        throw error(code);
+    }
+    if (code != SQLITE_OK || std::string_view(head.data(), head.size()) != kMagic) {
+        throw unusable(name_, "is not a database; it was left untouched. Move it away or name another file");
+    }
 }
 
 void SqliteDatabase::Closer::operator()(sqlite3* handle) const

@@ -20,16 +20,24 @@ struct sqlite3_stmt;
 namespace qz::platform {
 
 /// An open database file. Closing gives up what is not committed.
+///
+/// Only the library opens database files. Locks on a file belong to the whole process and end with the first
+/// descriptor of the file that it closes: with a descriptor of its own, however short, this process would
+/// give up its locks, and the next program that closes the database would delete its log as the last one.
 class SqliteDatabase {
 public:
-    /// Opens the file for reading and writing, and makes it (mode 0640) when there is none.
+    enum class IfMissing : std::uint8_t { Create, Fail };
+
+    /// Opens the file for reading and writing.
     /// @param file  ":memory:" is a database that lives as long as this object.
+    /// @param if_missing  whether the file is made (mode 0640) when there is none.
     /// @throws EngineError when it cannot be used; what stands there is left as it is.
-    explicit SqliteDatabase(const std::filesystem::path& file);
+    explicit SqliteDatabase(const std::filesystem::path& file, IfMissing if_missing = IfMissing::Create);
 
     sqlite3* handle() const { return handle_.get(); }
     /// The file's full path, or ":memory:".
     const std::string& name() const { return name_; }
+    bool is_in_memory() const { return name_ == ":memory:"; }
 
     /// Runs one or more statements without values.
     void run(const std::string& sql);
@@ -50,6 +58,9 @@ private:
     struct Closer {
         void operator()(sqlite3* handle) const;
     };
+    void open(bool create);
+    void require_database() const;
+
     std::string name_;
     std::unique_ptr<sqlite3, Closer> handle_;
 };
