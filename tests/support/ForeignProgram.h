@@ -28,6 +28,15 @@ public:
         connection_->Open("");
     }
 
+    /// On a database server, as it is.
+    ForeignProgram(DatabaseServer& server, const Clock& /*clock*/)
+    {
+        platform::ConnectionOptions options;
+        options.statements = statements_.all();
+        connection_ = make_server_connection(server, options, {}, false);
+        connection_->Open("");
+    }
+
     std::int64_t add(
         const platform::Table& table, std::initializer_list<std::pair<const char*, platform::Value>> fields)
     {

@@ -78,17 +78,21 @@ bool wait_until(pid_t process, std::chrono::seconds longest, int& status)
 
 } // namespace
 
-Server::Server(
-    std::filesystem::path program, std::filesystem::path folder, const std::vector<std::string>& users)
+Server::Server(std::filesystem::path program, std::filesystem::path folder,
+    const std::vector<std::string>& users, const test::DatabaseServer* database)
     : program_(std::move(program)), folder_(std::move(folder)), clock_library_(find_clock_library()),
       port_(free_port())
 {
     std::filesystem::create_directories(home());
-    mounted_ = geteuid() == 0 && mount("tmpfs", home().c_str(), "tmpfs", 0, kDiskSize) == 0;
+    mounted_ =
+        database == nullptr && geteuid() == 0 && mount("tmpfs", home().c_str(), "tmpfs", 0, kDiskSize) == 0;
     run({"init"});
     run({"config", "set", "General SetUp/ListeningPort", std::to_string(port_)});
     run({"config", "set", "General SetUp/Client Message Expiration Time", "100000"});
     run({"config", "set", "SetUp/ServerSpeed", "0"});
+    if (database != nullptr) {
+        use(*database);
+    }
     for (const auto& user : users) {
         run({"user", "add", user, "--password-stdin"}, "secret\n");
     }
@@ -103,10 +107,36 @@ Server::~Server()
     }
 }
 
+void Server::use(const test::DatabaseServer& database)
+{
+    run({"config", "set", "Storage/Provider", "odbc"});
+    run({"config", "set", "DB SetUp/dbServerIP", database.address()});
+    run({"config", "set", "DB SetUp/dbUserName", test::DatabaseServer::kUser});
+    run({"config", "set", "DB SetUp/dbPassword"}, database.password() + "\n");
+    run({"db", "init"});
+}
+
+std::vector<std::string> Server::command(const std::vector<std::string>& arguments) const
+{
+    std::vector<std::string> words{"/usr/bin/env"};
+    if (!clock_library_.empty()) { // the steady clock stays what it is
+        // A server with sanitizers wants to be asked before it is loaded behind another library.
+        const char* const options = std::getenv("ASAN_OPTIONS");
+        const auto before = options == nullptr ? std::string() : options + std::string(":");
+        words.insert(words.end(),
+            {"LD_PRELOAD=" + clock_library_.string(),
+                "FAKETIME_TIMESTAMP_FILE=" + (folder_ / "clock").string(), "FAKETIME_CACHE_DURATION=1",
+                "FAKETIME_DONT_FAKE_MONOTONIC=1", "FAKETIME_DONT_RESET=1",
+                "ASAN_OPTIONS=" + before + "verify_asan_link_order=0"});
+    }
+    words.insert(words.end(), {program_.string(), "--home", home().string()});
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
 pid_t Server::spawn(const std::vector<std::string>& arguments, const std::filesystem::path& input) const
 {
-    std::vector<std::string> words{program_.string(), "--home", home().string()};
-    words.insert(words.end(), arguments.begin(), arguments.end());
+    auto words = command(arguments);
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);
     for (auto& word : words) {
@@ -114,22 +144,9 @@ pid_t Server::spawn(const std::vector<std::string>& arguments, const std::filesy
     }
     argv.push_back(nullptr);
     const auto output = log();
-    const auto clock_file = folder_ / "clock";
     const pid_t child = fork();
     if (child != 0) {
         return child;
-    }
-    if (!clock_library_.empty()) { // the steady clock stays what it is
-        setenv("LD_PRELOAD", clock_library_.c_str(), 1);
-        setenv("FAKETIME_TIMESTAMP_FILE", clock_file.c_str(), 1);
-        setenv("FAKETIME_CACHE_DURATION", "1", 1);
-        setenv("FAKETIME_DONT_FAKE_MONOTONIC", "1", 1);
-        setenv("FAKETIME_DONT_RESET", "1", 1);
-        // A server with sanitizers wants to be asked before it is loaded behind another library.
-        const char* const options = std::getenv("ASAN_OPTIONS");
-        const auto all =
-            (options == nullptr ? std::string() : options + std::string(":")) + "verify_asan_link_order=0";
-        setenv("ASAN_OPTIONS", all.c_str(), 1);
     }
     const int in = open(input.c_str(), O_RDONLY);
     const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);

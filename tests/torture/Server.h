@@ -1,6 +1,8 @@
 // The server under torture: a process that is killed, starved of disk, and whose clock is moved.
 #pragma once
 
+#include "support/DatabaseServer.h"
+
 #include <sys/types.h>
 
 #include <cstdint>
@@ -13,10 +15,11 @@ namespace qz::torture {
 
 class Server {
 public:
-    /// Makes a home with these users, whose passwords are "secret". As root the home is a small file system
-    /// of its own.
-    Server(
-        std::filesystem::path program, std::filesystem::path folder, const std::vector<std::string>& users);
+    /// Makes a home with these users, whose passwords are "secret". As root the home of an embedded database
+    /// is a small file system of its own.
+    /// @param database  the database server to use; null for the embedded database.
+    Server(std::filesystem::path program, std::filesystem::path folder, const std::vector<std::string>& users,
+        const test::DatabaseServer* database);
     /// Ends what still runs.
     ~Server();
     Server(const Server&) = delete;
@@ -43,11 +46,15 @@ public:
     void move_clock(std::int64_t seconds);
     std::int64_t clock_offset() const { return clock_offset_; }
 
+    /// The words of a command on the home, whose clock is the server's.
+    std::vector<std::string> command(const std::vector<std::string>& arguments) const;
+
     std::uint16_t port() const { return port_; }
     std::filesystem::path home() const { return folder_ / "home"; }
     std::filesystem::path log() const { return folder_ / "server.log"; }
 
 private:
+    void use(const test::DatabaseServer& database);
     void run(std::initializer_list<std::string> arguments, const std::string& input = {});
     pid_t spawn(const std::vector<std::string>& arguments, const std::filesystem::path& input) const;
 

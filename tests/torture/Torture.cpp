@@ -1,10 +1,14 @@
-// Tortures a server with both safeguards of its queue on, and fails when one message that it accepted is
-// lost, is shown twice or under two numbers, or overtakes another from the same sender. See script/torture.
+// Tortures a server with both safeguards of its queue on, in the company of administration commands. Fails
+// when one message that it accepted is lost, is shown twice or under two numbers, or overtakes another from
+// the same sender, when the database is damaged, or when what a command did is gone. See script/torture.
 #include "platform/SystemClock.h"
 #include "store/Statements.h"
 #include "support/ForeignProgram.h"
 #include "support/TemporaryFolder.h"
+#include "torture/Company.h"
+#include "torture/Database.h"
 #include "torture/Network.h"
+#include "torture/Options.h"
 #include "torture/Server.h"
 #include "torture/Truth.h"
 #include "torture/User.h"
@@ -29,20 +33,15 @@ namespace {
 using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
-struct Options {
-    std::string program = VELTO_SERVER_PROGRAM;
-    std::uint64_t seed = std::random_device{}();
-    int kills = 200;
-    std::chrono::seconds longest = 15min;
-};
-
 const std::vector<std::string> kNames{"ada", "ben", "cleo", "dora", "emil", "fay"};
 
 class Torture {
 public:
     Torture(const Options& options, const std::filesystem::path& folder)
-        : options_(options), random_(options.seed), server_(options.program, folder, kNames),
-          network_(server_.port(), random_), began_(SteadyClock::now())
+        : options_(options), random_(options.seed),
+          database_(options.provider, folder / "home" / "VELTO.db", random_),
+          server_(options.program, folder, kNames, database_.server()), network_(server_.port(), random_),
+          company_(server_, database_, folder, truth_, random_), began_(SteadyClock::now())
     {
         for (const auto& name : kNames) {
             users_.push_back(std::make_unique<User>(name, network_.port(), truth_));
@@ -94,6 +93,7 @@ private:
         for (const auto& user : users_) {
             user->work(now);
         }
+        company_.work(now);
         std::erase_if(thieves_, [&](const auto& thief) { return !thief->work(now); });
         if (server_.reap()) {
             ended_by_itself();
@@ -104,11 +104,14 @@ private:
         }
     }
 
-    /// A server that finds no room on the disk may refuse to start; it may not fall while it runs.
+    /// A server that finds no room on the disk, or no database, may refuse to start; it may not fall while it
+    /// runs.
     void ended_by_itself()
     {
         if (server_.is_starved() && !is_up_) {
             server_.feed();
+        } else if (!had_database_ && !is_up_) {
+            database_.end_trouble();
         } else {
             truth_.fail("the server ended by itself; see " + server_.log().string());
         }
@@ -118,20 +121,28 @@ private:
     void restart()
     {
         is_up_ = false;
+        had_database_ = !database_.is_in_trouble();
+        company_.leave_the_port();
         server_.start();
         // Now and then in the middle of its start, mostly some time after it is up.
         const auto now = SteadyClock::now();
         kills_early_ = below(8) == 0;
-        kill_at_ = now + (kills_early_ ? time(1, 150) : time(50, 900));
+        kills_behind_command_ = !kills_early_ && below(3) == 0;
+        writes_much_ = !kills_early_ && below(5) == 0;
+        kill_at_ = now + (kills_early_ ? time(1, 150) : writes_much_ ? time(1500, 4000) : time(50, 900));
     }
 
     void make_trouble()
     {
         const auto now = SteadyClock::now();
         write_something();
-        if (now >= kill_at_ && (is_up_ || kills_early_)) {
+        if (now >= kill_at_ && (is_up_ || kills_early_)
+            && (!kills_behind_command_ || company_.one_has_ended())) {
             server_.kill();
             ++kills_;
+            kills_behind_commands_ += kills_behind_command_ ? 1 : 0;
+            database_.look_at_log();
+            company_.check_integrity();
             if (server_.is_starved() && below(2) == 0) {
                 server_.feed();
             }
@@ -156,6 +167,8 @@ private:
         }
         network_.repeat(below(2) == 0 ? 0 : 10);
         starve_or_feed(now);
+        database_.make_trouble(now);
+        had_database_ = had_database_ && !database_.is_in_trouble();
         if (chance(20)) {
             server_.move_clock(static_cast<std::int64_t>(below(14'400)) - 7'200);
             clock_moves_ += server_.can_move_clock() ? 1 : 0;
@@ -183,7 +196,7 @@ private:
                 || from.connection().core().next_deadline() == std::nullopt) {
                 continue;
             }
-            const bool is_long = below(40) == 0;
+            const bool is_long = below(writes_much_ ? 2 : 40) == 0;
             std::optional<DateTime> expires;
             if (below(12) == 0) {
                 expires = clock_.now().plus_seconds(
@@ -199,6 +212,7 @@ private:
         constexpr auto kPatience = 120s;
         server_.feed();
         network_.heal();
+        database_.end_trouble();
         thieves_.clear();
         for (const auto& user : users_) {
             user->come_back();
@@ -211,6 +225,8 @@ private:
         for (const auto& lost : truth_.missing()) {
             truth_.fail(lost);
         }
+        company_.finish();
+        let_guests_log_on();
         // The last confirmations arrive, and what may expire does; the clock goes past it.
         const auto quiet = SteadyClock::now() + 3s;
         server_.move_clock(server_.clock_offset() + 30'000);
@@ -222,11 +238,29 @@ private:
         }
     }
 
+    /// Those who were added while all this went on.
+    void let_guests_log_on()
+    {
+        constexpr auto kPatience = 30s;
+        for (const auto& name : company_.accounts()) {
+            User guest(name, server_.port(), truth_);
+            const auto end = SteadyClock::now() + kPatience;
+            while (calm() && !guest.has_logged_on() && SteadyClock::now() < end) {
+                guest.work(SteadyClock::now());
+                turn();
+            }
+            if (!guest.has_logged_on()) {
+                truth_.fail(name + " was added and cannot log on");
+            }
+        }
+    }
+
     /// What the server has counted must be what really happened.
     void compare()
     {
         const platform::SystemClock clock;
-        test::ForeignProgram database(server_.home() / "VELTO.db", clock);
+        company_.compare();
+        auto database = database_.look(clock);
         const auto rows = database.rows(store::tables::kQueueCount, {"Accepted", "Confirmed", "Expired"});
         const auto waiting = static_cast<std::int64_t>(database.count(store::tables::kQueue));
         char bar = '|';
@@ -252,10 +286,10 @@ private:
             std::cout << "FAILED: " << failure << "\n";
         }
         if (!calm()) {
-            std::cout << "Again: script/torture --seed " << options_.seed << " --kills " << options_.kills
-                      << "\n";
+            std::cout << "Again: script/torture --provider " << options_.provider << " --seed "
+                      << options_.seed << " --kills " << options_.kills << "\n";
         }
-        if (!server_.can_starve()) {
+        if (database_.is_embedded() && !server_.can_starve()) {
             std::cout << "The disk was never full: that needs root.\n";
         }
         if (!server_.can_move_clock()) {
@@ -265,21 +299,31 @@ private:
             std::chrono::duration_cast<std::chrono::seconds>(SteadyClock::now() - began_).count();
         const auto& network = network_.counts;
         std::cout << "torture " << (calm() ? "passed" : "FAILED") << ": seed " << options_.seed << ", "
-                  << kills_ << " kills, " << truth_.messages() << " messages, " << truth_.accepted_messages()
-                  << " accepted, " << truth_.shown_messages() << " shown, " << confirmed_ << " confirmed, "
-                  << expired_ << " expired, " << waiting_ << " waiting; " << network.links << " connections, "
+                  << kills_ << " kills (" << kills_behind_commands_ << " behind a command), "
+                  << truth_.messages() << " messages, " << truth_.accepted_messages() << " accepted, "
+                  << truth_.shown_messages() << " shown, " << confirmed_ << " confirmed, " << expired_
+                  << " expired, " << waiting_ << " waiting; " << network.links << " connections, "
                   << network.cuts << " cut, " << network.half_open << " half-open, " << network.slow
                   << " slow, " << network.repeated << " messages repeated, " << thefts_ << " second logons, "
-                  << starved_ << " full disks, " << clock_moves_ << " clock moves; " << seconds << " s"
-                  << std::endl;
+                  << starved_ << " full disks, " << clock_moves_ << " clock moves; " << company_.commands()
+                  << " commands, " << company_.accounts().size() << " accounts added, "
+                  << company_.integrity_checks() << " integrity checks, " << database_.log_beginnings()
+                  << " copies of the log into the file";
+        if (!database_.is_embedded()) {
+            std::cout << ", " << database_.pauses() << " pauses and " << database_.restarts()
+                      << " restarts of " << options_.provider;
+        }
+        std::cout << "; " << seconds << " s" << std::endl;
     }
 
     Options options_;
     std::mt19937_64 random_;
     platform::SystemClock clock_;
     Truth truth_;
+    Database database_;
     Server server_;
     Network network_;
+    Company company_;
     std::vector<std::unique_ptr<User>> users_;
     std::vector<std::unique_ptr<Thief>> thieves_;
     SteadyClock::time_point began_;
@@ -287,7 +331,11 @@ private:
     SteadyClock::time_point feed_at_;
     bool is_up_ = false;
     bool kills_early_ = false;
+    bool kills_behind_command_ = false;
+    bool writes_much_ = false; // so that the log is copied into the file
+    bool had_database_ = true; // from the server's start on
     int kills_ = 0;
+    int kills_behind_commands_ = 0;
     int thefts_ = 0;
     int starved_ = 0;
     int clock_moves_ = 0;
@@ -296,31 +344,6 @@ private:
     std::int64_t expired_ = 0;
     std::int64_t waiting_ = 0;
 };
-
-Options options_in(const std::vector<std::string>& words)
-{
-    Options options;
-    for (std::size_t i = 0; i + 1 < words.size(); i += 2) {
-        if (words[i] == "--server") {
-            options.program = words[i + 1];
-            continue;
-        }
-        const auto number = std::stoull(words[i + 1]);
-        if (words[i] == "--seed") {
-            options.seed = number;
-        } else if (words[i] == "--kills") {
-            options.kills = static_cast<int>(number);
-        } else if (words[i] == "--minutes") {
-            options.longest = std::chrono::minutes(number);
-        } else {
-            throw std::invalid_argument(words[i]);
-        }
-    }
-    if (words.size() % 2 != 0) {
-        throw std::invalid_argument(words.back());
-    }
-    return options;
-}
 
 } // namespace
 
@@ -332,7 +355,8 @@ int main(int argc, char** argv)
     try {
         options = qz::torture::options_in({argv + 1, argv + argc});
     } catch (const std::exception&) {
-        std::cerr << "Usage: velto_torture [--seed N] [--kills N] [--minutes M] [--server PROGRAM]\n";
+        std::cerr << "Usage: velto_torture [--seed N] [--kills N] [--minutes M] [--server PROGRAM] "
+                     "[--provider embedded|postgresql]\n";
         return 2;
     }
     try {

@@ -19,7 +19,7 @@ public:
     User(std::string name, std::uint16_t port, Truth& truth);
 
     void connected() override { }
-    void logged_on() override { }
+    void logged_on() override { has_logged_on_ = true; }
     void refused(const std::vector<std::string>& reasons) override;
     void incoming(const client::Incoming& incoming) override;
     void disconnected(const client::Disconnected& /*disconnected*/) override { }
@@ -34,6 +34,8 @@ public:
     /// that.
     void work(Time now);
 
+    /// At least once.
+    bool has_logged_on() const { return has_logged_on_; }
     const std::string& name() const { return name_; }
     client::Connection& connection() { return connection_; }
 
@@ -45,6 +47,7 @@ private:
     client::Connection connection_;
     Time away_until_{};
     Time retry_at_{};
+    bool has_logged_on_ = false;
 };
 
 /// Logs on in another's name, hears what is said to that user, and confirms nothing.
