@@ -118,11 +118,12 @@ std::vector<pid_t> ServerProgram::processes() const
 
 void ServerProgram::freeze() const
 {
-    send_signal_to_all(SIGSTOP);
-    // A signal that was sent is not yet acted upon: a thread on another processor still runs for a moment.
-    while (any_thread_runs()) {
+    // A signal that was sent is not yet acted upon: a thread on another processor still runs for a moment,
+    // and may start another process.
+    do {
+        send_signal_to_all(SIGSTOP);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    } while (any_thread_runs());
 }
 
 bool ServerProgram::any_thread_runs() const
@@ -138,7 +139,7 @@ bool ServerProgram::any_thread_runs() const
             std::string state;
             const bool is_ours = status >> number >> name >> state >> parent
                 && (parent == process_ || process.path().filename() == std::to_string(process_));
-            if (is_ours && state != "T") {
+            if (is_ours && state != "T" && state != "Z") { // ended, which its stopped parent cannot notice
                 return true;
             }
         }
