@@ -112,6 +112,9 @@ Words Database::shell_of(const std::filesystem::path& file, const Words& stateme
 void Database::look_at_log()
 {
     constexpr std::size_t kSequence = 12;
+    if (!is_embedded()) {
+        return;
+    }
     std::array<char, 16> header{};
     std::ifstream log(file_.string() + "-wal", std::ios::binary);
     std::uint32_t sequence = 0;

@@ -129,19 +129,31 @@ private:
         kills_early_ = below(8) == 0;
         kills_behind_command_ = !kills_early_ && below(3) == 0;
         writes_much_ = !kills_early_ && below(5) == 0;
-        kill_at_ = now + (kills_early_ ? time(1, 150) : writes_much_ ? time(1500, 4000) : time(50, 900));
+        awaits_copy_ = writes_much_ && database_.is_embedded();
+        kill_at_ = now + (kills_early_ ? time(1, 150) : time(50, 900));
+    }
+
+    bool is_time_to_kill(SteadyClock::time_point now)
+    {
+        constexpr auto kPatience = 8s; // somebody may read for so long that the log cannot begin again
+        const auto before = database_.log_beginnings();
+        database_.look_at_log();
+        if (awaits_copy_ && database_.log_beginnings() != before) {
+            awaits_copy_ = false;
+            kill_at_ = now + time(0, 900);
+        }
+        return now >= kill_at_ + (awaits_copy_ ? kPatience : 0s) && (is_up_ || kills_early_)
+            && (!kills_behind_command_ || company_.one_has_ended());
     }
 
     void make_trouble()
     {
         const auto now = SteadyClock::now();
         write_something();
-        if (now >= kill_at_ && (is_up_ || kills_early_)
-            && (!kills_behind_command_ || company_.one_has_ended())) {
+        if (is_time_to_kill(now)) {
             server_.kill();
             ++kills_;
             kills_behind_commands_ += kills_behind_command_ ? 1 : 0;
-            database_.look_at_log();
             company_.check_integrity();
             if (server_.is_starved() && below(2) == 0) {
                 server_.feed();
@@ -189,7 +201,7 @@ private:
     void write_something()
     {
         constexpr std::size_t kMostUnsettled = 150; // of one user
-        for (std::uint64_t i = below(3); i > 0; --i) {
+        for (std::uint64_t i = below(writes_much_ ? 6 : 3); i > 0; --i) {
             auto& from = *users_[below(users_.size())];
             const auto& to = kNames[below(kNames.size())];
             if (to == from.name() || from.connection().core().unsettled() >= kMostUnsettled
@@ -332,7 +344,8 @@ private:
     bool is_up_ = false;
     bool kills_early_ = false;
     bool kills_behind_command_ = false;
-    bool writes_much_ = false; // so that the log is copied into the file
+    bool writes_much_ = false;
+    bool awaits_copy_ = false; // of the log into the file, before the kill
     bool had_database_ = true; // from the server's start on
     int kills_ = 0;
     int kills_behind_commands_ = 0;
