@@ -22,6 +22,12 @@ std::optional<InactivityRule::Findings> InactivityRule::look(std::int32_t least_
     return users ? std::optional(Findings{*std::move(users), {}}) : std::nullopt;
 }
 
+std::optional<DateTime> InactivityRule::last_active(const std::string& user_name)
+{
+    return by_last_logon() ? last_log_ons_.last_log_on(user_name)
+                           : DateTime::parse(activity_.RetrieveLastActivity(user_name));
+}
+
 std::optional<InactivityRule::Findings> InactivityRule::look_at_logons(std::int32_t least_days)
 {
     const auto accounts = last_log_ons_.accounts();

@@ -39,6 +39,10 @@ public:
     /// Nothing when the tables could not be read, which has been reported then.
     std::optional<Findings> look(std::int32_t least_days);
 
+    /// When the user was last active: the newest log row, or the last logon where that counts. Nothing when
+    /// no such time is known.
+    std::optional<DateTime> last_active(const std::string& user_name);
+
     bool by_last_logon() const { return deployment_.inactivity_by_last_logon(); }
     void begin_counting(const std::string& user_name) { last_log_ons_.begin_counting(user_name); }
 

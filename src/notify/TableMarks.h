@@ -13,6 +13,7 @@ namespace qz::notify {
 struct TableMarks {
     std::uint64_t users = 0;
     std::uint64_t log = 0;
+    std::uint64_t last_logons = 0;
     bool operator==(const TableMarks&) const = default;
 
     /// Nothing when there is no connection: the job then goes on and reports what is wrong.
@@ -21,8 +22,9 @@ struct TableMarks {
         std::optional<TableMarks> marks;
         attempt([&] {
             auto& connection = database.connection();
-            marks = {
-                connection.change_mark(store::tables::kUsers), connection.change_mark(store::tables::kLog)};
+            marks = {connection.change_mark(store::tables::kUsers),
+                connection.change_mark(store::tables::kLog),
+                connection.change_mark(store::tables::kLastLogOn)};
         });
         return marks;
     }

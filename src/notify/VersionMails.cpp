@@ -66,10 +66,9 @@ bool is_newer(std::string_view latest, std::string_view in_use)
     return (*offered)[0] > (*used)[0] || ((*offered)[0] == (*used)[0] && (*offered)[1] > (*used)[1]);
 }
 
-VersionMails::VersionMails(store::Database& database, store::Accounts& accounts, config::IniFile& ini,
-    config::Settings& settings, NoticeMails& mails, const Clock& clock, Journal& journal)
-    : database_(database), accounts_(accounts), ini_(ini), settings_(settings), mails_(mails), clock_(clock),
-      journal_(journal), activity_(database, journal)
+VersionMails::VersionMails(Sources sources, config::IniFile& ini, config::Settings& settings,
+    NoticeMails& mails, const Clock& clock, Journal& journal)
+    : sources_(sources), ini_(ini), settings_(settings), mails_(mails), clock_(clock), journal_(journal)
 {
 }
 
@@ -85,11 +84,12 @@ void VersionMails::CheckOldVersions()
             return;
         }
         done_.reset();
-        auto rows = database_.open(store::statements::kSelectClientVersions);
+        auto rows = sources_.database.open(store::statements::kSelectClientVersions);
         for (; !rows.AtEnd(); rows.MoveNext()) {
             const auto& client = rows.Fields("IMClientInUse");
             const auto name = rows.Fields("UserName").text();
-            if (!client.is_null() && is_newer(latest, client.text()) && accounts_.ScreenName_Enabled(name)) {
+            if (!client.is_null() && is_newer(latest, client.text())
+                && sources_.accounts.ScreenName_Enabled(name)) {
                 SendLastVersionViaEmail(name);
             }
         }
@@ -100,7 +100,7 @@ void VersionMails::CheckOldVersions()
 void VersionMails::SendLastVersionViaEmail(const std::string& user_name)
 {
     guarded(journal_, "SendLastVersionViaEmail", no_address, [&] {
-        if (!accounts_.ScreenNameExist(user_name) || !accounts_.ScreenName_Enabled(user_name)
+        if (!sources_.accounts.ScreenNameExist(user_name) || !sources_.accounts.ScreenName_Enabled(user_name)
             || was_told_lately(user_name) || !was_active_lately(user_name)) {
             return;
         }
@@ -119,7 +119,7 @@ void VersionMails::SendLastVersionViaEmail(const std::string& user_name)
 
 std::optional<VersionMails::State> VersionMails::state()
 {
-    const auto marks = TableMarks::of(database_);
+    const auto marks = TableMarks::of(sources_.database);
     if (!marks) {
         return std::nullopt;
     }
@@ -129,7 +129,7 @@ std::optional<VersionMails::State> VersionMails::state()
 /// With a limit of 0 nobody was: the setting that switches the disabling off stops these mails too.
 bool VersionMails::was_active_lately(const std::string& user_name)
 {
-    const auto last = DateTime::parse(activity_.RetrieveLastActivity(user_name));
+    const auto last = sources_.activity.last_active(user_name);
     return last && days_between(*last, clock_.now()) < settings_.get_ClientInactivityDaysBeforeDisabling();
 }
 

@@ -5,12 +5,12 @@
 #include "base/Journal.h"
 #include "config/IniFile.h"
 #include "config/Settings.h"
+#include "notify/InactivityRule.h"
 #include "notify/NoticeMails.h"
 #include "notify/TableMarks.h"
 #include "platform/AtomicFile.h"
 #include "store/Accounts.h"
 #include "store/Database.h"
-#include "store/LastActivity.h"
 
 #include <optional>
 #include <string>
@@ -26,8 +26,14 @@ bool is_newer(std::string_view latest, std::string_view in_use);
 /// A user is told at most once in 15 days; the settings file holds the date of each user's last mail.
 class VersionMails {
 public:
-    VersionMails(store::Database& database, store::Accounts& accounts, config::IniFile& ini,
-        config::Settings& settings, NoticeMails& mails, const Clock& clock, Journal& journal);
+    /// Where is found who uses which client, and when they were last active.
+    struct Sources {
+        store::Database& database;
+        store::Accounts& accounts;
+        InactivityRule& activity;
+    };
+    VersionMails(Sources sources, config::IniFile& ini, config::Settings& settings, NoticeMails& mails,
+        const Clock& clock, Journal& journal);
 
     /// Mails every user whose client is old. A second run tells nobody twice; when day, settings file and
     /// tables are the same as in the last one it costs no query.
@@ -48,14 +54,12 @@ private:
     bool was_active_lately(const std::string& user_name);
     bool was_told_lately(const std::string& user_name) const;
 
-    store::Database& database_;
-    store::Accounts& accounts_;
+    Sources sources_;
     config::IniFile& ini_;
     config::Settings& settings_;
     NoticeMails& mails_;
     const Clock& clock_;
     Journal& journal_;
-    store::LastActivity activity_;
     std::optional<State> done_; // at the start of the last run that came to its end
 };
 

@@ -41,7 +41,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       inactivity_rule(last_activity, last_log_ons, deployment, machine.clock()),
       inactivity_job({inactivity_rule, database, activity_log}, settings, accounts, notice_mails,
           machine.clock(), journal),
-      version_mails(database, accounts, ini, settings, notice_mails, machine.clock(), journal),
+      version_mails(
+          {database, accounts, inactivity_rule}, ini, settings, notice_mails, machine.clock(), journal),
       version_notices(settings, connections, sender, journal), once_per_day(deployment, ini, machine.clock()),
       log_on_alarm(notice_mails, accounts, settings, deployment, machine.clock()),
       message_queue(database, queue::Delivery(connections, pool, sender, journal), auto_replies,

@@ -18,9 +18,14 @@ void LastLogOns::begin_counting(const std::string& user_name)
     guarded(journal_, "LastLogOn", no_address, [&] { write(user_name); });
 }
 
+platform::Recordset LastLogOns::row_of(const std::string& user_name)
+{
+    return database_.open(statements::kSelectLastLogOn, {replace_all(user_name, "'", "''")});
+}
+
 void LastLogOns::write(const std::string& user_name)
 {
-    auto known = database_.open(statements::kSelectLastLogOn, {replace_all(user_name, "'", "''")});
+    auto known = row_of(user_name);
     if (!known.AtEnd()) {
         known.SetField("LogOnTime", clock_.now());
         known.Update();
@@ -31,6 +36,15 @@ void LastLogOns::write(const std::string& user_name)
     row.SetField("UserName", user_name);
     row.SetField("LogOnTime", clock_.now());
     row.Update();
+}
+
+std::optional<DateTime> LastLogOns::last_log_on(const std::string& user_name)
+{
+    using Result = std::optional<DateTime>;
+    return guarded(journal_, "LastLogOn", no_address, Result{}, [&] {
+        auto row = row_of(user_name);
+        return row.AtEnd() ? Result{} : Result(row.Fields("LogOnTime").date());
+    });
 }
 
 std::optional<std::vector<AccountUse>> LastLogOns::accounts()

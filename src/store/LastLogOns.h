@@ -29,10 +29,13 @@ public:
     void logged_on(const std::string& user_name);
     /// Writes a row of now for an account that has none.
     void begin_counting(const std::string& user_name);
+    /// Nothing for a user without a row.
+    std::optional<DateTime> last_log_on(const std::string& user_name);
     /// All accounts in the order of their names; nothing when that failed, which has been reported then.
     std::optional<std::vector<AccountUse>> accounts();
 
 private:
+    platform::Recordset row_of(const std::string& user_name);
     void write(const std::string& user_name);
 
     Database& database_;

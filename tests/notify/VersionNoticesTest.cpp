@@ -55,7 +55,10 @@ protected:
     qz::notify::Mail mail{[this](qz::platform::MailerEvents& events) { return record.create(events); },
         accounts, settings, deployment, journal};
     qz::notify::NoticeMails notices{mail, accounts, settings, clock};
-    qz::notify::VersionMails mails{database, accounts, ini, settings, notices, clock, journal};
+    qz::store::LastActivity activity{database, journal};
+    qz::store::LastLogOns last_log_ons{database, deployment, clock, journal};
+    qz::notify::InactivityRule rule{activity, last_log_ons, deployment, clock};
+    qz::notify::VersionMails mails{{database, accounts, rule}, ini, settings, notices, clock, journal};
 };
 
 } // namespace
@@ -124,6 +127,25 @@ TEST_F(VersionMailsTest, TellsAgainAfterSixteenDays)
         ini.WriteIniValue(kSection, "anna", date);
         EXPECT_EQ(run().size(), sends ? 1U : 0U) << date;
     }
+}
+
+TEST_F(VersionMailsTest, AsksTheLastLogonWhereInactivityDoes)
+{
+    user("anna", "1.04.3", 1); // the log knows of yesterday, the last logon is older
+    user("bert", "1.04.3", 40);
+    user("carl", "1.04.3", 1); // has never logged on since logons are kept
+    for (const auto& [name, days] : {std::pair("anna", 30), std::pair("bert", 29)}) {
+        add(qz::store::tables::kLastLogOn,
+            {{"UserName", name}, {"LogOnTime", clock.now().plus_seconds(-86400LL * days)}});
+    }
+    ini.WriteIniValue("Safeguards", "InactivityByLastLogon", "True");
+    EXPECT_EQ(run(), Texts{"bert@x.org"});
+    EXPECT_TRUE(journal.failures.empty());
+    // A logon alone is news for the job.
+    add(qz::store::tables::kLastLogOn, {{"UserName", "carl"}, {"LogOnTime", clock.now()}});
+    EXPECT_EQ(run(), Texts{"carl@x.org"});
+    ini.WriteIniValue("Safeguards", "InactivityByLastLogon", "False");
+    EXPECT_EQ(run(), Texts{"anna@x.org"});
 }
 
 TEST_F(VersionMailsTest, KeepsTheDateOfAMailThatFailed)
