@@ -93,14 +93,16 @@ void MessageQueue::put(const NewMessage& message, bool recipient_on_line)
         message.sender, message.remote_ip);
 }
 
+/// Without DurableQueue a message that cannot be recorded is delivered all the same.
 void MessageQueue::save(QueueEntry& entry)
 {
-    const auto row = rows_.save(entry);
-    if (rules_.deployment.durable_queue()) {
-        entry.message_row =
-            entry.MsgID == 0 ? 0 : row; // a message with a number has no equal: see is_repeated
-        kept_.add(entry);
+    if (!rules_.deployment.durable_queue()) {
+        guarded(journal_, "SaveMessage", no_address, [&] { rows_.save(entry); });
+        return;
     }
+    const auto row = rows_.save(entry);
+    entry.message_row = entry.MsgID == 0 ? 0 : row; // a message with a number has no equal: see is_repeated
+    kept_.add(entry);
 }
 
 void MessageQueue::enter(QueueEntry entry)
