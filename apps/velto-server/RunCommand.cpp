@@ -7,6 +7,7 @@
 #include "ServiceManager.h"
 #include "SignalWatcher.h"
 #include "StatusKeeper.h"
+#include "helpers/ServerCommandNames.h"
 #include "platform/asio/AsioMachine.h"
 #include "server/Main.h"
 
@@ -109,7 +110,19 @@ private:
         service_manager::tell_stopping();
         time_to_end_->set_interval(kTimeToEnd);
         time_to_end_->set_enabled(true);
-        main_->Server_End();
+        end();
+    }
+
+    /// The shutdown command tells the users when it is carried out. Server_End tells them too, and before: it
+    /// is for a server that cannot be commanded, because its database is away.
+    void end()
+    {
+        if (main_->get_ServerStatus() == qz::server::ServerStatus::Started
+            && main_->ConnectionTest() == main_->get_ConnectionOK()) {
+            main_->set_ServerCommand(qz::helpers::server_command_names().ShutDownCommand, {});
+        } else {
+            main_->Server_End();
+        }
     }
 
     /// The lines of a turn go out together, before what it says to anybody.

@@ -4,6 +4,7 @@
 #include "HomeStore.h"
 #include "base/Text.h"
 #include "common/Exit.h"
+#include "helpers/ServerCommandNames.h"
 #include "server/ServerCommands.h"
 
 #include <functional>
@@ -71,7 +72,10 @@ std::string sendable(const HomeDirectory& store, const std::string& kind, const 
 
 void run_command_shutdown(const Home& home)
 {
-    write_command(home, "Shutdown", [](auto& /*store*/, auto& commands) { commands.ShutDownServer(); });
+    // Not ShutDownServer, which closes all connections first: nobody would be left to be told.
+    write_command(home, "Shutdown", [](auto& /*store*/, auto& commands) {
+        commands.set_ServerCommand(qz::helpers::server_command_names().ShutDownCommand, {});
+    });
 }
 
 void run_command_policy(const Home& home)

@@ -39,6 +39,14 @@ protected:
             {"UserName_From", "UserName_To", "Sent", "Delivered", "ReceiptRequested"});
     }
 
+    /// How often somebody is told that the server ends, until it has ended.
+    static std::ptrdiff_t farewells(Person& person)
+    {
+        EXPECT_TRUE(person.sees("disconnected"));
+        return std::count(person.shown.begin(), person.shown.end(),
+            "notice VELTOServer is shutting down, please reconnect in a few of minutes");
+    }
+
     test::ServerProcess server;
 };
 
@@ -79,11 +87,20 @@ TEST_F(ChatTest, ThreePeopleTalkAndOneComesLater)
     cleo.settle();
 
     server.send_signal(SIGTERM);
-    EXPECT_TRUE(ada.sees("notice VELTOServer is shutting down, please reconnect in a few of minutes"));
+    EXPECT_EQ(farewells(cleo), 1);
     EXPECT_EQ(server.wait(), 0);
     EXPECT_THAT(messages(),
         ElementsAre("ada|ben|1|1|1", "ada|ben|1|1|0", "ben|ada|1|1|0", "ada|cleo|1|1|0", "ada|cleo|1|1|1",
             "ben|cleo|1|1|0"));
+}
+
+TEST_F(ChatTest, TheShutdownCommandTellsUsersOnce)
+{
+    Person ada("ada", server.port());
+    ASSERT_TRUE(ada.sees("logged on"));
+    ASSERT_EQ(server.run({"command", "shutdown"}), 0) << server.output;
+    EXPECT_EQ(farewells(ada), 1);
+    EXPECT_EQ(server.wait(), 0);
 }
 
 TEST_F(ChatTest, TellsStrangersFromUsers)
