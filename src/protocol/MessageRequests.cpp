@@ -6,7 +6,7 @@
 #include "platform/Sockets.h"
 #include "protocol/Values.h"
 
-#include <optional>
+#include <algorithm>
 #include <string_view>
 
 namespace qz::protocol {
@@ -28,23 +28,32 @@ std::string room_of(const std::string& recipient)
     return replace_all(recipient, protocol_keywords().RoomPrefix, "");
 }
 
-/// Reads "mm/dd/yyyy hh.mm.ss".
-/// @throws EngineError 13 for anything else.
-DateTime expiration_in(std::string_view text)
+/// Takes a number off the front of the text, and what must stand behind it.
+/// @return the number with leading zeros; empty when it has fewer or more digits.
+std::string take_part(std::string_view& text, std::size_t least_digits, std::size_t digits, char behind)
 {
-    constexpr std::size_t length = 19;
-    std::optional<DateTime> date;
-    if (text.size() == length && text[2] == '/' && text[5] == '/' && text[13] == '.' && text[16] == '.') {
-        const auto part = [&](std::size_t at, std::size_t count) {
-            return std::string(text.substr(at, count));
-        };
-        date = DateTime::parse(part(6, 4) + "-" + part(0, 2) + "-" + part(3, 2) + part(10, 3) + ":"
-            + part(14, 2) + ":" + part(17, 2));
+    const auto count = (std::min)(text.find_first_not_of("0123456789"), text.size());
+    const bool at_end = behind == '\0';
+    if (count < least_digits || count > digits || at_end != (count == text.size())
+        || (!at_end && text[count] != behind)) {
+        return {};
     }
-    if (!date) {
-        throw runtime_error(RuntimeError::TypeMismatch);
-    }
-    return *date;
+    auto part = std::string(digits - count, '0').append(text.substr(0, count));
+    text.remove_prefix(at_end ? count : count + 1);
+    return part;
+}
+
+/// Reads "mm/dd/yyyy hh.mm.ss"; each part but the year may have one digit. Nothing for what is no date.
+std::optional<DateTime> expiration_in(std::string_view text)
+{
+    const auto month = take_part(text, 1, 2, '/');
+    const auto day = take_part(text, 1, 2, '/');
+    const auto year = take_part(text, 4, 4, ' ');
+    const auto hour = take_part(text, 1, 2, '.');
+    const auto minute = take_part(text, 1, 2, '.');
+    const auto second = take_part(text, 1, 2, '\0');
+    return DateTime::parse(
+        joined({year, "-", month, "-", day, " ", hour, ":", minute, ":", second})); // an empty part is none
 }
 
 } // namespace
@@ -73,11 +82,14 @@ void MessageRequests::take_message(const Request& request)
     if (!recipient_exists(message)) {
         return;
     }
-    const std::string expiration(
-        trim(replace_all(parser_.value(request.parameters, "expirationend"), "_", " ")));
-    message.expiration_time = expiration.empty()
-        ? clock_.now().plus_seconds(kSecondsPerMinute * rules_.settings.get_Message_Expiration_Time())
-        : expiration_in(expiration);
+    const auto expiration = expiration_of(request);
+    if (!expiration) {
+        tell(message.sender,
+            "The latest time of delivery is no date. Your message to " + message.recipient
+                + " was not accepted!");
+        return;
+    }
+    message.expiration_time = *expiration;
     if (people_.auto_replies.Retrieve_AutoReply(message.sender)) {
         tell(message.sender, "You have AutoReply On");
     }
@@ -88,6 +100,15 @@ void MessageRequests::take_message(const Request& request)
     } else {
         send_to_user(message);
     }
+}
+
+/// The server's own expiration where the request names none; nothing when it names no date.
+std::optional<DateTime> MessageRequests::expiration_of(const Request& request) const
+{
+    const auto text = replace_all(parser_.value(request.parameters, "expirationend"), "_", " ");
+    return trim(text).empty()
+        ? clock_.now().plus_seconds(kSecondsPerMinute * rules_.settings.get_Message_Expiration_Time())
+        : expiration_in(trim(text));
 }
 
 /// The message as the request words it, but for its expiration.

@@ -16,6 +16,7 @@
 #include "store/AutoReplies.h"
 #include "store/Rooms.h"
 
+#include <optional>
 #include <string>
 
 namespace qz::protocol {
@@ -58,6 +59,7 @@ public:
 
 private:
     void take_message(const Request& request);
+    std::optional<DateTime> expiration_of(const Request& request) const;
     queue::NewMessage message_in(const Request& request) const;
     bool recipient_exists(queue::NewMessage& message);
     void send_to_room(queue::NewMessage message);

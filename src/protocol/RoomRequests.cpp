@@ -1,6 +1,7 @@
 #include "protocol/RoomRequests.h"
 
 #include "base/Guarded.h"
+#include "base/Text.h"
 #include "helpers/ProtocolKeywords.h"
 #include "protocol/Values.h"
 
@@ -95,11 +96,13 @@ void RoomRequests::where_am_i(const Call& call)
     }
 }
 
-/// A room without a name could never be joined, written to or deleted: it counts as one that is there.
+/// A room without a name could never be joined, written to or deleted.
 void RoomRequests::create(const Call& call)
 {
     std::string feedback = "The room " + call.room + " already exists";
-    if (!call.room.empty() && !rooms_.RoomExists(call.room)) {
+    if (trim(call.room).empty()) {
+        feedback = "A room needs a name";
+    } else if (!rooms_.RoomExists(call.room)) {
         rooms_.RoomCreate(call.room, call.user, call.request.remote_ip,
             blank_value(parser_, call.request.parameters, "encryptionkey"));
         directory_.SetRooms();

@@ -170,8 +170,9 @@ TEST_F(RoomRequestsTest, CreatesRooms)
         {"screenname=ann roomname=ann's encryptionkey=k'ey", "The room ann's has been created sucessfully",
             "New room ann's created from ann", "ann's|ann|k'ey"},
         // Nobody could ever join or delete it.
-        {"screenname=ann roomname=", "The room  already exists", "", ""},
-        {"screenname=ann", "The room  already exists", "", ""},
+        {"screenname=ann roomname=", "A room needs a name", "", ""},
+        {"screenname=ann roomname=__", "A room needs a name", "", ""},
+        {"screenname=ann", "A room needs a name", "", ""},
     };
     auto rows = known();
     for (const auto& c : cases) {
