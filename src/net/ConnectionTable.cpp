@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "helpers/MessageParser.h"
+#include "helpers/ProtocolKeywords.h"
 
 #include <algorithm>
 #include <numeric>
@@ -61,7 +62,8 @@ std::int32_t ConnectionTable::fill(const std::string& user_name, const std::stri
     }
     const auto number = free_.top();
     free_.pop();
-    records_[static_cast<std::size_t>(number)] = {user_name, socket, 0, remote_ip, now, session_id, true, {}};
+    records_[static_cast<std::size_t>(number)] = {
+        user_name, socket, 0, remote_ip, now, session_id, true, helpers::protocol_keywords().StatusOnLine};
     enter(number);
     return number;
 }

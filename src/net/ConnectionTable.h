@@ -37,7 +37,8 @@ public:
     const std::vector<ConnectionRecord>& records() const { return records_; }
     std::int32_t count_on_line() const { return count_on_line_; }
 
-    /// Fills the first record that is not on line; when there is none the table grows by one.
+    /// Fills the first record that is not on line; when there is none the table grows by one. The status is
+    /// StatusOnLine until the user announces another.
     /// @return the record's number.
     std::int32_t fill(const std::string& user_name, const std::string& session_id, std::int16_t socket,
         const std::string& remote_ip, DateTime now);

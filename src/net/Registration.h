@@ -22,6 +22,8 @@ public:
     /// client went away meanwhile. No record is filled then.
     bool bind(const std::string& user, const std::string& session_id, std::int16_t socket,
         const std::string& remote_ip);
+    /// The client is seen at the loopback address, so that it may take that for its own.
+    bool is_on_this_machine(std::int16_t socket) const { return pool_.is_on_this_machine(socket); }
     /// A record on the socket carries the name.
     bool is_bound(const std::string& user, std::int16_t socket) const;
 

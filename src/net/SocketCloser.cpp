@@ -23,7 +23,7 @@ void SocketCloser::SocketClosing(std::int16_t socket)
         events_.left(socket);
         const auto user = connections_.release(socket, clock_.now());
         if (!user.empty()) {
-            events_.released(user, sockets_->remote_address(socket), socket);
+            events_.released(user, pool_.get_RemoteAddress(socket), socket);
         }
     });
 }

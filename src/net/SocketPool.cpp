@@ -108,6 +108,12 @@ std::size_t SocketPool::unsent(std::int16_t socket) const
     return sockets_ == nullptr ? 0 : sockets_->unsent(socket);
 }
 
+bool SocketPool::is_on_this_machine(std::int16_t socket) const
+{
+    return sockets_ != nullptr
+        && sockets_->remote_address(socket) == helpers::protocol_keywords().HostAddress;
+}
+
 std::string SocketPool::get_RemoteAddress(std::int16_t socket) const
 {
     if (sockets_ == nullptr) {

@@ -53,6 +53,8 @@ public:
     }
     /// The peer's address; the server's own in place of HostAddress, for a client on the same machine.
     std::string get_RemoteAddress(std::int16_t socket) const;
+    /// The peer is seen at HostAddress.
+    bool is_on_this_machine(std::int16_t socket) const;
     /// The server's own address as a deployment states it; empty for the one that the machine finds.
     void set_own_address(const std::string& address) { own_address_ = address; }
 

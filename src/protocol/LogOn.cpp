@@ -23,16 +23,16 @@ void LogOn::Request_LogOn(const Request& request)
 
 LogOn::Credentials LogOn::credentials_in(const Request& request)
 {
-    return {decoded(parser_.value(request.parameters, "screenname"), request.remote_ip),
-        decoded(parser_.value(request.parameters, "password"), request.remote_ip),
+    return {decoded("screenname", request), decoded("password", request),
         parser_.value(request.parameters, "sessionidvalue")};
 }
 
 /// The marker's characters are dropped, whichever they are. A field that cannot be decoded is used as it
 /// stands.
-std::string LogOn::decoded(const std::string& field, const std::string& remote_ip)
+std::string LogOn::decoded(std::string_view key, const Request& request)
 {
     constexpr auto marker_length = helpers::SettingsCipher::Marker.size(); // of one byte each
+    const auto field = parser_.value(request.parameters, key);
     const auto marker = first_characters(field, marker_length);
     if (character_count(marker) < marker_length) {
         return field;
@@ -41,8 +41,8 @@ std::string LogOn::decoded(const std::string& field, const std::string& remote_i
     const auto decode = [&](const std::string& address) {
         attempt([&] { text = cipher_.DecodeCredential(field.substr(marker.size()), address); });
     };
-    decode(remote_ip);
-    if (text.empty()) {
+    decode(request.remote_ip);
+    if (text.empty() && outcomes_.registration.is_on_this_machine(request.socket)) {
         // A client on this machine sees the loopback address, in whose place remote_ip holds the server's
         // own.
         decode(helpers::protocol_keywords().HostAddress);

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace qz::protocol {
 
@@ -48,7 +49,7 @@ private:
         std::string session_id;
     };
     Credentials credentials_in(const Request& request);
-    std::string decoded(const std::string& field, const std::string& remote_ip);
+    std::string decoded(std::string_view key, const Request& request);
 
     void log_on(const Credentials& credentials, const Request& request);
     void pass_over_unknown(const Credentials& credentials, const Request& request);

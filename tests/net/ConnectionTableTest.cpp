@@ -77,7 +77,7 @@ public:
             const auto session = std::to_string(any(8));
             const auto address = "192.0.2." + std::to_string(any(3));
             EXPECT_EQ(table_.fill(name, session, socket, address, now_),
-                scans_.fill({name, socket, 0, address, now_, session, true, {}}));
+                scans_.fill({name, socket, 0, address, now_, session, true, "online"}));
         } else if (any(10) < 7) {
             EXPECT_EQ(table_.release(socket, now_), scans_.release(socket, now_));
         } else {

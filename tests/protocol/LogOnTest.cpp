@@ -182,18 +182,6 @@ TEST_P(LogOnConversation, TakesCredentialsInEveryForm)
     EXPECT_THAT(talk->log(), Contains(StartsWith("LogOn failed for \xC3\xA4\xC3\xB6\xC3\xBC from")));
 }
 
-TEST_P(LogOnConversation, AClientOnTheMachineSealsWithTheAddressThatItSees)
-{
-    auto client = talk->connect();
-    qz::platform::SodiumCrypto crypto;
-    const auto coded = [&](const std::string& text) {
-        return EncodeCredential(crypto, text, "127.0.0.1", CredentialForm::Address);
-    };
-    client.wire().send(qz::test::envelope("logon screenname=" + coded("ann") + " password=" + coded("secret")
-        + " sessionidvalue=" + client.session_id()));
-    EXPECT_THAT(client.hear(), Contains("logon answer=accepted"));
-}
-
 TEST_P(LogOnConversation, ASealForAnotherAddressOpensNothing)
 {
     auto client = talk->connect();
@@ -224,11 +212,13 @@ protected:
         }
         server.start();
     }
-    static std::string log_on_text(const std::string& name, const std::string& session)
+    static std::string log_on_text(
+        const std::string& name, const std::string& session, const std::string& sealed_for = {})
     {
         qz::platform::SodiumCrypto crypto;
         const auto coded = [&](const std::string& text) {
-            return EncodeCredential(crypto, text, "", CredentialForm::Plain);
+            return EncodeCredential(crypto, text, sealed_for,
+                sealed_for.empty() ? CredentialForm::Plain : CredentialForm::Address);
         };
         return qz::test::envelope("logon screenname=" + coded(name) + " password=" + coded("secret")
             + " sessionidvalue=" + session);
@@ -238,6 +228,50 @@ protected:
 };
 
 } // namespace
+
+TEST_F(YieldingLogOn, TheLoopbackAddressOpensCredentialsOnlyOfWhoIsSeenThere)
+{
+    const struct {
+        const char* client;
+        const char* sealed_for;
+        bool accepted;
+    } cases[] = {
+        {"127.0.0.1", "127.0.0.1", true},
+        {"127.0.0.1", "192.0.2.1", true}, // the machine's own address, which stands for it
+        {"192.0.2.1", "127.0.0.1", false},
+        {"192.0.2.10", "127.0.0.1", false},
+        {"192.0.2.10", "192.0.2.10", true},
+    };
+    for (const auto& each : cases) {
+        auto client = server.client(each.client);
+        client.send(log_on_text("ann", "1", each.sealed_for));
+        server.settle();
+        EXPECT_EQ(server.engine.connections.count_on_line(), each.accepted ? 1 : 0)
+            << each.client << " " << each.sealed_for;
+        client.vanish();
+        server.settle();
+    }
+}
+
+TEST_F(YieldingLogOn, AConnectionHasOneAddressAndAStatusFromItsBeginning)
+{
+    auto ann = server.client("127.0.0.1");
+    std::string status;
+    server.events.on_event = [&](const std::string& event) {
+        if (event == "Outgoing" && status.empty()) {
+            status = server.engine.presence.get_UserStatus("ann"); // with the acceptance
+        }
+    };
+    ann.send(log_on_text("ann", "1"));
+    server.settle();
+    server.events.on_event = nullptr;
+    EXPECT_EQ(status, "online");
+    ann.vanish();
+    server.settle();
+    EXPECT_THAT(server.events.take_starting("Log New status"),
+        ElementsAre("Log New status for ann: online [ann, 192.0.2.1]",
+            "Log New status for ann: offline [ann, 192.0.2.1]"));
+}
 
 TEST_F(YieldingLogOn, TwoOfOneNameInOneTurnLeaveOneOnLine)
 {
