@@ -14,6 +14,8 @@ public:
     virtual void released(const std::string& user, const std::string& address, std::int16_t socket) = 0;
     /// A connection ended, whether somebody was logged on or not. Called before released.
     virtual void left(std::int16_t /*socket*/) { }
+    /// The end of a connection was dealt with, whether somebody was logged on or not. Called last.
+    virtual void close_finished() { }
 
 protected:
     ~ConnectionEvents() = default; // listeners are never deleted through this type

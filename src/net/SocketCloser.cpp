@@ -25,6 +25,7 @@ void SocketCloser::SocketClosing(std::int16_t socket)
         if (!user.empty()) {
             events_.released(user, pool_.get_RemoteAddress(socket), socket);
         }
+        events_.close_finished();
     });
 }
 

@@ -211,7 +211,7 @@ std::string Engine::ready_address() const
 void Engine::Server_End()
 {
     guarded(journal, "Server_End", no_address, [&] {
-        if (status == ServerStatus::Arrested) {
+        if (status != ServerStatus::Started) {
             events_.ShutDown();
             return;
         }
@@ -367,7 +367,6 @@ void Engine::released(const std::string& user, const std::string& address, std::
     message_queue.recipient_changed(user);
     room_requests.UnscribeFromRooms(user);
     presence.Update_Status(protocol_keywords().StatusOffLine, user, socket, address);
-    presence.RefreshActiveUsersMenu();
 }
 
 void Engine::left(std::int16_t socket)
@@ -376,6 +375,11 @@ void Engine::left(std::int16_t socket)
     rate_limit.left(socket);
 }
 
+}
+
+void Engine::close_finished()
+{
+    presence.RefreshActiveUsersMenu();
 void Engine::traffic(net::Direction direction)
 {
     events_.SocketActivity(

@@ -199,6 +199,7 @@ private:
     void left(std::int16_t socket) override;
     void traffic(net::Direction direction) override;
     void new_connection_requested(const std::string& address) override;
+    void close_finished() override;
     void connection_requested(std::int32_t request) override;
     void data_arrived(std::int16_t socket, const std::string& unit) override;
     void closed(std::int16_t socket) override;

@@ -42,8 +42,8 @@ public:
 
     // Starting, stopping, status.
     void Server_Start();
-    /// Tells the active users and queues the shutdown for a later tick; raises ShutDown at once when not
-    /// started.
+    /// Tells the active users and queues the shutdown for a later tick; raises ShutDown at once when the
+    /// status is not Started.
     void Server_End();
     /// Queues two commands, close all connections and shut down, for a later tick.
     void ShutDownServer();

@@ -151,6 +151,24 @@ TEST_F(MainTest, RaisesShutDownAtOnceWhenItIsNotStarted)
     main->Server_End();
     EXPECT_THAT(events.take(), ElementsAre("ShutDown"));
     EXPECT_EQ(machine.database().count(kCommand), 0U);
+    main->Server_Start();
+    settle();
+    main->set_ServerStatus(ServerStatus::Paused);
+    events.list.clear();
+    main->Server_End();
+    EXPECT_THAT(events.take(), ElementsAre("ShutDown")) << "paused is not started";
+    EXPECT_EQ(machine.database().count(kCommand), 0U);
+}
+
+TEST_F(MainTest, EveryCloseRefreshesTheOnlineCount)
+{
+    start();
+    auto stranger = machine.network().connect();
+    settle();
+    events.list.clear();
+    stranger.vanish();
+    settle();
+    EXPECT_THAT(events.take(), ElementsAre("OnLine 0"));
 }
 
 TEST_F(MainTest, ShutsDownThroughTheCommandTable)
