@@ -15,6 +15,8 @@ namespace {
 const char* description_of(RuntimeError error)
 {
     switch (error) {
+    case RuntimeError::InvalidProcedureCall:
+        return "Invalid procedure call or argument";
     case RuntimeError::Overflow:
         return "Overflow";
     case RuntimeError::OutOfMemory:

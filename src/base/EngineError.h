@@ -33,6 +33,7 @@ extern const std::string kConnectionSource; // a connection
 
 /// Numbers of run-time errors of the engine, those of the automation languages that its hosts are written in.
 enum class RuntimeError : std::int32_t {
+    InvalidProcedureCall = 5,
     Overflow = 6,
     OutOfMemory = 7,
     SubscriptOutOfRange = 9,

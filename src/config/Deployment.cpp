@@ -181,6 +181,17 @@ std::optional<std::int32_t> Deployment::queued_per_recipient() const
         ini_, [&] { return number<std::int32_t>("Safeguards", "QueuedPerRecipient"); });
 }
 
+std::optional<std::int32_t> Deployment::chunks_per_connection() const
+{
+    return chunks_per_connection_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "ChunksPerConnection"); });
+}
+
+std::optional<std::int32_t> Deployment::close_malformed() const
+{
+    return close_malformed_.get(ini_, [&] { return number<std::int32_t>("Safeguards", "CloseMalformed"); });
+}
+
 std::int32_t Deployment::room_slots() const
 {
     return number<std::int32_t>("Safeguards", "RoomSlots").value_or(0);

@@ -52,6 +52,10 @@ public:
     /// Most messages of one sender, and for one recipient, that may wait in the queue.
     std::optional<std::int32_t> queued_per_sender() const;
     std::optional<std::int32_t> queued_per_recipient() const;
+    /// Most chunks of partial messages that are kept of one connection.
+    std::optional<std::int32_t> chunks_per_connection() const;
+    /// Number of faulty units at which a connection is closed.
+    std::optional<std::int32_t> close_malformed() const;
     /// Least number of membership slots made at the start; 0 when the engine's own number holds.
     std::int32_t room_slots() const;
 
@@ -81,6 +85,8 @@ private:
     mutable KeptValue<std::optional<std::int32_t>> messages_per_second_;
     mutable KeptValue<std::optional<std::int32_t>> queued_per_sender_;
     mutable KeptValue<std::optional<std::int32_t>> queued_per_recipient_;
+    mutable KeptValue<std::optional<std::int32_t>> chunks_per_connection_;
+    mutable KeptValue<std::optional<std::int32_t>> close_malformed_;
 };
 
 } // namespace qz::config

@@ -177,6 +177,13 @@ constexpr std::array kTable{
     with_init(integer(kSafeguards, "QueuedPerRecipient", 0, kMostQueued, "off",
                   "Most messages for one recipient that may wait to be delivered; 0 for no limit"),
         "20000"),
+    with_init(
+        integer(kSafeguards, "ChunksPerConnection", 0, kMostRate, "off",
+            "Most chunks of partial messages that are kept of one connection; 0 for no limit of its own"),
+        "100"),
+    with_init(integer(kSafeguards, "CloseMalformed", 0, kMostRate, "off",
+                  "Faulty units at which a connection is closed; 0 for never"),
+        "10"),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),
         "1000"),

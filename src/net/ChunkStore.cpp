@@ -8,7 +8,7 @@
 namespace qz::net {
 
 std::optional<std::string> ChunkStore::put(
-    std::int16_t socket, const helpers::FrameHeader& header, std::string_view chunk, DateTime now)
+    const From& from, const helpers::FrameHeader& header, std::string_view chunk, DateTime now)
 {
     if (header.chunk_index < 1 || header.chunk_index > header.chunk_count) {
         throw runtime_error(RuntimeError::SubscriptOutOfRange);
@@ -16,17 +16,15 @@ std::optional<std::string> ChunkStore::put(
     if (header.chunk_count == 1) {
         return std::string(chunk); // nearly every message: nothing to store
     }
-    const MessageKey key{socket, header.message_number};
+    const MessageKey key{from.socket, header.message_number};
     drop_other_count(key, header.chunk_count);
-    if ((size_ >= kMaxChunks || chunks_of(socket) >= kMaxChunksPerSender) && needs_room(key, header)) {
-        incomplete_.insert(socket);
-        throw runtime_error(
-            RuntimeError::OutOfMemory, "The store of partial messages is full; a chunk was dropped");
-    }
+    require_capacity(from, key, header);
     auto& message = messages_[key];
     message.chunk_count = header.chunk_count;
-    size_ +=
-        message.chunks.insert_or_assign(header.chunk_index, Chunk{std::string(chunk), now}).second ? 1U : 0U;
+    if (message.chunks.insert_or_assign(header.chunk_index, Chunk{std::string(chunk), now}).second) {
+        ++size_;
+        ++by_socket_[from.socket];
+    }
     if (message.chunks.size() < static_cast<std::size_t>(message.chunk_count)) {
         return std::nullopt;
     }
@@ -34,7 +32,7 @@ std::optional<std::string> ChunkStore::put(
     for (const auto& [index, part] : message.chunks) {
         whole += part.text;
     }
-    size_ -= message.chunks.size();
+    removed(from.socket, message.chunks.size());
     messages_.erase(key);
     return whole;
 }
@@ -44,13 +42,33 @@ void ChunkStore::drop_other_count(const MessageKey& key, std::int32_t chunk_coun
 {
     const auto message = messages_.find(key);
     if (message != messages_.end() && message->second.chunk_count != chunk_count) {
-        size_ -= message->second.chunks.size();
+        removed(key.first, message->second.chunks.size());
         messages_.erase(message);
     }
 }
 
+/// The error says which limit is reached.
+void ChunkStore::require_capacity(const From& from, const MessageKey& key, const helpers::FrameHeader& header)
+{
+    const auto most = deployment_.chunks_per_connection();
+    std::string reached;
+    if (most && from.sender == Sender::Stranger) {
+        reached = "ChunksPerConnection: before the logon a message must fit into one chunk";
+    } else if (most && chunks_of(from.socket) >= static_cast<std::size_t>(*most)) {
+        reached = "ChunksPerConnection is reached: " + std::to_string(*most)
+            + " chunks are kept of this connection; a chunk was dropped";
+    } else if (!most && size_ >= kMaxChunks) {
+        reached = "The store of partial messages is full: " + std::to_string(kMaxChunks)
+            + " chunks are kept; a chunk was dropped";
+    }
+    if (!reached.empty() && needs_capacity(key, header)) {
+        incomplete_.insert(from.socket);
+        throw runtime_error(RuntimeError::OutOfMemory, std::move(reached));
+    }
+}
+
 /// False for a chunk that replaces another and for the one that makes its message whole.
-bool ChunkStore::needs_room(const MessageKey& key, const helpers::FrameHeader& header) const
+bool ChunkStore::needs_capacity(const MessageKey& key, const helpers::FrameHeader& header) const
 {
     const auto message = messages_.find(key);
     return message == messages_.end()
@@ -63,8 +81,8 @@ void ChunkStore::sweep(DateTime now)
     for (auto message = messages_.begin(); message != messages_.end();) {
         const auto dropped = std::erase_if(message->second.chunks,
             [&](const auto& entry) { return seconds_between(entry.second.arrival, now) > kMaxAgeSeconds; });
-        size_ -= dropped;
         if (dropped > 0) {
+            removed(message->first.first, dropped);
             incomplete_.insert(message->first.first);
         }
         message = message->second.chunks.empty() ? messages_.erase(message) : std::next(message);
@@ -76,9 +94,9 @@ void ChunkStore::drop(std::int16_t socket)
     incomplete_.erase(socket);
     auto message = messages_.lower_bound({socket, (std::numeric_limits<std::int32_t>::min)()});
     while (message != messages_.end() && message->first.first == socket) {
-        size_ -= message->second.chunks.size();
         message = messages_.erase(message);
     }
+    removed(socket, chunks_of(socket));
 }
 
 std::set<std::int16_t> ChunkStore::take_incomplete()
@@ -90,17 +108,27 @@ void ChunkStore::clear()
 {
     incomplete_.clear();
     messages_.clear();
+    by_socket_.clear();
     size_ = 0;
 }
 
 std::size_t ChunkStore::chunks_of(std::int16_t socket) const
 {
-    std::size_t count = 0;
-    auto message = messages_.lower_bound({socket, (std::numeric_limits<std::int32_t>::min)()});
-    for (; message != messages_.end() && message->first.first == socket; ++message) {
-        count += message->second.chunks.size();
+    const auto count = by_socket_.find(socket);
+    return count == by_socket_.end() ? 0 : count->second;
+}
+
+void ChunkStore::removed(std::int16_t socket, std::size_t chunks)
+{
+    const auto count = by_socket_.find(socket);
+    if (count == by_socket_.end()) {
+        return;
     }
-    return count;
+    size_ -= chunks;
+    count->second -= chunks;
+    if (count->second == 0) {
+        by_socket_.erase(count);
+    }
 }
 
 } // namespace qz::net

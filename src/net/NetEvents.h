@@ -67,7 +67,8 @@ struct Envelope {
 /// Heard by the protocol, which knows the grammar.
 class IncomingMessages {
 public:
-    /// Takes an envelope apart. Never fails: what is not an envelope gives an empty body.
+    /// Takes an envelope apart.
+    /// @throws EngineError for what is no envelope.
     virtual Envelope CheckMsgIncomingRules(const std::string& data) = 0;
     /// Carries out a message whose sender was checked.
     virtual void HandleIncoming(

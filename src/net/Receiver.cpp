@@ -1,7 +1,6 @@
 #include "net/Receiver.h"
 
 #include "base/Guarded.h"
-#include "helpers/Frame.h"
 #include "helpers/ProtocolKeywords.h"
 
 namespace qz::net {
@@ -13,41 +12,44 @@ constexpr std::string_view kChunkReceived = "chunkreceived";
 
 } // namespace
 
-Receiver::Receiver(const ConnectionTable& connections, ChunkStore& chunks, Sender& sender,
-    SocketCloser& closer, const helpers::MessageParser& parser, const Clock& clock, Listeners listeners,
-    Journal& journal)
-    : connections_(connections), chunks_(chunks), sender_(sender), closer_(closer), parser_(parser),
-      clock_(clock), listeners_(listeners), journal_(journal)
+Receiver::Receiver(const ConnectionTable& connections, UnitReader& units, Sender& sender,
+    SocketCloser& closer, const helpers::MessageParser& parser, Listeners listeners, Journal& journal)
+    : connections_(connections), units_(units), sender_(sender), closer_(closer), parser_(parser),
+      listeners_(listeners), journal_(journal)
 {
 }
 
 void Receiver::DataIncoming(std::int16_t socket, const std::string& data)
 {
     guarded(journal_, "DataIncoming", no_address, [&] {
-        const auto message = whole_message(socket, data);
-        if (!message) {
-            return;
+        const auto sender =
+            connections_.last_on(socket) == nullptr ? ChunkStore::Sender::Stranger : ChunkStore::Sender::User;
+        Envelope envelope;
+        switch (units_.read(socket, sender, data, envelope)) {
+        case UnitReader::Result::Whole:
+            take(socket, envelope);
+            break;
+        case UnitReader::Result::CloseConnection:
+            closer_.SocketClosing(socket);
+            break;
+        case UnitReader::Result::Incomplete:
+        case UnitReader::Result::Faulty:
+            break;
         }
-        const auto envelope = listeners_.messages.CheckMsgIncomingRules(*message);
-        if (envelope.body.empty()) {
-            return;
-        }
-        if (!is_allowed(socket, envelope)) {
-            refuse(socket);
-            return;
-        }
-        listeners_.messages.HandleIncoming(socket, envelope.body, envelope.number, envelope.first_word);
-        listeners_.traffic.traffic(Direction::Ingoing);
     });
 }
 
-std::optional<std::string> Receiver::whole_message(std::int16_t socket, const std::string& data)
+void Receiver::take(std::int16_t socket, const Envelope& envelope)
 {
-    if (!data.starts_with(helpers::protocol_keywords().FrameStart)) {
-        return data;
+    if (envelope.body.empty()) {
+        return;
     }
-    const auto frame = helpers::parse_frame(data);
-    return frame ? chunks_.put(socket, frame->header, frame->chunk, clock_.now()) : std::nullopt;
+    if (!is_allowed(socket, envelope)) {
+        refuse(socket);
+        return;
+    }
+    listeners_.messages.HandleIncoming(socket, envelope.body, envelope.number, envelope.first_word);
+    listeners_.traffic.traffic(Direction::Ingoing);
 }
 
 bool Receiver::is_allowed(std::int16_t socket, const Envelope& envelope) const

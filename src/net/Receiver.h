@@ -1,17 +1,15 @@
 // DataIncoming: from the units that arrive on a socket to messages whose sender is known.
 #pragma once
 
-#include "base/Clock.h"
 #include "base/Journal.h"
 #include "helpers/MessageParser.h"
-#include "net/ChunkStore.h"
 #include "net/ConnectionTable.h"
 #include "net/NetEvents.h"
 #include "net/Sender.h"
 #include "net/SocketCloser.h"
+#include "net/UnitReader.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace qz::net {
@@ -23,8 +21,8 @@ public:
         IncomingMessages& messages;
         TrafficEvents& traffic;
     };
-    Receiver(const ConnectionTable& connections, ChunkStore& chunks, Sender& sender, SocketCloser& closer,
-        const helpers::MessageParser& parser, const Clock& clock, Listeners listeners, Journal& journal);
+    Receiver(const ConnectionTable& connections, UnitReader& units, Sender& sender, SocketCloser& closer,
+        const helpers::MessageParser& parser, Listeners listeners, Journal& journal);
 
     /// One unit: a frame, which is kept until its message is whole, or a bare envelope.
     /// A message passes when its socket is logged on and it names the socket's session id, or when the socket
@@ -33,16 +31,15 @@ public:
     void DataIncoming(std::int16_t socket, const std::string& data);
 
 private:
-    std::optional<std::string> whole_message(std::int16_t socket, const std::string& data);
+    void take(std::int16_t socket, const Envelope& envelope);
     bool is_allowed(std::int16_t socket, const Envelope& envelope) const;
     void refuse(std::int16_t socket);
 
     const ConnectionTable& connections_;
-    ChunkStore& chunks_;
+    UnitReader& units_;
     Sender& sender_;
     SocketCloser& closer_;
     const helpers::MessageParser& parser_;
-    const Clock& clock_;
     Listeners listeners_;
     Journal& journal_;
 };

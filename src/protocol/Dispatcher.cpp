@@ -74,8 +74,8 @@ const std::array<Command, 23> kCommands{{
 
 Dispatcher::Dispatcher(Handlers& handlers, const helpers::MessageParser& parser, const net::SocketPool& pool,
     net::Sender& sender, Rules rules, Journal& journal)
-    : reader_(parser, journal), handlers_(handlers), parser_(parser), pool_(pool), sender_(sender),
-      rules_(rules), journal_(journal)
+    : reader_(parser), handlers_(handlers), parser_(parser), pool_(pool), sender_(sender), rules_(rules),
+      journal_(journal)
 {
 }
 

@@ -1,7 +1,6 @@
 // CheckMsgIncomingRules: takes a client's envelope apart.
 #pragma once
 
-#include "base/Journal.h"
 #include "helpers/MessageParser.h"
 #include "net/NetEvents.h"
 
@@ -11,20 +10,15 @@ namespace qz::protocol {
 
 class EnvelopeReader {
 public:
-    EnvelopeReader(const helpers::MessageParser& parser, Journal& journal)
-        : parser_(parser), journal_(journal)
-    {
-    }
+    explicit EnvelopeReader(const helpers::MessageParser& parser) : parser_(parser) { }
 
-    /// A text without the envelope's markers in their order gives an empty body. A text of more than 32,767
-    /// characters is an overflow, reported under "CheckMsgIncomingRules", and gives an empty body too.
-    net::Envelope CheckMsgIncomingRules(const std::string& data);
+    /// @throws EngineError 5 for a text without the envelope's markers in their order, and for a body without
+    /// a blank; 6 for a text of more than 32,767 characters. It is reported by the caller, who knows the
+    /// connection.
+    net::Envelope CheckMsgIncomingRules(const std::string& data) const;
 
 private:
-    net::Envelope read(const std::string& data) const;
-
     const helpers::MessageParser& parser_;
-    Journal& journal_;
 };
 
 } // namespace qz::protocol

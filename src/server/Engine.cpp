@@ -29,7 +29,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       buddies(database, directory, accounts, parser, journal),
       rooms(database, directory, room_members, parser, machine.clock(), journal),
       auto_replies(database, journal), last_activity(database, journal),
-      last_log_ons(database, deployment, machine.clock(), journal),
+      last_log_ons(database, deployment, machine.clock(), journal), chunks(deployment),
       sender(parser, machine.loop(), *this, journal),
       pool(connections, sender, parser, machine.clock(), *this, journal),
       closer(connections, pool, chunks, machine.clock(), *this, journal),
@@ -70,7 +70,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
           sender),
       sender_check(connections, deployment),
       dispatcher(handlers, parser, pool, sender, {sender_check, settings}, journal),
-      receiver(connections, chunks, sender, closer, parser, machine.clock(), {dispatcher, *this}, journal),
+      units(chunks, dispatcher, deployment, machine.clock(), journal),
+      receiver(connections, units, sender, closer, parser, {dispatcher, *this}, journal),
       announcements(connections, sender, journal),
       on_line_info(ini, connections, directory, presence, machine.clock(), journal),
       commands(database, parser, *this, journal), housekeeping(settings, *this, journal),
@@ -113,6 +114,7 @@ void Engine::Server_Start()
         prepare_data();
         load_sockets();
         chunks.clear();
+        units.clear();
         journal.log_own("Update frequency " + std::to_string(housekeeping.ticks_per_second()) + " Hz");
         open_listening_socket();
         announce_ready();
@@ -373,13 +375,14 @@ void Engine::left(std::int16_t socket)
 {
     admission.left(socket);
     rate_limit.left(socket);
-}
-
+    units.left(socket);
 }
 
 void Engine::close_finished()
 {
     presence.RefreshActiveUsersMenu();
+}
+
 void Engine::traffic(net::Direction direction)
 {
     events_.SocketActivity(

@@ -20,6 +20,7 @@
 #include "net/Sender.h"
 #include "net/SocketCloser.h"
 #include "net/SocketPool.h"
+#include "net/UnitReader.h"
 #include "notify/InactivityJob.h"
 #include "notify/LogOnAlarm.h"
 #include "notify/Mail.h"
@@ -153,6 +154,7 @@ public: // the rooms, for the members of Main that forward to them
     protocol::Handlers handlers;
     protocol::SenderCheck sender_check;
     protocol::Dispatcher dispatcher;
+    net::UnitReader units;
     net::Receiver receiver;
     protocol::Announcements announcements;
     online::OnLineInfoWriter on_line_info;
@@ -197,9 +199,9 @@ private:
     void presence_changed() override;
     void released(const std::string& user, const std::string& address, std::int16_t socket) override;
     void left(std::int16_t socket) override;
+    void close_finished() override;
     void traffic(net::Direction direction) override;
     void new_connection_requested(const std::string& address) override;
-    void close_finished() override;
     void connection_requested(std::int32_t request) override;
     void data_arrived(std::int16_t socket, const std::string& unit) override;
     void closed(std::int16_t socket) override;

@@ -1,6 +1,7 @@
 #include "net/ChunkStore.h"
 
 #include "base/EngineError.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -17,8 +18,8 @@ protected:
     std::optional<std::string> put(int socket, std::int32_t message, std::int32_t index, std::int32_t count,
         const std::string& text = "x", int seconds = 0)
     {
-        return store.put(
-            static_cast<std::int16_t>(socket), {1, message, index, count}, text, start.plus_seconds(seconds));
+        return store.put({static_cast<std::int16_t>(socket), ChunkStore::Sender::User},
+            {1, message, index, count}, text, start.plus_seconds(seconds));
     }
     int failure(int socket, std::int32_t message, std::int32_t index, std::int32_t count)
     {
@@ -31,7 +32,10 @@ protected:
     }
 
     const qz::DateTime start = qz::DateTime::parse("2026-03-02 09:00:00").value();
-    ChunkStore store;
+    qz::test::TemporaryFolder folder;
+    qz::config::IniFile ini{folder.path() / "settings.ini"};
+    qz::config::Deployment deployment{ini};
+    ChunkStore store{deployment};
 };
 
 } // namespace
@@ -89,25 +93,32 @@ TEST_F(ChunkStoreTest, GivesUpWhatIsOlderThanThirtySeconds)
     EXPECT_EQ(store.size(), 1U);
 }
 
-TEST_F(ChunkStoreTest, OneSenderCannotFillItForAllOthers)
+TEST_F(ChunkStoreTest, ALimitCountsWhatIsKept)
 {
-    for (int i = 1; i <= 100; ++i) {
-        put(1, i, 1, 2);
-    }
-    EXPECT_EQ(failure(1, 101, 1, 2), 7);
-    EXPECT_EQ(put(1, 102, 1, 1), "x") << "a message in one piece needs no room";
-    EXPECT_EQ(put(1, 5, 1, 2, "again"), std::nullopt) << "nor does a chunk in place of another";
-    EXPECT_EQ(put(1, 5, 2, 2, "!"), "again!") << "nor the one that makes a message whole";
-    EXPECT_EQ(put(2, 1, 1, 2), std::nullopt);
-    for (int socket = 3; socket < 12; ++socket) {
-        for (int i = 1; i <= 100; ++i) {
-            put(socket, i, 1, 2);
+    for (const auto* limit : {"", "3"}) { // the common table, and one connection's own
+        ini.WriteIniValue("Safeguards", "ChunksPerConnection", limit);
+        const auto most = *limit == '\0' ? static_cast<std::int32_t>(ChunkStore::kMaxChunks) : 3;
+        for (int i = 1; i <= most; ++i) {
+            put(1, i, 1, 2);
         }
+        EXPECT_EQ(failure(1, most + 1, 1, 2), 7);
+        EXPECT_EQ(failure(2, 1, 1, 2), most == 3 ? 0 : 7);
+        EXPECT_EQ(put(1, most + 2, 1, 1), "x") << "a message in one piece needs no capacity";
+        EXPECT_EQ(put(1, 2, 1, 2, "again"), std::nullopt) << "nor does a chunk in place of another";
+        EXPECT_EQ(put(1, 2, 2, 2, "!"), "again!") << "nor the one that makes a message whole";
+        EXPECT_EQ(failure(1, 2, 1, 3), 0) << "whose chunks are kept no longer";
+        EXPECT_EQ(failure(1, 4000, 1, 2), 7);
+        EXPECT_EQ(failure(1, 2, 1, 4), 0) << "nor are those of a message that begins anew";
+        EXPECT_EQ(failure(1, 4000, 1, 2), 7);
+        store.drop(1);
+        EXPECT_EQ(failure(1, 4000, 1, 2), 0);
+        store.clear();
+        EXPECT_EQ(store.size(), 0U);
     }
-    EXPECT_EQ(store.size(), 1000U);
-    put(12, 1, 1, 2);
-    EXPECT_EQ(failure(13, 1, 1, 2), 7);
-    EXPECT_EQ(store.size(), ChunkStore::kMaxChunks);
-    store.clear();
-    EXPECT_EQ(failure(13, 1, 1, 2), 0);
+    put(1, 1, 1, 2, "a", 0);
+    put(1, 2, 1, 2, "b", 20);
+    put(1, 3, 1, 2, "c", 20);
+    store.sweep(start.plus_seconds(31));
+    EXPECT_EQ(failure(1, 4, 1, 2), 0);
+    EXPECT_EQ(failure(1, 5, 1, 2), 7);
 }

@@ -1,6 +1,8 @@
 // What the objects of the net room need: sockets in memory, and what they tell upwards, written down.
 #pragma once
 
+#include "config/Deployment.h"
+#include "config/IniFile.h"
 #include "helpers/Frame.h"
 #include "helpers/MessageParser.h"
 #include "net/ChunkStore.h"
@@ -14,6 +16,7 @@
 #include "support/ManualLoop.h"
 #include "support/MemorySockets.h"
 #include "support/RecordingJournal.h"
+#include "support/TemporaryFolder.h"
 
 #include <functional>
 #include <string>
@@ -71,8 +74,11 @@ struct TestNet : net::ConnectionEvents,
     RecordingJournal journal;
     platform::SodiumCrypto crypto;
     helpers::MessageParser parser{crypto};
+    TemporaryFolder folder;
+    config::IniFile ini{folder.path() / "settings.ini"};
+    config::Deployment deployment{ini};
     net::ConnectionTable connections;
-    net::ChunkStore chunks;
+    net::ChunkStore chunks{deployment};
     net::Sender sender{parser, loop, *this, journal};
     net::SocketPool pool{connections, sender, parser, clock, *this, journal};
     net::SocketCloser closer{connections, pool, chunks, clock, *this, journal};

@@ -1,0 +1,53 @@
+#include "net/UnitReader.h"
+
+#include "helpers/Frame.h"
+#include "helpers/ProtocolKeywords.h"
+
+namespace qz::net {
+
+UnitReader::Result UnitReader::read(
+    std::int16_t socket, ChunkStore::Sender sender, const std::string& unit, Envelope& envelope)
+{
+    std::string_view routine = "DataIncoming";
+    try {
+        const auto message = whole_message(socket, sender, unit);
+        if (!message) {
+            return Result::Incomplete;
+        }
+        routine = "CheckMsgIncomingRules";
+        envelope = messages_.CheckMsgIncomingRules(*message);
+        return Result::Whole;
+    } catch (...) { // not guarded(): most faults of a connection are only counted
+        return faulty(socket, routine, current_error());
+    }
+}
+
+std::optional<std::string> UnitReader::whole_message(
+    std::int16_t socket, ChunkStore::Sender sender, const std::string& unit)
+{
+    if (!unit.starts_with(helpers::protocol_keywords().FrameStart)) {
+        return unit;
+    }
+    const auto frame = helpers::parse_frame(unit);
+    if (!frame) {
+        throw runtime_error(RuntimeError::InvalidProcedureCall);
+    }
+    return chunks_.put({socket, sender}, frame->header, frame->chunk, clock_.now());
+}
+
+UnitReader::Result UnitReader::faulty(std::int16_t socket, std::string_view routine, const EngineError& error)
+{
+    const auto limit = deployment_.close_malformed();
+    const auto count = limit ? ++faults_[socket] : 1;
+    if (count == 1) {
+        journal_.ReportError(routine, error, {});
+    }
+    if (!limit || count < *limit) {
+        return Result::Faulty;
+    }
+    journal_.log_own("Socket " + std::to_string(socket) + " closed: " + std::to_string(count)
+        + (count == 1 ? " faulty unit" : " faulty units"));
+    return Result::CloseConnection;
+}
+
+} // namespace qz::net
