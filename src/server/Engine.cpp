@@ -129,7 +129,7 @@ void Engine::Server_Start()
 
 void Engine::create_components()
 {
-    timer_ = machine_.create_timer(housekeeping);
+    timer_ = machine_.create_timer(*this);
     server_socket_ = machine_.create_server_socket(*this);
     client_sockets_ = machine_.create_client_sockets(*this);
     housekeeping.use(timer_.get());
@@ -396,6 +396,7 @@ void Engine::new_connection_requested(const std::string& address)
 
 void Engine::connection_requested(std::int32_t request)
 {
+    const Nesting::Scope scope(running);
     const auto address = client_sockets_->request_address(request);
     if (!accept_incoming_connections || !admission.admits(address)) {
         return;
@@ -408,6 +409,7 @@ void Engine::connection_requested(std::int32_t request)
 
 void Engine::data_arrived(std::int16_t socket, const std::string& unit)
 {
+    const Nesting::Scope scope(running);
     guarded(journal, "SocketX_Receive", no_address, [&] {
         if (!look_) {
             look_.emplace(ini);
@@ -432,7 +434,14 @@ void Engine::close_incomplete()
 
 void Engine::closed(std::int16_t socket)
 {
+    const Nesting::Scope scope(running);
     closer.SocketClosing(socket);
+}
+
+void Engine::timer_ticked()
+{
+    const Nesting::Scope scope(running);
+    housekeeping.timer_ticked();
 }
 
 void Engine::turn_ending()

@@ -49,6 +49,7 @@
 #include "server/Housekeeping.h"
 #include "server/Main.h"
 #include "server/MainEvents.h"
+#include "server/Nesting.h"
 #include "server/ServerCommands.h"
 #include "server/ServerJournal.h"
 #include "store/Accounts.h"
@@ -77,6 +78,7 @@ class Engine final : private CommandActions,
                      private net::TrafficEvents,
                      private platform::ServerSocketEvents,
                      private platform::ClientSocketEvents,
+                     private platform::TimerEvents,
                      private store::TurnOutcome {
 public:
     /// Class_Initialize: settings, database connection, tables.
@@ -163,6 +165,7 @@ public: // the rooms, for the members of Main that forward to them
     Housekeeping housekeeping;
     FigureSource figures;
 
+    Nesting running; // entered while an event of the components is handled
     ServerStatus status = ServerStatus::Arrested;
     bool accept_incoming_connections = false;
     DateTime start_time;
@@ -205,6 +208,7 @@ private:
     void connection_requested(std::int32_t request) override;
     void data_arrived(std::int16_t socket, const std::string& unit) override;
     void closed(std::int16_t socket) override;
+    void timer_ticked() override;
     void turn_ending() override;
     void turn_stored() override;
     void turn_lost() override;

@@ -11,21 +11,18 @@ constexpr const char* kCredits = "VELTO, the instant-messaging server of small o
 
 } // namespace
 
-Main::Main(platform::Machine& machine, MainEvents& events)
-    : engine_(std::make_unique<Engine>(machine, events))
-{
-}
+Main::Main(platform::Machine& machine, MainEvents& events) : engine_(machine, events) { }
 
 Main::~Main() = default;
 
 void Main::Server_Start()
 {
-    engine_->Server_Start();
+    engine_.Server_Start();
 }
 
 void Main::Server_End()
 {
-    engine_->Server_End();
+    engine_.Server_End();
 }
 
 void Main::ShutDownServer()

@@ -5,17 +5,15 @@
 #include "config/Settings.h"
 #include "platform/Machine.h"
 #include "queue/QueueMessageSmall.h"
+#include "server/EngineHandle.h"
 #include "server/Figures.h"
 #include "server/MainEvents.h"
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace qz::server {
-
-class Engine;
 
 enum class ServerStatus : std::int32_t { Arrested = 0, Started = 1, Paused = 2 };
 using config::ServerSpeed;
@@ -33,14 +31,17 @@ class Main {
 public:
     /// Reads the settings in the machine's home folder and opens the database; a failure to open it is
     /// reported.
-    /// @param machine, events  must outlive this object.
+    /// @param machine, events  must outlive this object; see also the destructor.
     Main(platform::Machine& machine, MainEvents& events);
-    /// Logs the closing line and closes the database.
+    /// Logs the closing line and closes the database. Inside an event this happens at the end of the turn of
+    /// the loop, also of a loop that is being stopped: the machine must live until then. No event is raised
+    /// from here on.
     ~Main();
     Main(const Main&) = delete;
     Main& operator=(const Main&) = delete;
 
     // Starting, stopping, status.
+    /// Inside an event, the start of an arrested server is carried out when the event has ended.
     void Server_Start();
     /// Tells the active users and queues the shutdown for a later tick; raises ShutDown at once when the
     /// status is not Started.
@@ -194,7 +195,7 @@ public:
     void set_iniTest(const std::string& test_message);
 
 private:
-    std::unique_ptr<Engine> engine_;
+    EngineHandle engine_;
 };
 
 } // namespace qz::server

@@ -9,7 +9,7 @@ namespace qz::server {
 enum class SocketActivity : std::int32_t { Ingoing = 1, Outgoing = 2 };
 
 /// Raised on the engine's thread, in the middle of its work: a listener returns soon and does not throw. It
-/// may call Main, and it may ask the loop to stop.
+/// may call Main, start it again or delete it, and it may ask the loop to stop.
 class MainEvents {
 public:
     virtual void Error(const std::string& routine_name, std::int32_t error_number,
