@@ -52,7 +52,9 @@ PreparedHome::PreparedHome(std::filesystem::path server, std::filesystem::path f
               "INSERT INTO rooms (RoomName, UserName_Owner) VALUES ('hall', 'user0'); COMMIT");
     const auto port = free_port();
     set(prepared, "General SetUp/ListeningPort", std::to_string(port));
-    set(prepared, "Safeguards/MessagesPerSecond", "0"); // it would be measured instead of the server
+    for (const auto* limit : {"Safeguards/MessagesPerSecond", "Transport/ConnectionsPerSecond"}) {
+        set(prepared, limit, "0"); // it would be measured instead of the server
+    }
     const Process encoding({server_.string(), "run", "--home", prepared.string()}, output());
     encoding.wait_for_port(port);
 }

@@ -41,7 +41,7 @@ bool Deployment::safeguard(Safeguard which) const
 {
     static constexpr std::array<std::string_view, kSafeguards> kKeys{"VerifySender", "KeepUntilConfirmed",
         "DurableQueue", "LogonThrottle", "DailyJobsOncePerDay", "HidePasswords", "VerifyReceipt",
-        "EndRevokedSessions", "InactivityByLastLogon"};
+        "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets"};
     const auto at = static_cast<std::size_t>(which);
     return safeguards_.at(at).get(ini_, [&] {
         return equal_ignoring_case(
@@ -107,6 +107,11 @@ std::optional<std::int16_t> Deployment::max_connections_per_address() const
     return number<std::int16_t>(kTransport, "MaxConnectionsPerAddress");
 }
 
+std::optional<std::int32_t> Deployment::connections_per_second() const
+{
+    return number<std::int32_t>(kTransport, "ConnectionsPerSecond");
+}
+
 std::optional<std::chrono::seconds> Deployment::logon_time() const
 {
     const auto seconds = number<std::int32_t>(kTransport, "LogonSeconds");
@@ -161,6 +166,11 @@ bool Deployment::end_revoked_sessions() const
 bool Deployment::inactivity_by_last_logon() const
 {
     return safeguard(Safeguard::InactivityByLastLogon);
+}
+
+bool Deployment::reuse_resting_sockets() const
+{
+    return safeguard(Safeguard::ReuseRestingSockets);
 }
 
 std::optional<std::int32_t> Deployment::messages_per_second() const

@@ -33,6 +33,8 @@ public:
     std::string web_address() const; // empty for all
     std::optional<std::int16_t> max_connections() const;
     std::optional<std::int16_t> max_connections_per_address() const;
+    /// New connections of one address in a second.
+    std::optional<std::int32_t> connections_per_second() const;
     /// Time within which a new connection must log on.
     std::optional<std::chrono::seconds> logon_time() const;
 
@@ -47,6 +49,7 @@ public:
     bool verify_receipt() const;
     bool end_revoked_sessions() const;
     bool inactivity_by_last_logon() const;
+    bool reuse_resting_sockets() const;
     /// Units that a connection may send in a second before it is read more slowly.
     std::optional<std::int32_t> messages_per_second() const;
     /// Most messages of one sender, and for one recipient, that may wait in the queue.
@@ -70,8 +73,9 @@ private:
         VerifyReceipt,
         EndRevokedSessions,
         InactivityByLastLogon,
+        ReuseRestingSockets,
     };
-    static constexpr std::size_t kSafeguards = 9;
+    static constexpr std::size_t kSafeguards = 10;
 
     std::string text(std::string_view section, std::string_view key) const;
     std::string address(std::string_view key) const;

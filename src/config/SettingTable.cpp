@@ -153,6 +153,9 @@ constexpr std::array kTable{
     with_init(integer(kTransport, "MaxConnectionsPerAddress", 0, kMostSockets, "off",
                   "Most connections at a time from one address; 0 for no limit"),
         "200"),
+    with_init(integer(kTransport, "ConnectionsPerSecond", 0, kMostRate, "off",
+                  "New connections a second from one address, four times as many at once; 0 for no limit"),
+        "50"),
     with_init(integer(kTransport, "LogonSeconds", 0, kHour, "off",
                   "Seconds within which a new connection must log on; 0 for no limit"),
         "60"),
@@ -167,6 +170,8 @@ constexpr std::array kTable{
     safeguard("EndRevokedSessions",
         "End the sessions of accounts that are disabled, deleted or given another password"),
     safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon"),
+    safeguard("ReuseRestingSockets",
+        "Where all socket numbers rest, the one closed longest ago serves a new connection"),
     with_init(
         integer(kSafeguards, "MessagesPerSecond", 0, kMostRate, "off",
             "Messages a second from one connection beyond which it is read more slowly; 0 for no limit"),

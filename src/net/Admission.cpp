@@ -12,7 +12,7 @@ constexpr std::chrono::seconds kBetweenLines{10};
 
 Admission::Admission(const ConnectionTable& connections, const config::Deployment& deployment,
     const Clock& clock, Journal& journal)
-    : connections_(connections), deployment_(deployment), clock_(clock), journal_(journal)
+    : connections_(connections), deployment_(deployment), clock_(clock), journal_(journal), rate_(clock)
 {
 }
 
@@ -25,7 +25,7 @@ bool Admission::admits(const std::string& address)
     return reason == nullptr;
 }
 
-const char* Admission::reason_to_refuse(const std::string& key) const
+const char* Admission::reason_to_refuse(const std::string& key)
 {
     if (const auto most = deployment_.max_connections();
         most && entries_.size() >= static_cast<std::size_t>(*most)) {
@@ -33,9 +33,12 @@ const char* Admission::reason_to_refuse(const std::string& key) const
     }
     const auto count = by_address_.find(key);
     const auto most = deployment_.max_connections_per_address();
-    return most && count != by_address_.end() && count->second >= *most
-        ? "MaxConnectionsPerAddress is reached"
-        : nullptr;
+    if (most && count != by_address_.end() && count->second >= *most) {
+        return "MaxConnectionsPerAddress is reached";
+    }
+    // Last, for it counts: a connection that is refused must not use up the rate.
+    const auto rate = deployment_.connections_per_second();
+    return rate && !rate_.take(key, *rate) ? "ConnectionsPerSecond is reached" : nullptr;
 }
 
 void Admission::log_refusal(const std::string& address, const char* reason)
@@ -93,6 +96,7 @@ void Admission::clear()
 {
     entries_.clear();
     by_address_.clear();
+    rate_.clear();
     not_logged_on_.clear();
 }
 

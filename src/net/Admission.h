@@ -1,10 +1,11 @@
-// The caps on connections: how many at a time, how many from one address, and how long one may take to log
-// on.
+// The caps on connections: how many at a time and from one address, how many new ones a second, and how long
+// one may take to log on.
 #pragma once
 
 #include "base/Clock.h"
 #include "base/Journal.h"
 #include "config/Deployment.h"
+#include "net/ConnectionRate.h"
 #include "net/ConnectionTable.h"
 
 #include <chrono>
@@ -41,7 +42,7 @@ private:
         Time since;
     };
 
-    const char* reason_to_refuse(const std::string& key) const;
+    const char* reason_to_refuse(const std::string& key);
     void log_refusal(const std::string& address, const char* reason);
 
     const ConnectionTable& connections_;
@@ -50,8 +51,9 @@ private:
     Journal& journal_;
     std::unordered_map<std::int16_t, Entry> entries_;          // by socket
     std::unordered_map<std::string, std::int32_t> by_address_; // how many
-    std::set<std::pair<Time, std::int16_t>> not_logged_on_;    // as far as is known, oldest first
-    std::int32_t refused_ = 0;                                 // since the last line about it
+    ConnectionRate rate_;
+    std::set<std::pair<Time, std::int16_t>> not_logged_on_; // as far as is known, oldest first
+    std::int32_t refused_ = 0;                              // since the last line about it
     std::optional<Time> refusal_logged_;
 };
 

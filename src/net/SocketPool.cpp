@@ -9,14 +9,14 @@ namespace qz::net {
 
 namespace {
 
-constexpr std::int64_t kRestSeconds = 60;
 constexpr std::int16_t kLeastGrowth = 10;
+constexpr std::int16_t kMostGrowing = 655; // the greatest count whose growth is computed without overflow
 
 } // namespace
 
-SocketPool::SocketPool(const ConnectionTable& connections, Sender& sender, helpers::MessageParser& parser,
-    const Clock& clock, TrafficEvents& events, Journal& journal)
-    : connections_(connections), sender_(sender), parser_(parser), clock_(clock), events_(events),
+SocketPool::SocketPool(const ConnectionTable& connections, SocketNumbers& numbers, Sender& sender,
+    helpers::MessageParser& parser, TrafficEvents& events, Journal& journal)
+    : connections_(connections), numbers_(numbers), sender_(sender), parser_(parser), events_(events),
       journal_(journal)
 {
 }
@@ -24,9 +24,7 @@ SocketPool::SocketPool(const ConnectionTable& connections, Sender& sender, helpe
 void SocketPool::use(platform::ClientSockets* sockets)
 {
     sockets_ = sockets;
-    LastActivity.clear();
-    ready_.clear();
-    resting_ = {};
+    numbers_.use(sockets);
 }
 
 void SocketPool::LoadSockets(std::int16_t number_of_sockets_to_load, bool to_preserve)
@@ -38,10 +36,7 @@ void SocketPool::LoadSockets(std::int16_t number_of_sockets_to_load, bool to_pre
         }
         attempt([&] { sockets_->load(number_of_sockets_to_load, to_preserve); });
         const auto count = sockets_->count();
-        for (auto socket = static_cast<std::int16_t>(LastActivity.size()); socket < count; ++socket) {
-            ready_.insert(ready_.end(), socket);
-        }
-        LastActivity.resize(static_cast<std::size_t>(count));
+        numbers_.pool_grew();
         journal_.log_own("Now available " + std::to_string(count) + " sockets");
     });
 }
@@ -64,18 +59,6 @@ std::int16_t SocketPool::connection_requested(std::int32_t request)
         journal_.log_own("New connection request on socket " + std::to_string(socket) + " from " + address);
         return socket;
     });
-}
-
-void SocketPool::touch(std::int16_t socket)
-{
-    if (socket < 0 || static_cast<std::size_t>(socket) >= LastActivity.size()) {
-        return;
-    }
-    const auto now = clock_.now();
-    LastActivity[static_cast<std::size_t>(socket)] = now;
-    if (sockets_->state(socket) != platform::kSocketConnected) {
-        resting_.emplace(now, socket);
-    }
 }
 
 std::int16_t SocketPool::state(std::int16_t socket) const
@@ -126,47 +109,16 @@ std::string SocketPool::get_RemoteAddress(std::int16_t socket) const
     return own_address_.empty() ? sockets_->local_address() : own_address_;
 }
 
+/// Without the safeguard a pool that cannot grow fails to, which is reported.
 std::int16_t SocketPool::take_socket()
 {
-    std::int16_t socket = 0;
-    if (!take_rested_socket(socket)) {
-        socket = grow();
+    auto socket = numbers_.rested();
+    if (!socket && sockets_->count() > kMostGrowing) {
+        socket = numbers_.longest_closed();
     }
-    LastActivity.at(static_cast<std::size_t>(socket)) = clock_.now();
-    ready_.erase(socket);
-    // When the accept fails the number rests like one that was used.
-    resting_.emplace(clock_.now(), socket);
-    return socket;
-}
-
-bool SocketPool::take_rested_socket(std::int16_t& socket)
-{
-    const auto now = clock_.now();
-    while (!resting_.empty() && seconds_between(resting_.top().first, now) > kRestSeconds) {
-        ready_.insert(resting_.top().second);
-        resting_.pop();
-    }
-    while (!ready_.empty()) {
-        socket = *ready_.begin();
-        ready_.erase(ready_.begin());
-        if (has_rested(socket, now) && sockets_->state(socket) == platform::kSocketClosed) {
-            return true;
-        }
-        // In use: closing it lets it rest anew. Still flushing: it rests a little longer. Closed but not
-        // rested: it was used again since, or the clock stepped back.
-        if (sockets_->state(socket) == platform::kSocketClosing) {
-            resting_.emplace(now, socket);
-        } else if (sockets_->state(socket) == platform::kSocketClosed) {
-            resting_.emplace(LastActivity[static_cast<std::size_t>(socket)], socket);
-        }
-    }
-    return false;
-}
-
-bool SocketPool::has_rested(std::int16_t socket, DateTime now) const
-{
-    const auto last = LastActivity[static_cast<std::size_t>(socket)];
-    return last.empty() || seconds_between(last, now) > kRestSeconds;
+    const auto number = socket ? *socket : grow();
+    numbers_.taken(number);
+    return number;
 }
 
 /// Half the current count, at least 10. The new connection gets the number count + 1; the number count itself

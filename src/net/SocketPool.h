@@ -1,29 +1,23 @@
-// The numbered pool of client sockets: its size, which number a new connection gets, and what is known of a
-// number.
+// The numbered pool of client sockets: its size, connection requests, and what is known of a number.
 #pragma once
 
-#include "base/Clock.h"
 #include "base/Journal.h"
 #include "helpers/MessageParser.h"
 #include "net/ConnectionTable.h"
 #include "net/NetEvents.h"
 #include "net/Sender.h"
+#include "net/SocketNumbers.h"
 #include "platform/Sockets.h"
 
 #include <cstdint>
-#include <functional>
-#include <queue>
-#include <set>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace qz::net {
 
 class SocketPool {
 public:
-    SocketPool(const ConnectionTable& connections, Sender& sender, helpers::MessageParser& parser,
-        const Clock& clock, TrafficEvents& events, Journal& journal);
+    SocketPool(const ConnectionTable& connections, SocketNumbers& numbers, Sender& sender,
+        helpers::MessageParser& parser, TrafficEvents& events, Journal& journal);
 
     /// The component to work with: a new one at every start.
     void use(platform::ClientSockets* sockets);
@@ -33,12 +27,12 @@ public:
     std::int16_t get_SocketsCount() const;
 
     /// A connection request: gives it the first socket that is closed and has rested for more than 60
-    /// seconds, or grows the pool; accepts, and offers a session id.
+    /// seconds, or grows the pool; accepts, and offers a session id. Where the pool cannot grow, the
+    /// safeguard ReuseRestingSockets takes the one that was closed longest ago.
     /// @return the socket; 0 when that failed.
     std::int16_t connection_requested(std::int32_t request);
-    /// A socket was used just now: it arrived, spoke or closed. A closed socket rests from here on, so that a
-    /// late packet for the previous client does not reach a new one.
-    void touch(std::int16_t socket);
+    /// A socket was used just now: it arrived, spoke or closed. A closed socket rests from here on.
+    void touch(std::int16_t socket) { numbers_.touch(socket); }
 
     /// The component's state of a socket; closed while there are none.
     std::int16_t state(std::int16_t socket) const;
@@ -60,27 +54,17 @@ public:
 
 private:
     std::int16_t take_socket();
-    bool take_rested_socket(std::int16_t& socket);
-    bool has_rested(std::int16_t socket, DateTime now) const;
     std::int16_t grow();
     std::string fresh_session_id();
 
     const ConnectionTable& connections_;
+    SocketNumbers& numbers_;
     Sender& sender_;
     helpers::MessageParser& parser_;
-    const Clock& clock_;
     TrafficEvents& events_;
     Journal& journal_;
     platform::ClientSockets* sockets_ = nullptr;
     std::string own_address_;
-    std::vector<DateTime> LastActivity; // the empty time: never used
-
-    // The rule says "the first number, in order, that is closed and rested". These two find it without a
-    // scan: numbers that may be taken now, and numbers that rest, oldest activity first. Both are only hints,
-    // checked against the rule when a number is taken.
-    std::set<std::int16_t> ready_;
-    using Resting = std::pair<DateTime, std::int16_t>;
-    std::priority_queue<Resting, std::vector<Resting>, std::greater<>> resting_;
 };
 
 } // namespace qz::net

@@ -19,6 +19,7 @@
 #include "net/RevokedSessions.h"
 #include "net/Sender.h"
 #include "net/SocketCloser.h"
+#include "net/SocketNumbers.h"
 #include "net/SocketPool.h"
 #include "net/UnitReader.h"
 #include "notify/InactivityJob.h"
@@ -122,6 +123,7 @@ public: // the rooms, for the members of Main that forward to them
     net::ConnectionTable connections;
     net::ChunkStore chunks;
     net::Sender sender;
+    net::SocketNumbers socket_numbers;
     net::SocketPool pool;
     net::SocketCloser closer;
     net::Admission admission;

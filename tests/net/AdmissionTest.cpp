@@ -94,6 +94,42 @@ TEST_F(AdmissionTest, CapsAllConnections)
     EXPECT_TRUE(comes_in("192.0.2.9"));
 }
 
+TEST_F(AdmissionTest, CapsNewConnectionsASecond)
+{
+    const auto come_in = [&](const std::string& address, int tries) {
+        int count = 0;
+        for (; tries > 0; --tries) {
+            count += comes_in(address) ? 1 : 0;
+        }
+        peers.clear();
+        return count;
+    };
+    EXPECT_EQ(come_in("192.0.2.7", 50), 50) << "without the setting";
+    set("Transport", "ConnectionsPerSecond", "5");
+    EXPECT_EQ(come_in("192.0.2.7", 50), 20) << "four seconds' worth at once";
+    EXPECT_EQ(come_in("192.0.2.8", 1), 1);
+    EXPECT_THAT(lines("Connections refused"),
+        ElementsAre("Log Connections refused: 1, the last one from 192.0.2.7 because ConnectionsPerSecond is "
+                    "reached"));
+    for (int second = 0; second < 6; ++second) {
+        server.machine.clock().advance(1s);
+        EXPECT_EQ(come_in("192.0.2.7", 50), 5) << "refused ones do not count";
+    }
+    server.machine.clock().advance(3s);
+    EXPECT_EQ(come_in("192.0.2.7", 50), 15);
+    server.machine.clock().advance(1min);
+    EXPECT_EQ(come_in("192.0.2.7", 50), 20) << "no more than at the start";
+    // A refusal for another reason leaves the rate alone.
+    set("Transport", "MaxConnectionsPerAddress", "1");
+    server.machine.clock().advance(1min);
+    EXPECT_TRUE(comes_in("2001:db8::1"));
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_FALSE(comes_in("2001:db8::2"));
+    }
+    set("Transport", "MaxConnectionsPerAddress", "");
+    EXPECT_EQ(come_in("2001:db8::3", 50), 19) << "one network is one address";
+}
+
 TEST_F(AdmissionTest, ClosesWhoDoesNotLogOnInTime)
 {
     set("Transport", "LogonSeconds", "60");

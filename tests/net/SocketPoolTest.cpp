@@ -116,6 +116,50 @@ TEST(SocketPool, StopsGrowingBy16Bits)
     EXPECT_EQ(connected(net), 757);
 }
 
+TEST(SocketPool, ReusesTheNumberClosedLongestAgo)
+{
+    TestNet net;
+    constexpr std::int16_t count = 656; // the first that cannot grow
+    net.pool.LoadSockets(count, false);
+    for (std::int16_t i = 1; i < count; ++i) {
+        ASSERT_EQ(connected(net), i);
+    }
+    close(net, 7);
+    net.clock.advance(seconds(1));
+    close(net, 300);
+    close(net, 5);
+    net.clock.advance(seconds(1));
+    EXPECT_EQ(connected(net), 0) << "without the safeguard";
+    EXPECT_EQ(net.journal.failures.size(), 1U);
+    net.ini.WriteIniValue("Safeguards", "ReuseRestingSockets", "True");
+    EXPECT_EQ(connected(net), 7);
+    EXPECT_EQ(connected(net), 0) << "a request of the previous client may still be at work";
+    net.clock.advance(seconds(1));
+    EXPECT_EQ(connected(net), 5);
+    close(net, 7); // which was used again since, so 300 is the one closed longest ago
+    EXPECT_EQ(connected(net), 300);
+    net.clock.advance(seconds(2));
+    EXPECT_EQ(connected(net), 7);
+    EXPECT_EQ(connected(net), 0) << "all are in use";
+    close(net, 9);
+    net.clock.set_now(net.clock.now().plus_seconds(-3600));
+    EXPECT_EQ(connected(net), 9) << "the clock stepped back";
+    EXPECT_THAT(net.journal.failures, testing::SizeIs(3));
+}
+
+TEST(SocketPool, GrowsBeforeItReuses)
+{
+    TestNet net;
+    net.ini.WriteIniValue("Safeguards", "ReuseRestingSockets", "True");
+    net.pool.LoadSockets(4, false);
+    for (std::int16_t i = 1; i < 4; ++i) {
+        ASSERT_EQ(connected(net), i);
+    }
+    close(net, 2);
+    net.clock.advance(seconds(30));
+    EXPECT_EQ(connected(net), 5);
+}
+
 TEST(SocketPool, StandsAClockThatStepsBack)
 {
     TestNet net;

@@ -80,7 +80,11 @@ struct TestNet : net::ConnectionEvents,
     net::ConnectionTable connections;
     net::ChunkStore chunks{deployment};
     net::Sender sender{parser, loop, *this, journal};
-    net::SocketPool pool{connections, sender, parser, clock, *this, journal};
+    TemporaryFolder folder;
+    config::IniFile ini{folder / "x.ini"};
+    config::Deployment deployment{ini};
+    net::SocketNumbers numbers{deployment, clock};
+    net::SocketPool pool{connections, numbers, sender, parser, *this, journal};
     net::SocketCloser closer{connections, pool, chunks, clock, *this, journal};
     std::unique_ptr<platform::ServerSocket> listener = network.create_server_socket(*this);
     std::unique_ptr<platform::ClientSockets> sockets = network.create_client_sockets(*this);
