@@ -202,6 +202,12 @@ std::optional<std::int32_t> Deployment::close_malformed() const
     return close_malformed_.get(ini_, [&] { return number<std::int32_t>("Safeguards", "CloseMalformed"); });
 }
 
+std::optional<std::int32_t> Deployment::log_lines_per_address() const
+{
+    return log_lines_per_address_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "LogLinesPerAddress"); });
+}
+
 std::int32_t Deployment::room_slots() const
 {
     return number<std::int32_t>("Safeguards", "RoomSlots").value_or(0);

@@ -59,6 +59,8 @@ public:
     std::optional<std::int32_t> chunks_per_connection() const;
     /// Number of faulty units at which a connection is closed.
     std::optional<std::int32_t> close_malformed() const;
+    /// Lines a minute that connections of one address may add to the log while nobody is logged on on them.
+    std::optional<std::int32_t> log_lines_per_address() const;
     /// Least number of membership slots made at the start; 0 when the engine's own number holds.
     std::int32_t room_slots() const;
 
@@ -91,6 +93,7 @@ private:
     mutable KeptValue<std::optional<std::int32_t>> queued_per_recipient_;
     mutable KeptValue<std::optional<std::int32_t>> chunks_per_connection_;
     mutable KeptValue<std::optional<std::int32_t>> close_malformed_;
+    mutable KeptValue<std::optional<std::int32_t>> log_lines_per_address_;
 };
 
 } // namespace qz::config

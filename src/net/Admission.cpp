@@ -84,6 +84,9 @@ std::optional<std::int16_t> Admission::next_overdue()
         const auto socket = not_logged_on_.begin()->second;
         not_logged_on_.erase(not_logged_on_.begin());
         if (connections_.first_on(socket) == nullptr) { // who has logged on stays so until it leaves
+            const auto entry = entries_.find(socket);
+            const Journal::Cause cause(
+                journal_, entry == entries_.end() ? std::string() : entry->second.address);
             journal_.log_own("Socket " + std::to_string(socket) + " closed: no logon within "
                 + std::to_string(limit->count()) + " seconds");
             return socket;

@@ -105,6 +105,7 @@ void LogOn::refuse_password(const std::string& user, const Request& request)
 void LogOn::let_in(const Credentials& credentials, const Request& request)
 {
     const auto& user = credentials.screen_name;
+    journal_.proven();
     outcomes_.throttle.succeeded(user, request.remote_ip);
     if (!outcomes_.registration.bind(user, credentials.session_id, request.socket, request.remote_ip)) {
         return;

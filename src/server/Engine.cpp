@@ -23,6 +23,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
     : machine_(machine), events_(events), journal(events), parser(machine.crypto()),
       ini(machine.home() / kSettingsFile), key(machine.home() / kKeyFile, machine.crypto()),
       cipher(machine.crypto(), key), settings(ini, cipher, journal), deployment(ini),
+      line_quota(deployment, machine.clock()),
       database([this] { return create_connection(); }, settings, deployment, journal),
       activity_log(database, settings, parser, journal), counters(database, journal),
       directory(database, counters, journal), accounts(database, directory, parser, cipher, journal),
@@ -77,7 +78,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       commands(database, parser, *this, journal), housekeeping(settings, *this, journal),
       figures(connections, pool, message_queue, database, counters)
 {
-    journal.attach(activity_log);
+    journal.attach(activity_log, line_quota);
     database.tell(*this);
     machine_.loop().add_listener(database, platform::TurnPhase::Commit);
     machine_.loop().add_listener(on_line_info, platform::TurnPhase::Commit);
@@ -89,6 +90,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
 Engine::~Engine()
 {
     mail.finish(); // while its failures can still be logged
+    journal.tell_unwritten(line_quota.end_all());
     attempt([&] {
         journal.Log(
             "Service is now closing " + get_ServerIP() + ":" + std::to_string(settings.get_ListeningPort()),
@@ -294,6 +296,7 @@ std::unique_ptr<platform::Connection> Engine::create_connection() const
 
 void Engine::run_frequent_jobs()
 {
+    journal.tell_unwritten(line_quota.end_minutes());
     policing.UserIsOnlineHowManyTimes();
     revoked_sessions.end_revoked();
     while (const auto socket = admission.next_overdue()) {
@@ -397,10 +400,12 @@ void Engine::new_connection_requested(const std::string& address)
 void Engine::connection_requested(std::int32_t request)
 {
     const Nesting::Scope scope(running);
+    const Journal::Cause own(journal, {}); // what is refused is logged together, and always
     const auto address = client_sockets_->request_address(request);
     if (!accept_incoming_connections || !admission.admits(address)) {
         return;
     }
+    const Journal::Cause stranger(journal, address);
     const auto socket = pool.connection_requested(request);
     if (pool.is_connected(socket)) { // it may have gone while the offer was being sent
         admission.entered(socket, address);
@@ -414,6 +419,9 @@ void Engine::data_arrived(std::int16_t socket, const std::string& unit)
         if (!look_) {
             look_.emplace(ini);
         }
+        const Journal::Cause cause(journal,
+            connections.first_on(socket) == nullptr ? client_sockets_->remote_address(socket)
+                                                    : std::string());
         pool.touch(socket);
         rate_limit.arrived(socket);
         receiver.DataIncoming(socket, unit);
@@ -435,12 +443,14 @@ void Engine::close_incomplete()
 void Engine::closed(std::int16_t socket)
 {
     const Nesting::Scope scope(running);
+    const Journal::Cause cause(journal, {});
     closer.SocketClosing(socket);
 }
 
 void Engine::timer_ticked()
 {
     const Nesting::Scope scope(running);
+    const Journal::Cause cause(journal, {});
     housekeeping.timer_ticked();
 }
 

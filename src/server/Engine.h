@@ -48,6 +48,7 @@
 #include "queue/MessageQueue.h"
 #include "server/FigureSource.h"
 #include "server/Housekeeping.h"
+#include "server/LineQuota.h"
 #include "server/Main.h"
 #include "server/MainEvents.h"
 #include "server/Nesting.h"
@@ -77,9 +78,9 @@ class Engine final : private CommandActions,
                      private net::ConnectionEvents,
                      private protocol::PresenceListener,
                      private net::TrafficEvents,
+                     private platform::TimerEvents,
                      private platform::ServerSocketEvents,
                      private platform::ClientSocketEvents,
-                     private platform::TimerEvents,
                      private store::TurnOutcome {
 public:
     /// Class_Initialize: settings, database connection, tables.
@@ -107,6 +108,7 @@ public: // the rooms, for the members of Main that forward to them
     helpers::SettingsCipher cipher;
     config::Settings settings;
     config::Deployment deployment;
+    LineQuota line_quota;
 
     store::Database database;
     store::ActivityLog activity_log;

@@ -29,6 +29,9 @@ void report_by_rule(const EngineError& error, const std::string& address, Report
 void ServerJournal::Log(
     const std::string& message, const std::string& user_name, const std::string& remote_ip)
 {
+    if (!may_write()) {
+        return;
+    }
     write(message, remote_ip, user_name);
     events_.LogMessage(
         SingleLine(message).text(), SingleLine(user_name).text(), SingleLine(remote_ip).text());
@@ -43,6 +46,9 @@ void ServerJournal::log_own(const std::string& message)
 void ServerJournal::ReportError(
     std::string_view routine, const EngineError& error, const std::string& address)
 {
+    if (!may_write()) {
+        return;
+    }
     report_by_rule(error, address, [&](const std::string& pc_ip) {
         write(error.description(), helpers::protocol_keywords().HostName, pc_ip);
         events_.Error(std::string(routine), error.number(), error.source(), error.description(), pc_ip);
@@ -52,6 +58,9 @@ void ServerJournal::ReportError(
 void ServerJournal::raise_error(
     std::string_view routine, const EngineError& error, const std::string& address)
 {
+    if (!may_write()) {
+        return;
+    }
     report_by_rule(error, address, [&](const std::string& pc_ip) {
         events_.Error(std::string(routine), error.number(), error.source(), error.description(), pc_ip);
     });
@@ -62,6 +71,18 @@ void ServerJournal::ReportOnLineUsers(std::int32_t count)
     const auto& keywords = helpers::protocol_keywords();
     write("Now on line: " + std::to_string(count), keywords.HostName, keywords.HostAddress);
     events_.OnLineUsers(count);
+}
+
+void ServerJournal::tell_unwritten(const std::vector<LineQuota::Unwritten>& unwritten)
+{
+    for (const auto& each : unwritten) {
+        log_own(std::to_string(each.lines) + " more like this from " + each.address);
+    }
+}
+
+bool ServerJournal::may_write()
+{
+    return quota_ == nullptr || stranger().empty() || quota_->takes(stranger());
 }
 
 void ServerJournal::write(

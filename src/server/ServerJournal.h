@@ -3,9 +3,11 @@
 
 #include "base/Journal.h"
 #include "net/NetEvents.h"
+#include "server/LineQuota.h"
 #include "server/MainEvents.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace qz::store {
 class ActivityLog;
@@ -18,7 +20,14 @@ public:
     explicit ServerJournal(MainEvents& events) : events_(events) { }
 
     /// From here on rows are written. Before it, while the engine is being built, there are only events.
-    void attach(store::ActivityLog& log) { log_ = &log; }
+    /// @param quota  for what strangers cause: lines beyond it are neither written nor raised.
+    void attach(store::ActivityLog& log, LineQuota& quota)
+    {
+        log_ = &log;
+        quota_ = &quota;
+    }
+    /// Logs how many lines of each address were not written.
+    void tell_unwritten(const std::vector<LineQuota::Unwritten>& unwritten);
 
     /// The row's user-name column receives the address and its address column the user name. The crossing is
     /// intended: programs that read the table rely on it.
@@ -33,10 +42,12 @@ public:
     void ReportOnLineUsers(std::int32_t count) override;
 
 private:
+    bool may_write();
     void write(const std::string& action, const std::string& user_name, const std::string& remote_ip);
 
     MainEvents& events_;
     store::ActivityLog* log_ = nullptr;
+    LineQuota* quota_ = nullptr;
 };
 
 } // namespace qz::server
