@@ -101,8 +101,9 @@ constexpr SettingRow safeguard(std::string_view key, std::string_view descriptio
 
 constexpr std::array kTable{
     integer(kGeneral, "ListeningPort", 1, kMostPort, "2001", "Port on which clients connect"),
-    integer(kGeneral, "Clear log older than", 0, kMost16, "0",
-        "Days after which lines of the activity log are cleared at the start"),
+    with_init(integer(kGeneral, "Clear log older than", 0, kMost16, "0",
+                  "Days after which lines of the activity log are cleared; 0 keeps all"),
+        "90"),
     integer(kGeneral, "ClientInactivityDaysBeforeDisabling", 0, kMost16, "0",
         "Days without activity after which an account is disabled"),
     text(kGeneral, "Client Last Version", "", "Latest client version: major.minor.build"),

@@ -163,7 +163,10 @@ void Engine::reset_room_members()
 /// Commands from before the start are discarded, plain passwords encoded, and the tables copied into memory.
 void Engine::prepare_data()
 {
-    activity_log.ClearOldLog();
+    clearing_log_ = deployment.daily_jobs_once_per_day(); // by and by then
+    if (!clearing_log_) {
+        activity_log.ClearOldLog();
+    }
     commands.delete_ServerCommand(0);
     accounts.EncryptDBPasswords();
     accept_incoming_connections = true;
@@ -309,6 +312,7 @@ void Engine::run_frequent_jobs()
     message_queue.QueueMessage_PurgeExpired();
     message_queue.QueueMessage_MoveFromQueue(0);
     message_queue.read_numbers();
+    clearing_log_ = clearing_log_ && activity_log.clear_some();
     events_.TimerActivity();
 }
 
@@ -341,8 +345,12 @@ void Engine::clean_up_buddies()
     directory.SetMyBuddies();
 }
 
+/// Also starts the daily clearing of the log, which goes on with the ticks.
 void Engine::run_inactivity_job()
 {
+    if (deployment.daily_jobs_once_per_day() && once_per_day.may_run("ClearLog")) {
+        clearing_log_ = true;
+    }
     if (once_per_day.may_run("Inactivity")) {
         inactivity_job.run();
     }

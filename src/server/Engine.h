@@ -219,6 +219,7 @@ private:
     void close_incomplete();
 
     std::optional<config::IniFile::OneLook> look_;            // at the settings, in this turn
+    bool clearing_log_ = false;                               // some more with each tick
     bool ready_ = false;                                      // the ready line was logged: it is logged once
     std::unique_ptr<platform::Timer> timer_;                  // QZ_Timer_1
     std::unique_ptr<platform::ServerSocket> server_socket_;   // QZ_WinSock_Server

@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t kUserNameWidth = 50;
 constexpr std::size_t kRemoteIPWidth = 20;
 constexpr std::size_t kActionWidth = 255;
+constexpr std::int64_t kRowsAtOnce = 2'000;
 
 /// Cuts a cleaned text to a column's width. In a cleaned text quotes come in pairs; a cut through a pair
 /// would leave half of it, which would end the literal early.
@@ -82,6 +83,25 @@ void ActivityLog::ClearOldLog()
             database_.execute(statements::kDeleteOldLog, {std::to_string(days)});
         }
     });
+}
+
+bool ActivityLog::clear_some()
+{
+    bool more = false;
+    attempt([&] {
+        const auto days = settings_.get_LogOlderThan();
+        if (days == 0) {
+            return;
+        }
+        auto oldest = database_.open(statements::kSelectOldestLogRow);
+        if (!oldest.AtEnd() && oldest.Fields("DaysAgo").integer() >= days) {
+            const auto end = oldest.Fields("IDLog").integer() + kRowsAtOnce;
+            database_.execute(
+                statements::kDeleteFirstOldLogRows, {std::to_string(end), std::to_string(days)});
+            more = true;
+        }
+    });
+    return more;
 }
 
 std::vector<std::string> ActivityLog::get_Log_web(std::int32_t last_record)

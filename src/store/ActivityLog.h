@@ -30,6 +30,11 @@ public:
     /// Deletes the rows that are as old as LogOlderThan days or older; 0 keeps all. Errors are ignored.
     void ClearOldLog();
 
+    /// Deletes such rows from the beginning of the log, a bounded number with each call: a whole log would
+    /// hold everybody up. Stops at the first row that is younger.
+    /// @return whether there may be more. Errors are ignored, and end it.
+    bool clear_some();
+
     /// The newest lines, newest first: "time/user/address/action".
     /// @param last_record  how many at the most.
     /// @return one empty text when there are none or the query fails.

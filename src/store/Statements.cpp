@@ -14,10 +14,11 @@ std::span<const platform::Statement> all_statements()
         kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
         kCountRooms, kSelectMessagesForAdding, kSelectMessage, kFindMessage, kSelectLastMessage,
         kSelectMsgIDs, kSelectMessagesByMsgID, kSelectMessagesOfRecipient, kSelectQueue, kUpdateQueueSent,
-        kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog, kSelectLogLines,
-        kSelectLastActivity, kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand,
-        kDeleteCommand, kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled,
-        kSelectAutoReplyMessage, kSelectLastLogOn, kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
+        kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog, kSelectOldestLogRow,
+        kDeleteFirstOldLogRows, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers,
+        kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands,
+        kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage, kSelectLastLogOn,
+        kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
     return kAll;
 }
 

@@ -179,6 +179,12 @@ inline constexpr Statement kInsertLogRow{
 inline constexpr Statement kDeleteOldLog{
     "DELETE From Log WHERE DateDiff('d',Format([log].[ActionTime],'dd/mm/yyyy'),Date()) >= {}",
     &tables::kLog};
+/// Fields DaysAgo and IDLog of the oldest row.
+inline constexpr Statement kSelectOldestLogRow{
+    "SELECT TOP 1 DateDiff('d',log.ActionTime,Date()) AS DaysAgo, log.IDLog FROM log ORDER BY log.IDLog"};
+/// The same as above for the first rows only: key below which they are, age in days.
+inline constexpr Statement kDeleteFirstOldLogRows{
+    "DELETE FROM log WHERE IDLog < {} AND DateDiff('d',ActionTime,Date()) >= {}", &tables::kLog};
 /// The newest lines, field MyLog (a name that the database layer gives): number of lines.
 inline constexpr Statement kSelectLogLines{
     "SELECT TOP {} (CAST([ActionTime] AS char(20)) + '/' + UserName + '/' + RemoteIP + '/' + Action) "

@@ -357,3 +357,32 @@ TEST(Engines, AStartForgetsConnectionsAndRoomMembers)
     EXPECT_EQ(server.engine.room_members.upper_bound(), 2);
     EXPECT_FALSE(server.engine.room_members.slots()[0].InUse);
 }
+
+TEST_F(MainTest, ClearsTheLogEveryDayWhereDailyJobsRunOnceADay)
+{
+    const auto old_rows = [&] {
+        auto all = machine.database().rows(kLog, {"Action"});
+        std::erase_if(all, [](const auto& row) { return !row.starts_with("old"); });
+        return all;
+    };
+    const auto today = machine.clock().now().date();
+    for (const int days : {7, 6, 5}) {
+        machine.database().add(kLog,
+            {{"Action", "old " + std::to_string(days)}, {"ActionTime", today.plus_seconds(-86'400 * days)}});
+    }
+    create();
+    main->set_LogOlderThan(7);
+    main->Server_Start();
+    machine.tick(2);
+    EXPECT_THAT(old_rows(), ElementsAre("old 6", "old 5")) << "at the start";
+    machine.clock().advance(std::chrono::hours(24));
+    machine.tick(2);
+    EXPECT_THAT(old_rows(), ElementsAre("old 6", "old 5")) << "not again without the safeguard";
+    qz::config::IniFile(machine.home() / "VELTO_Server.ini")
+        .WriteIniValue("Safeguards", "DailyJobsOncePerDay", "True");
+    machine.tick(2);
+    EXPECT_THAT(old_rows(), ElementsAre("old 5"));
+    machine.clock().advance(std::chrono::hours(24));
+    machine.tick(2);
+    EXPECT_THAT(old_rows(), IsEmpty());
+}

@@ -110,6 +110,31 @@ TEST_F(ActivityLogTest, ClearsRowsByTheDay)
     EXPECT_THAT(store.failures(), IsEmpty());
 }
 
+TEST_F(ActivityLogTest, ClearsSomeRowsAtATime)
+{
+    const auto midnight = store.clock.now().date();
+    const auto add = [&](std::int64_t key, const char* action, int days) {
+        store.foreign().add(
+            kLog, {{"IDLog", key}, {"Action", action}, {"ActionTime", midnight.plus_seconds(-86400 * days)}});
+    };
+    add(10, "first", 8);
+    add(2'009, "second", 7);
+    add(2'010, "third", 7); // the first one's key and 2,000
+    add(2'011, "young", 6);
+    add(2'012, "late", 9);
+    store.settings.set_LogOlderThan(0);
+    EXPECT_FALSE(log.clear_some());
+    EXPECT_THAT(rows(), SizeIs(5));
+    store.settings.set_LogOlderThan(7);
+    EXPECT_TRUE(log.clear_some());
+    EXPECT_THAT(store.foreign().rows(kLog, {"Action"}), ElementsAre("third", "young", "late"));
+    EXPECT_TRUE(log.clear_some());
+    EXPECT_THAT(store.foreign().rows(kLog, {"Action"}), ElementsAre("young"));
+    EXPECT_FALSE(log.clear_some());
+    store.database.ClosedbConnection();
+    EXPECT_FALSE(log.clear_some());
+}
+
 TEST_F(ActivityLogTest, ListsTheNewestFirst)
 {
     EXPECT_THAT(log.get_Log_web(10), ElementsAre(""));
