@@ -51,11 +51,12 @@ Request about_own_name(const std::string& keyword)
     return {keyword, "screenname", {}};
 }
 
+/// Rooms are named in lower case.
 Request room_request(std::string_view action, std::string_view room)
 {
     Request request{protocol_keywords().Room, "screenname", {{"action", std::string(action)}}};
     if (!room.empty()) {
-        request.fields.emplace_back("roomname", room);
+        request.fields.emplace_back("roomname", lower(room));
     }
     return request;
 }
@@ -97,7 +98,9 @@ namespace requests {
 
 Request message(const OutgoingMessage& message)
 {
-    Request request{protocol_keywords().InstantMessage, "screennamefrom", {{"screennameto", message.to}}};
+    Request request{protocol_keywords().InstantMessage, "screennamefrom",
+        {{"screennameto",
+            trim(message.to).starts_with(protocol_keywords().RoomPrefix) ? lower(message.to) : message.to}}};
     if (message.receipt_requested) {
         request.fields.emplace_back("receiptrequested", helpers::boolean_text(true));
     }

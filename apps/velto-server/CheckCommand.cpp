@@ -174,6 +174,19 @@ void check_accounts(HomeDirectory& store, Findings& findings)
     }
 }
 
+/// Messages go to the name in lower case.
+void check_rooms(HomeDirectory& store, const fs::path& where, Findings& findings)
+{
+    for (const auto& room : store.directory.rooms()) {
+        if (qz::lower(room.RoomName) != room.RoomName) {
+            findings.add(kWarning, where,
+                "no message reaches the room \"" + qz::printable(room.RoomName)
+                    + "\", for its name has capitals; delete it with velto-server room delete, and add it "
+                      "anew");
+        }
+    }
+}
+
 void check_database(HomeSettings& home, const Home& place, Findings& findings)
 {
     const auto file = place.folder() / qz::server::kDatabaseFile;
@@ -192,6 +205,7 @@ void check_database(HomeSettings& home, const Home& place, Findings& findings)
             return;
         }
         check_accounts(store, findings);
+        check_rooms(store, where, findings);
     } catch (const CommandError& failure) {
         findings.add(kError, where, failure.what());
     }

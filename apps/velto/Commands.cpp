@@ -18,11 +18,11 @@ using Kind = Line::Kind;
 
 constexpr int kMostMinutes = 60 * 24 * 365;
 
-/// A room as the server names it, whether it was typed with its prefix or without.
+/// A room as the server names it, in lower case, whether it was typed with its prefix or without.
 std::string room_in(const std::string& text)
 {
     const auto& prefix = qz::helpers::protocol_keywords().RoomPrefix;
-    return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+    return qz::lower(text.starts_with(prefix) ? text.substr(prefix.size()) : text);
 }
 
 /// The room that was named, else the one in which the user is writing.
@@ -61,7 +61,9 @@ template <typename List> void show_list(Session& session, const List& lines, con
 
 void write_to(Session& session, Arguments arguments)
 {
-    const auto to = arguments.word();
+    const auto typed = arguments.word();
+    const bool is_room = typed.starts_with(qz::helpers::protocol_keywords().RoomPrefix);
+    const auto to = is_room ? room_name(room_in(typed)) : typed;
     const auto text = arguments.rest();
     session.talk_to(to);
     if (text.empty()) {

@@ -41,7 +41,7 @@ bool Deployment::safeguard(Safeguard which) const
 {
     static constexpr std::array<std::string_view, kSafeguards> kKeys{"VerifySender", "KeepUntilConfirmed",
         "DurableQueue", "LogonThrottle", "DailyJobsOncePerDay", "HidePasswords", "VerifyReceipt",
-        "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets"};
+        "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets", "RoomNames"};
     const auto at = static_cast<std::size_t>(which);
     return safeguards_.at(at).get(ini_, [&] {
         return equal_ignoring_case(
@@ -173,6 +173,11 @@ bool Deployment::reuse_resting_sockets() const
     return safeguard(Safeguard::ReuseRestingSockets);
 }
 
+bool Deployment::room_names() const
+{
+    return safeguard(Safeguard::RoomNames);
+}
+
 std::optional<std::int32_t> Deployment::messages_per_second() const
 {
     return messages_per_second_.get(
@@ -206,6 +211,11 @@ std::optional<std::int32_t> Deployment::log_lines_per_address() const
 {
     return log_lines_per_address_.get(
         ini_, [&] { return number<std::int32_t>("Safeguards", "LogLinesPerAddress"); });
+}
+
+std::optional<std::int32_t> Deployment::rooms_per_user() const
+{
+    return number<std::int32_t>("Safeguards", "RoomsPerUser");
 }
 
 std::int32_t Deployment::room_slots() const

@@ -50,6 +50,7 @@ public:
     bool end_revoked_sessions() const;
     bool inactivity_by_last_logon() const;
     bool reuse_resting_sockets() const;
+    bool room_names() const;
     /// Units that a connection may send in a second before it is read more slowly.
     std::optional<std::int32_t> messages_per_second() const;
     /// Most messages of one sender, and for one recipient, that may wait in the queue.
@@ -61,6 +62,8 @@ public:
     std::optional<std::int32_t> close_malformed() const;
     /// Lines a minute that connections of one address may add to the log while nobody is logged on on them.
     std::optional<std::int32_t> log_lines_per_address() const;
+    /// Most rooms that one user may own.
+    std::optional<std::int32_t> rooms_per_user() const;
     /// Least number of membership slots made at the start; 0 when the engine's own number holds.
     std::int32_t room_slots() const;
 
@@ -76,8 +79,9 @@ private:
         EndRevokedSessions,
         InactivityByLastLogon,
         ReuseRestingSockets,
+        RoomNames,
     };
-    static constexpr std::size_t kSafeguards = 10;
+    static constexpr std::size_t kSafeguards = 11;
 
     std::string text(std::string_view section, std::string_view key) const;
     std::string address(std::string_view key) const;

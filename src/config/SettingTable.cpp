@@ -193,6 +193,11 @@ constexpr std::array kTable{
     with_init(integer(kSafeguards, "CloseMalformed", 0, kMostRate, "off",
                   "Faulty units at which a connection is closed; 0 for never"),
         "10"),
+    safeguard(
+        "RoomNames", "Room names are short, printable and in lower case, and a deleted room has no members"),
+    with_init(integer(kSafeguards, "RoomsPerUser", 0, kMostSlots, "off",
+                  "Most rooms that one user may own; 0 for no limit"),
+        "50"),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),
         "1000"),

@@ -134,7 +134,10 @@ bool MessageRequests::recipient_exists(queue::NewMessage& message)
                              : people_.accounts.ScreenNameExist(name, message.remote_ip);
     };
     const auto given = message.recipient;
-    if (exists(given)) {
+    if (is_room(given) && rules_.deployment.room_names()) {
+        message.recipient = lower(given); // as rooms are named then
+    }
+    if (exists(message.recipient)) {
         return true;
     }
     message.recipient = lower(given);

@@ -3,8 +3,10 @@
 #include "base/Guarded.h"
 #include "base/Text.h"
 #include "helpers/ProtocolKeywords.h"
+#include "protocol/RoomNames.h"
 #include "protocol/Values.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -14,6 +16,8 @@ namespace qz::protocol {
 using helpers::protocol_keywords;
 
 namespace {
+
+constexpr std::size_t kShownCharacters = 50;
 
 std::string list_of(const std::vector<std::string>& names)
 {
@@ -26,11 +30,10 @@ std::string list_of(const std::vector<std::string>& names)
 
 } // namespace
 
-RoomRequests::RoomRequests(store::Rooms& rooms, store::Directory& directory,
-    const net::ConnectionTable& connections, const helpers::MessageParser& parser, net::Sender& sender,
-    Journal& journal)
-    : rooms_(rooms), directory_(directory), connections_(connections), parser_(parser), sender_(sender),
-      journal_(journal)
+RoomRequests::RoomRequests(Sources sources, const net::ConnectionTable& connections,
+    const helpers::MessageParser& parser, net::Sender& sender, Journal& journal)
+    : rooms_(sources.rooms), directory_(sources.directory), deployment_(sources.deployment),
+      connections_(connections), parser_(parser), sender_(sender), journal_(journal)
 {
 }
 
@@ -49,11 +52,16 @@ void RoomRequests::Request_Room(const Request& request)
         const auto wanted = parser_.value(request.parameters, "action");
         for (const auto& [name, action] : kActions) {
             if (name == wanted) {
-                (this->*action)(
-                    {request, request.user, blank_value(parser_, request.parameters, "roomname")});
+                (this->*action)({request, request.user, room_in(request)});
             }
         }
     });
+}
+
+std::string RoomRequests::room_in(const Request& request) const
+{
+    auto name = blank_value(parser_, request.parameters, "roomname");
+    return deployment_.room_names() ? lower(name) : name;
 }
 
 void RoomRequests::join(const Call& call)
@@ -102,7 +110,11 @@ void RoomRequests::create(const Call& call)
     std::string feedback = "The room " + call.room + " already exists";
     if (trim(call.room).empty()) {
         feedback = "A room needs a name";
-    } else if (!rooms_.RoomExists(call.room)) {
+    } else if (const auto reason = reason_not_to_create(call)) {
+        feedback = "The room " + printable(first_characters(call.room, kShownCharacters))
+            + " has not been created: " + *reason;
+    } else if (!exists_in_any_case(call.room)) {
+        end_memberships(call.room); // of one that another program has deleted
         rooms_.RoomCreate(call.room, call.user, call.request.remote_ip,
             blank_value(parser_, call.request.parameters, "encryptionkey"));
         directory_.SetRooms();
@@ -112,6 +124,44 @@ void RoomRequests::create(const Call& call)
     answer(call, "action=createnew feedback=" + feedback);
 }
 
+/// Only the safeguards give one.
+std::optional<std::string> RoomRequests::reason_not_to_create(const Call& call) const
+{
+    if (deployment_.room_names()) {
+        if (const auto complaint = complaint_about_room_name(call.room)) {
+            return complaint;
+        }
+    }
+    const auto most = deployment_.rooms_per_user();
+    const auto& rooms = directory_.rooms();
+    const auto owned = std::count_if(
+        rooms.begin(), rooms.end(), [&](const auto& room) { return room.UserName_Owner == call.user; });
+    if (most && owned >= *most && !rooms_.RoomExists(call.room)) {
+        return "you have " + std::to_string(owned) + " rooms already";
+    }
+    return std::nullopt;
+}
+
+/// Without the safeguard letter case counts. With it a room with capitals, from before, keeps its name to
+/// itself.
+bool RoomRequests::exists_in_any_case(const std::string& room) const
+{
+    const auto& rooms = directory_.rooms();
+    return rooms_.RoomExists(room)
+        || (deployment_.room_names() && std::any_of(rooms.begin(), rooms.end(), [&](const auto& each) {
+               return equal_ignoring_case(each.RoomName, room);
+           }));
+}
+
+/// Only with the safeguard: without it who was in a deleted room is in the next one of its name.
+void RoomRequests::end_memberships(const std::string& room)
+{
+    if (deployment_.room_names()) {
+        Send_MessageToGuestsInRoom(room, "The room " + room + " has been deleted");
+        rooms_.end_memberships(room);
+    }
+}
+
 /// The feedback tells only whether the room was there; whether the user owns it is decided by the deletion.
 void RoomRequests::remove(const Call& call)
 {
@@ -119,6 +169,9 @@ void RoomRequests::remove(const Call& call)
     if (rooms_.RoomExists(call.room)) {
         rooms_.RoomDelete(call.room, "'" + parser_.CleanText(call.user) + "'", call.request.remote_ip);
         directory_.SetRooms();
+        if (!rooms_.RoomExists(call.room)) {
+            end_memberships(call.room);
+        }
         feedback = "The room " + call.room + " has been deleted";
         log(call, "Delete room " + call.room + " from " + call.user);
     }

@@ -65,7 +65,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       message_requests({accounts, rooms, auto_replies, presence, connections}, {message_queue, sender, pool},
           {settings, deployment}, parser, machine.clock(), journal),
       auto_reply_requests(auto_replies, parser, sender, journal),
-      room_requests(rooms, directory, connections, parser, sender, journal),
+      room_requests({rooms, directory, deployment}, connections, parser, sender, journal),
       handlers({log_on, presence_requests, buddy_requests, transfer_requests, message_requests,
                    auto_reply_requests, room_requests},
           sender),

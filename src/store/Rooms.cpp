@@ -69,6 +69,14 @@ void Rooms::LeaveUserFromRoom(const std::string& user_name, const std::string& r
     }
 }
 
+void Rooms::end_memberships(const std::string& room_name)
+{
+    const auto slots = members_.in_room(room_name); // a copy: each release takes one out
+    for (const auto slot : slots) {
+        members_.release(slot);
+    }
+}
+
 std::vector<std::string> Rooms::members_of(const std::string& room_name) const
 {
     std::vector<std::string> names;

@@ -39,6 +39,9 @@ public:
     /// Ends one membership, the first.
     void LeaveUserFromRoom(const std::string& user_name, const std::string& room_name);
 
+    /// Ends all memberships of a room, whatever their users' names.
+    void end_memberships(const std::string& room_name);
+
     /// Names as they stand in the table, in the order of its slots: copies, so a change while they are walked
     /// does no harm.
     std::vector<std::string> members_of(const std::string& room_name) const;

@@ -26,9 +26,9 @@ TEST(Requests, EachHasItsFields)
         {requests::message({"bob", " hi, key=x ", true, time}),
             "msg sessionidvalue=42 screennamefrom=ann screennameto=bob receiptrequested=True "
             "expirationend=03/09/2026_07.05.01 msg= hi, key=x "},
-        {requests::message({"#my attic", "hi"}),
+        {requests::message({"#My Attic", "Hi"}),
             "msg sessionidvalue=42 screennamefrom=ann screennameto=#my\x1F"
-            "attic msg=hi"},
+            "attic msg=Hi"},
         {requests::typing("bob"), "typing sessionidvalue=42 screennamefrom=ann screennameto=bob"},
         {requests::receipt(kGreatestMessageId), "receipt sessionidvalue=42 msgid=9007199254740991"},
         {requests::last_version(), "lastversion sessionidvalue=42"},
@@ -57,7 +57,7 @@ TEST(Requests, EachHasItsFields)
         {requests::buddy_key("bob"), "buddykey sessionidvalue=42 screenname=ann action=get buddy=bob"},
         {requests::update_buddy_key("bob", "k"),
             "buddykey sessionidvalue=42 screenname=ann action=update buddy=bob key=k"},
-        {requests::join_room("my attic"),
+        {requests::join_room("My Attic"),
             "room sessionidvalue=42 screenname=ann action=join roomname=my\x1F"
             "attic"},
         {requests::leave_room("lobby"), "room sessionidvalue=42 screenname=ann action=leave roomname=lobby"},

@@ -1,6 +1,7 @@
 // Rooms, as those in them, those outside, the tables and the log see them.
 #include "protocol/RoomRequests.h"
 
+#include "support/Conversation.h"
 #include "support/Talk.h"
 
 #include <gmock/gmock.h>
@@ -256,6 +257,99 @@ TEST_F(RoomRequestsTest, WhoGoesAwayLeavesEveryRoomFirst)
     EXPECT_THAT(mary.hear(), ElementsAre("notice The buddy ann left the room: cellar"));
     EXPECT_THAT(rooms.rooms_of("ann"), IsEmpty());
     EXPECT_THAT(rooms.members_of("cellar"), ElementsAre("bob", "mary ann"));
+}
+
+TEST_F(RoomRequestsTest, WithTheSafeguardNamesAreLowerCaseAndLimited)
+{
+    talk->engine().ini.WriteIniValue("Safeguards", "RoomNames", "True");
+    rooms.RoomCreate("Old Hall", "carl", "", "");
+    talk->engine().directory.SetRooms();
+    auto ann = talk->on_line("ann");
+    auto bob = talk->on_line("bob");
+    const std::string fifty(50, 'x');
+    const std::string failed = " has not been created: its name ";
+    const struct {
+        std::string name;
+        std::string feedback;
+    } cases[] = {
+        {"LOBBY", "The room lobby has been created sucessfully"},
+        {"Lobby", "The room lobby already exists"},
+        {"The_Attic", "The room the attic already exists"},
+        {"old_hall", "The room old hall already exists"}, // in another letter case
+        {fifty, "The room " + fifty + " has been created sucessfully"},
+        {fifty + "y", "The room " + fifty + failed + "has more than 50 characters"},
+        {"a\r\nb", "The room a\\r\\nb" + failed + "has control characters"},
+        {"a\x1B[2J", "The room a\\x1b[2j" + failed + "has control characters"},
+        {"_", "The room  " + failed + "is blank"},
+        {"", "The room " + failed + "is blank"},
+        {"_a", "The room  a" + failed + "begins or ends with a blank"},
+        {"a#b", "The room a#b" + failed + "has a #, which clients write before the name of a room"},
+    };
+    for (const auto& c : cases) {
+        ann.hear();
+        ann.say("room", wire("action=createnew screenname=ann roomname=" + c.name));
+        EXPECT_THAT(ann.hear(), ElementsAre("room action=createnew feedback=" + c.feedback));
+    }
+    bob.say("room", wire("action=join screenname=bob roomname=LobbY"));
+    EXPECT_THAT(rooms.members_of("lobby"), ElementsAre("bob"));
+    bob.hear();
+    const auto write_to = [&](const std::string& room) {
+        ann.hear();
+        ann.wire().send(qz::test::envelope("msg sessionidvalue=" + ann.session_id()
+            + " screennamefrom=ann screennameto=" + wire(room) + " msg=hello"));
+    };
+    write_to("#Lobby");
+    EXPECT_THAT(bob.hear(), ElementsAre(testing::HasSubstr("msg=hello")));
+    write_to("#Old_Hall");
+    EXPECT_THAT(ann.hear(), ElementsAre("notice The room Old Hall doesn't exist!")) << "not without a word";
+    bob.say("room", wire("action=leave screenname=bob roomname=LOBBY"));
+    EXPECT_THAT(rooms.members_of("lobby"), ElementsAre("ann"));
+}
+
+TEST_F(RoomRequestsTest, WithTheSafeguardMembershipsEndWithTheRoom)
+{
+    auto ann = talk->on_line("ann");
+    auto bob = talk->on_line("bob");
+    auto act = [&](qz::test::ChatClient& who, const std::string& text) {
+        bob.hear();
+        who.say("room", wire(text));
+    };
+    rooms.AddUserInRoom("bob", "cellar", "");
+    act(ann, "action=delete screenname=ann roomname=cellar");
+    act(ann, "action=createnew screenname=ann roomname=cellar");
+    EXPECT_THAT(rooms.members_of("cellar"), ElementsAre("bob")) << "without the safeguard";
+    talk->engine().ini.WriteIniValue("Safeguards", "RoomNames", "True");
+    act(bob, "action=delete screenname=bob roomname=cellar");
+    EXPECT_THAT(rooms.members_of("cellar"), ElementsAre("bob")) << "it is not his";
+    act(ann, "action=delete screenname=ann roomname=Cellar");
+    EXPECT_THAT(bob.hear(), ElementsAre("notice The room cellar has been deleted"));
+    EXPECT_THAT(rooms.members_of("cellar"), IsEmpty());
+    rooms.AddUserInRoom("bob", "cellar", ""); // as if another program had deleted it
+    act(ann, "action=createnew screenname=ann roomname=cellar");
+    EXPECT_THAT(rooms.members_of("cellar"), IsEmpty());
+}
+
+TEST_F(RoomRequestsTest, AUserOwnsALimitedNumberOfRooms)
+{
+    talk->engine().ini.WriteIniValue("Safeguards", "RoomsPerUser", "3");
+    auto ann = talk->on_line("ann");
+    auto bob = talk->on_line("bob");
+    const auto create = [&](qz::test::ChatClient& who, const std::string& fields) {
+        who.hear();
+        who.say("room", wire("action=createnew " + fields));
+        return who.hear().at(0);
+    };
+    const std::string answer = "room action=createnew feedback=The room ";
+    for (const auto* name : {"a", "b"}) { // the cellar is hers already
+        EXPECT_EQ(create(ann, std::string("screenname=ann roomname=") + name),
+            answer + name + " has been created sucessfully");
+    }
+    EXPECT_EQ(create(ann, "screenname=ann roomname=c"),
+        answer + "c has not been created: you have 3 rooms already");
+    EXPECT_EQ(create(ann, "screenname=ann roomname=a"), answer + "a already exists");
+    EXPECT_EQ(create(bob, "screenname=bob roomname=c"), answer + "c has been created sucessfully");
+    ann.say("room", "action=delete screenname=ann roomname=a");
+    EXPECT_EQ(create(ann, "screenname=ann roomname=d"), answer + "d has been created sucessfully");
 }
 
 TEST_F(RoomRequestsTest, NamesCannotForgeAnything)
