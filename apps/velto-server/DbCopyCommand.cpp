@@ -32,8 +32,8 @@ constexpr std::size_t kPage = 500;
 const auto& all_tables()
 {
     using namespace qz::store::tables;
-    static constexpr std::array kTables{
-        kUsers, kBuddies, kRooms, kMessages, kLog, kCommand, kAutoReply, kQueue, kQueueCount, kLastLogOn};
+    static constexpr std::array kTables{kUsers, kBuddies, kRooms, kMessages, kLog, kCommand, kAutoReply,
+        kQueue, kQueueText, kQueueCount, kLastLogOn};
     return kTables;
 }
 

@@ -1,5 +1,6 @@
 #include "StatusKeeper.h"
 
+#include "Memory.h"
 #include "ServiceManager.h"
 #include "base/EngineError.h"
 
@@ -40,6 +41,7 @@ void StatusKeeper::timer_ticked()
 {
     ++seconds_since_write_;
     database_->look();
+    return_unused_memory();
     const auto figures = main_.figures();
     service_manager::tell_status(std::to_string(figures.users_on_line) + " on line, "
         + std::to_string(figures.queued_messages) + " messages waiting");

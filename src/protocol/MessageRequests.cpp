@@ -165,6 +165,9 @@ void MessageRequests::send_to_room(queue::NewMessage message)
     if (tell_full(message, members.size())) {
         return;
     }
+    if (members.size() > 2) { // the sender is one of them
+        message.text.set_several_recipients();
+    }
     for (const auto& member : members) {
         if (member != message.sender) {
             message.recipient = member;

@@ -38,7 +38,7 @@ std::string body_of(const QueueEntry& entry)
     if (entry.to_room()) {
         append_field(body, "roomsender", entry.sender);
     }
-    return body.append("msg=").append(entry.text);
+    return body.append("msg=").append(entry.text.str());
 }
 
 } // namespace

@@ -14,8 +14,14 @@ KeptQueue::KeptQueue(store::Database& database, Journal& journal)
 
 std::vector<QueueEntry> KeptQueue::load()
 {
-    auto entries = rows_.load();
+    const auto texts = rows_.texts();
+    auto entries = rows_.load(texts);
     check(static_cast<std::int64_t>(entries.size()));
+    for (const auto& [row, text] : texts) {
+        if (!text.has_copies()) { // another program has removed the rows that referred to it
+            rows_.remove_text(row);
+        }
+    }
     return entries;
 }
 
@@ -38,10 +44,19 @@ void KeptQueue::add(QueueEntry& entry)
 {
     database_.require_whole_turn();
     if (!counts_known_) { // switched on while the engine runs
-        check(static_cast<std::int64_t>(rows_.load().size()));
+        check(static_cast<std::int64_t>(rows_.count()));
+    }
+    if (entry.text.has_several_recipients() && entry.text.row() == 0) {
+        keep_text(entry.text);
     }
     entry.row = rows_.add(entry);
     ++rows_without_entry_;
+}
+
+void KeptQueue::keep_text(const MessageText& text)
+{
+    text.set_row(rows_.add_text(text));
+    text_steps_.push_back({text, 0});
 }
 
 void KeptQueue::entered(const QueueEntry& entry)
@@ -83,6 +98,9 @@ void KeptQueue::left(QueueEntry entry)
 {
     if (entry.row != 0) {
         steps_.push_back({Step::Kind::Left, entry.number});
+        if (entry.text.row() != 0 && entry.text.entries() == 0) {
+            left_texts_.push_back(entry.text);
+        }
         left_.push_back(std::move(entry));
     }
 }
@@ -92,15 +110,27 @@ void KeptQueue::turn_ending()
     if (std::exchange(rows_without_entry_, 0) != 0) {
         database_.fail_turn(); // an automatic reply failed behind its message, which was refused for it
     }
+    guarded(journal_, "QueueText", no_address, [&] { remove_unused_texts(); });
     if (counts_ != stored_counts_) {
         guarded(journal_, "QueueCount", no_address, [&] { rows_.write(counts_); });
     }
 }
 
+void KeptQueue::remove_unused_texts()
+{
+    for (const auto& text : left_texts_) {
+        if (const auto row = text.row(); row != 0 && text.entries() == 0) {
+            rows_.remove_text(row);
+            text_steps_.push_back({text, row});
+            text.set_row(0);
+        }
+    }
+    left_texts_.clear();
+}
+
 void KeptQueue::turn_stored()
 {
-    steps_.clear();
-    left_.clear();
+    forget_steps();
     stored_counts_ = counts_;
 }
 
@@ -109,6 +139,10 @@ void KeptQueue::turn_lost(QueueTable& table)
     for (; !steps_.empty(); steps_.pop_back()) {
         take_back(steps_.back(), table);
     }
+    for (; !text_steps_.empty(); text_steps_.pop_back()) {
+        text_steps_.back().text.set_row(text_steps_.back().row_before);
+    }
+    left_texts_.clear();
     counts_ = stored_counts_;
     rows_.turn_lost();
 }
@@ -129,9 +163,23 @@ void KeptQueue::take_back(const Step& step, QueueTable& table)
 
 void KeptQueue::forget()
 {
-    steps_.clear();
-    left_.clear();
+    forget_steps();
+    left_texts_.clear();
     counts_known_ = false;
+}
+
+void KeptQueue::forget_steps()
+{
+    constexpr std::size_t kMany = 10'000;
+    if (left_.capacity() > kMany) {
+        left_ = {};
+    }
+    if (steps_.capacity() > kMany) {
+        steps_ = {};
+    }
+    left_.clear();
+    steps_.clear();
+    text_steps_.clear();
 }
 
 } // namespace qz::queue

@@ -36,7 +36,8 @@ public:
     /// The entry is about to be freed: its row goes, and it is counted. One that leaves because it was sent
     /// counts as confirmed: nothing more is waited for.
     void leaving(const QueueEntry& entry);
-    /// It was freed, whatever became of its row.
+    /// It was freed, whatever became of its row. The row of its text goes at the end of the turn, if no entry
+    /// has the text by then.
     void left(QueueEntry entry);
 
     /// Writes the counts, if they have changed.
@@ -57,7 +58,16 @@ private:
         Progress before{}; // of one that changed
     };
 
+    /// A text's row came or went.
+    struct TextStep {
+        MessageText text;
+        std::int64_t row_before;
+    };
+
     void check(std::int64_t waiting);
+    void keep_text(const MessageText& text);
+    void remove_unused_texts();
+    void forget_steps();
     void take_back(const Step& step, QueueTable& table);
 
     store::Database& database_;
@@ -69,6 +79,8 @@ private:
     int rows_without_entry_ = 0;   // added, and not entered yet
     std::vector<Step> steps_;      // of this turn, in their order
     std::vector<QueueEntry> left_; // in this turn, in their order
+    std::vector<TextStep> text_steps_;
+    std::vector<MessageText> left_texts_; // whose last entry left; one may have entered since
 };
 
 } // namespace qz::queue

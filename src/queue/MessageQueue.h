@@ -25,7 +25,7 @@ namespace qz::queue {
 struct NewMessage {
     std::string sender;
     std::string recipient;
-    std::string text;
+    MessageText text;
     double msg_id = 0;     // envelope number with which it came
     std::string remote_ip; // of the sender
     bool receipt_requested = false;
@@ -72,6 +72,8 @@ public:
     /// Reads on in the numbers of the messages that were there when the engine started, with each tick, so
     /// that it can tell by itself that a message is new.
     void read_numbers();
+    /// Gives memory back that is not used any more. To be called with each tick.
+    void shrink() { table_.shrink(); }
 
     /// Brings back what waited when the engine last ran, if DurableQueue is on. To be called while it is
     /// empty.

@@ -3,6 +3,7 @@
 #include "store/Statements.h"
 
 #include <string>
+#include <utility>
 
 namespace qz::queue {
 
@@ -17,20 +18,32 @@ std::int64_t count_in(platform::Recordset& row, const char* field)
     return static_cast<std::int64_t>(row.Fields(field).number());
 }
 
+MessageText text_in(platform::Recordset& row, const QueueRows::Texts& texts)
+{
+    const auto& key = row.Fields("IDQueueText");
+    if (key.is_null()) {
+        return row.Fields("Message").text();
+    }
+    const auto found = texts.find(static_cast<std::int64_t>(key.number()));
+    return found == texts.end() ? MessageText() : found->second;
+}
+
 } // namespace
 
 std::int64_t QueueRows::add(const QueueEntry& entry)
 {
-    auto value = new_row_.values.begin();
+    const bool refers = entry.text.row() != 0;
+    auto& row = refers ? new_reference_ : new_row_;
+    auto value = row.values.begin();
     *value++ = entry.sender;
     *value++ = entry.recipient;
     *value++ = entry.MsgID;
-    *value++ = entry.text;
+    *value++ = refers ? platform::Value(entry.text.row()) : platform::Value(entry.text.str());
     *value++ = entry.room;
     *value++ = entry.receipt_requested;
     *value++ = entry.received_time;
     *value++ = entry.expiration_time;
-    return database_.connection().insert_row(tables::kQueue, new_row_);
+    return database_.connection().insert_row(tables::kQueue, row);
 }
 
 void QueueRows::mark_sent(const QueueEntry& entry)
@@ -41,8 +54,23 @@ void QueueRows::mark_sent(const QueueEntry& entry)
 
 void QueueRows::remove(std::int64_t row)
 {
+    remove(tables::kQueue, row);
+}
+
+std::int64_t QueueRows::add_text(const MessageText& text)
+{
+    return database_.connection().insert_row(tables::kQueueText, {{"Message"}, {text.str()}});
+}
+
+void QueueRows::remove_text(std::int64_t row)
+{
+    remove(tables::kQueueText, row);
+}
+
+void QueueRows::remove(const platform::Table& table, std::int64_t row)
+{
     try {
-        database_.connection().delete_row(tables::kQueue, row);
+        database_.connection().delete_row(table, row);
     } catch (const EngineError& error) {
         if (error.number() != number_of(DatabaseError::RowGone)) {
             throw;
@@ -50,7 +78,25 @@ void QueueRows::remove(std::int64_t row)
     }
 }
 
-std::vector<QueueEntry> QueueRows::load()
+QueueRows::Texts QueueRows::texts()
+{
+    Texts texts;
+    for (auto rows = database_.open(statements::kSelectQueueTexts); !rows.AtEnd(); rows.MoveNext()) {
+        const auto key = static_cast<std::int64_t>(rows.Fields("IDQueueText").number());
+        MessageText text(rows.Fields("Message").text());
+        text.set_several_recipients();
+        text.set_row(key);
+        texts.emplace(key, std::move(text));
+    }
+    return texts;
+}
+
+std::size_t QueueRows::count()
+{
+    return static_cast<std::size_t>(database_.open(statements::kSelectQueue).RecordCount());
+}
+
+std::vector<QueueEntry> QueueRows::load(const Texts& texts)
 {
     std::vector<QueueEntry> entries;
     auto rows = database_.open(statements::kSelectQueue);
@@ -60,7 +106,7 @@ std::vector<QueueEntry> QueueRows::load()
         entry.row = static_cast<std::int64_t>(rows.Fields("IDQueue").number());
         entry.sender = rows.Fields("UserName_From").text();
         entry.recipient = rows.Fields("UserName_To").text();
-        entry.text = rows.Fields("Message").text();
+        entry.text = text_in(rows, texts);
         const auto& msg_id = rows.Fields("MsgID");
         entry.MsgID = msg_id.is_null() ? 0 : msg_id.number();
         entry.received_time = rows.Fields("ReceivedTime").date();

@@ -15,10 +15,19 @@ std::optional<QueueTable::Place> first_from(const std::set<QueueTable::Place>& p
     return found == places.end() ? std::nullopt : std::optional(*found);
 }
 
-std::size_t count_in(const std::unordered_map<std::string, std::int64_t>& counts, const std::string& name)
+template <typename Map> auto find_in(Map& map, const std::string& name) -> decltype(&map.begin()->second)
 {
-    const auto found = counts.find(name);
-    return found == counts.end() ? 0 : static_cast<std::size_t>(found->second);
+    const auto found = map.find(name);
+    return found == map.end() ? nullptr : &found->second;
+}
+
+/// An index that was much larger once.
+template <typename Map> void shrink_index(Map& map)
+{
+    constexpr std::size_t kMany = 1024;
+    if (map.bucket_count() > kMany && map.size() < map.bucket_count() / 8) {
+        map.rehash(0);
+    }
 }
 
 /// The same for names that differ in letter case only.
@@ -42,17 +51,13 @@ QueueTable::Place QueueTable::restore(QueueEntry entry)
 
 QueueTable::Place QueueTable::place(QueueEntry entry)
 {
-    if (free_.empty()) {
-        free_.push(slots_.size());
-        slots_.emplace_back();
-    }
-    const auto place = free_.top();
-    free_.pop();
+    const auto place = slots_.take();
     auto& slot = slots_[place];
     slot.entry = std::move(entry);
     slot.name_hash = hash_of(slot.entry.recipient);
     slot.recipient = &recipients_[slot.entry.recipient];
     ++slot.recipient->entries;
+    slot.sender = slot.entry.automatic ? nullptr : &senders_[slot.entry.sender];
     place_of_.emplace(slot.entry.number, place);
     count(slot, 1);
     enter(place, {}, standing_of(slot.entry.progress));
@@ -68,8 +73,9 @@ QueueEntry QueueTable::free(Place place)
     if (--slot.recipient->entries == 0) {
         recipients_.erase(slot.entry.recipient);
     }
-    free_.push(place);
-    return std::exchange(slot, {}).entry;
+    auto entry = std::exchange(slot, {}).entry;
+    slots_.release(place);
+    return entry;
 }
 
 void QueueTable::clear()
@@ -83,11 +89,7 @@ std::vector<QueueTable::Place> QueueTable::in_use() const
 {
     std::vector<Place> places;
     places.reserve(place_of_.size());
-    for (Place place = 0; place < slots_.size(); ++place) {
-        if (at(place).in_use()) {
-            places.push_back(place);
-        }
-    }
+    slots_.visit([&](Place place) { places.push_back(place); });
     return places;
 }
 
@@ -139,9 +141,20 @@ std::optional<QueueTable::Place> QueueTable::find_undelivered(
     return std::nullopt;
 }
 
+void QueueTable::shrink()
+{
+    slots_.shrink();
+    shrink_index(place_of_);
+    shrink_index(recipients_);
+    shrink_index(senders_);
+    shrink_index(pairs_);
+    shrink_index(undelivered_);
+}
+
 std::size_t QueueTable::count_from(const std::string& sender, bool to_room) const
 {
-    return count_in(to_room ? written_to_rooms_ : written_to_users_, sender);
+    const auto* const found = find_sender(sender);
+    return found == nullptr ? 0 : static_cast<std::size_t>(to_room ? found->to_rooms : found->to_users);
 }
 
 std::size_t QueueTable::count_to(const std::string& recipient) const
@@ -150,27 +163,67 @@ std::size_t QueueTable::count_to(const std::string& recipient) const
     return found == nullptr ? 0 : static_cast<std::size_t>(found->not_from_rooms);
 }
 
+std::size_t QueueTable::count_between(const std::string& sender, const std::string& recipient) const
+{
+    const auto found = pairs_.find({find_sender(sender), find_recipient(recipient)});
+    return found == pairs_.end() ? 0 : static_cast<std::size_t>(found->second);
+}
+
+std::size_t QueueTable::bytes_from(const std::string& sender) const
+{
+    const auto* const found = find_sender(sender);
+    return found == nullptr ? 0 : static_cast<std::size_t>(found->bytes);
+}
+
+std::size_t QueueTable::bytes_to(const std::string& recipient) const
+{
+    const auto* const found = find_recipient(recipient);
+    return found == nullptr ? 0 : static_cast<std::size_t>(found->bytes);
+}
+
+/// @param change  1 for an entry that came, -1 for one that goes.
 void QueueTable::count(const Slot& slot, std::int64_t change)
 {
     const auto& entry = slot.entry;
+    const bool alone = change > 0 ? entry.text.add_entry() == 1 : entry.text.remove_entry() == 0;
+    const auto bytes = change * static_cast<std::int64_t>(entry.text.size());
     if (!entry.to_room()) {
         slot.recipient->not_from_rooms += change;
+        slot.recipient->bytes += bytes;
     }
-    if (entry.automatic) {
+    if (slot.sender == nullptr) {
         return;
     }
-    auto& counts = entry.to_room() ? written_to_rooms_ : written_to_users_;
-    const auto counted = counts.try_emplace(entry.sender, 0).first;
+    auto& sender = *slot.sender;
+    sender.bytes += alone ? bytes : 0;
+    if (entry.to_room()) {
+        sender.to_rooms += change;
+    } else {
+        sender.to_users += change;
+        count_pair(slot, change);
+    }
+    if (sender.to_users == 0 && sender.to_rooms == 0) {
+        senders_.erase(entry.sender);
+    }
+}
+
+void QueueTable::count_pair(const Slot& slot, std::int64_t change)
+{
+    const auto counted = pairs_.try_emplace({slot.sender, slot.recipient}, 0).first;
     counted->second += change;
     if (counted->second == 0) {
-        counts.erase(counted);
+        pairs_.erase(counted);
     }
 }
 
 const QueueTable::Recipient* QueueTable::find_recipient(const std::string& name) const
 {
-    const auto found = recipients_.find(name);
-    return found == recipients_.end() ? nullptr : &found->second;
+    return find_in(recipients_, name);
+}
+
+const QueueTable::Sender* QueueTable::find_sender(const std::string& name) const
+{
+    return find_in(senders_, name);
 }
 
 bool QueueTable::is_message_before(std::int64_t number, const std::string& recipient) const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/DateTime.h"
+#include "queue/PlaceArray.h"
 #include "queue/QueueEntry.h"
 
 #include <cstddef>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <queue>
 #include <set>
 #include <string>
 #include <string_view>
@@ -35,6 +35,9 @@ public:
     void clear();
 
     const QueueEntry& at(Place place) const { return slots_[place].entry; }
+    /// Gives memory back that is not used any more. Off the way of a message: it may look at a good part of
+    /// the table.
+    void shrink();
     std::size_t count_in_use() const { return place_of_.size(); }
     /// All entries in use, in array order.
     std::vector<Place> in_use() const;
@@ -50,6 +53,11 @@ public:
     std::size_t count_from(const std::string& sender, bool to_room) const;
     /// Entries in use for a recipient, but for those from rooms.
     std::size_t count_to(const std::string& recipient) const;
+    /// Those of one sender for one recipient: neither automatic replies nor from rooms.
+    std::size_t count_between(const std::string& sender, const std::string& recipient) const;
+    /// Bytes of the texts of the same entries. A text to a room counts once for its sender.
+    std::size_t bytes_from(const std::string& sender) const;
+    std::size_t bytes_to(const std::string& recipient) const;
 
     /// True when an entry in use for the same recipient is older and not sent yet.
     bool is_message_before(std::int64_t number, const std::string& recipient) const;
@@ -90,14 +98,31 @@ private:
     struct Recipient {
         std::size_t entries = 0;
         std::int64_t not_from_rooms = 0; // of these
+        std::int64_t bytes = 0;          // of their texts
         Numbers line;                    // what is not sent
         Numbers unconfirmed;             // what stands in to_resend_
+    };
+    /// A name that wrote entries in use.
+    struct Sender {
+        std::int64_t to_users = 0;
+        std::int64_t to_rooms = 0;
+        std::int64_t bytes = 0; // of their texts
+    };
+    using Pair = std::pair<const Sender*, const Recipient*>;
+    struct PairHash {
+        std::size_t operator()(const Pair& pair) const
+        {
+            constexpr std::size_t kOdd = 0x9E3779B97F4A7C15;
+            const std::hash<const void*> hash;
+            return hash(pair.first) * kOdd + hash(pair.second);
+        }
     };
     /// Where the oldest unsent entry of each recipient stands.
     enum class Schedule : std::uint8_t { None, Due, Tried };
     struct Slot {
         QueueEntry entry;
         Recipient* recipient = nullptr; // of an entry in use
+        Sender* sender = nullptr;       // the same; none of an automatic reply
         std::size_t name_hash = 0;      // of the recipient, in any letter case
         Schedule schedule = Schedule::None;
         // Where it stands in the indexes by time; meaningful while it stands there.
@@ -120,8 +145,10 @@ private:
     std::optional<Place> find_undelivered(
         double msg_id, const std::string& recipient, Condition condition) const;
     const Recipient* find_recipient(const std::string& name) const;
+    const Sender* find_sender(const std::string& name) const;
     std::optional<Place> head_of(const Recipient& recipient) const;
     void count(const Slot& slot, std::int64_t change);
+    void count_pair(const Slot& slot, std::int64_t change);
     static Standing standing_of(const Progress& progress);
     void leave(Place place, const Standing& was, const Standing& is);
     void enter(Place place, const Standing& was, const Standing& is);
@@ -130,13 +157,12 @@ private:
     void schedule(Place place);
     void unschedule(Place place);
 
-    std::vector<Slot> slots_;
-    std::priority_queue<Place, std::vector<Place>, std::greater<>> free_;
+    PlaceArray<Slot> slots_;
     std::int64_t last_number_ = 0;
     std::unordered_map<std::int64_t, Place> place_of_;
     std::unordered_map<std::string, Recipient> recipients_;
-    std::unordered_map<std::string, std::int64_t> written_to_users_; // by sender
-    std::unordered_map<std::string, std::int64_t> written_to_rooms_; // by sender
+    std::unordered_map<std::string, Sender> senders_;
+    std::unordered_map<Pair, std::int64_t, PairHash> pairs_; // numbers of entries between the two
     /// By MsgID, which the messages to a room share, one for each member: hash of the recipient, place.
     std::unordered_map<double, std::set<std::pair<std::size_t, Place>>> undelivered_;
     std::set<Place> due_;

@@ -313,6 +313,7 @@ void Engine::run_frequent_jobs()
     message_queue.QueueMessage_MoveFromQueue(0);
     message_queue.read_numbers();
     clearing_log_ = clearing_log_ && activity_log.clear_some();
+    message_queue.shrink();
     events_.TimerActivity();
 }
 

@@ -13,12 +13,12 @@ std::span<const platform::Statement> all_statements()
         kSelectBuddies, kCountBuddies, kCountBuddyEntries, kSelectDuplicatedBuddies, kDeleteBuddy,
         kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
         kCountRooms, kSelectMessagesForAdding, kSelectMessage, kFindMessage, kSelectLastMessage,
-        kSelectMsgIDs, kSelectMessagesByMsgID, kSelectMessagesOfRecipient, kSelectQueue, kUpdateQueueSent,
-        kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog, kSelectOldestLogRow,
-        kDeleteFirstOldLogRows, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers,
-        kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands,
-        kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage, kSelectLastLogOn,
-        kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
+        kSelectMsgIDs, kSelectMessagesByMsgID, kSelectMessagesOfRecipient, kSelectQueue, kSelectQueueTexts,
+        kUpdateQueueSent, kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog,
+        kSelectOldestLogRow, kDeleteFirstOldLogRows, kSelectLogLines, kSelectLastActivity,
+        kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand,
+        kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage,
+        kSelectLastLogOn, kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
     return kAll;
 }
 

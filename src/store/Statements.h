@@ -23,6 +23,7 @@ inline constexpr Table kCommand{"command", "IDCommand"};
 inline constexpr Table kAutoReply{"autoreply", "IDAutoReply"};
 // Of the safeguards.
 inline constexpr Table kQueue{"queue", "IDQueue"};
+inline constexpr Table kQueueText{"queuetext", "IDQueueText"};
 inline constexpr Table kQueueCount{"queuecount", "IDQueueCount"};
 inline constexpr Table kLastLogOn{"lastlogon", "IDLastLogOn"};
 
@@ -161,6 +162,8 @@ inline constexpr Statement kSelectMessagesOfRecipient{
 
 /// All waiting messages in their order.
 inline constexpr Statement kSelectQueue{"SELECT * FROM queue ORDER BY IDQueue", &tables::kQueue};
+/// Texts of waiting messages with several recipients.
+inline constexpr Statement kSelectQueueTexts{"SELECT * FROM queuetext", &tables::kQueueText};
 /// time, key.
 inline constexpr Statement kUpdateQueueSent{
     "UPDATE queue SET Sent = 1, SentTime = '{}' WHERE IDQueue = {}", &tables::kQueue};

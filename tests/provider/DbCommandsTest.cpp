@@ -96,7 +96,7 @@ protected:
         std::vector<std::string> all;
         const auto connection = open_file(home);
         for (const auto& table : {kUsers, kBuddies, kRooms, kMessages, kLog, kCommand, kAutoReply, kQueue,
-                 kQueueCount, kLastLogOn}) {
+                 kQueueText, kQueueCount, kLastLogOn}) {
             const auto rows = connection->maintenance().read_rows(table, INT64_MIN, 100'000);
             for (const auto& row : rows.rows) {
                 for (std::size_t i = 0; i < row.size(); ++i) {

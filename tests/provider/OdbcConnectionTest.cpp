@@ -2,6 +2,7 @@
 #include "base/EngineError.h"
 #include "platform/SystemClock.h"
 #include "platform/database/Recordset.h"
+#include "platform/odbc/OdbcSession.h"
 #include "store/Statements.h"
 #include "support/DatabaseServer.h"
 #include "support/MemoryDatabase.h"
@@ -352,4 +353,30 @@ TEST_F(OdbcConnectionTest, SurvivesAKilledServer)
     EXPECT_EQ(seen(kLog, 4).size(), 20'000U);
     EXPECT_EQ(seen(kLog, 4).front(), "before");
     EXPECT_THAT(seen(kUsers, 1), ElementsAre("anna"));
+}
+
+TEST_F(OdbcConnectionTest, OlderTablesAreBroughtUpToDateWithWhatIsInThem)
+{
+    connection->insert_row(kQueue, {{"UserName_To", "Message"}, {"ben", "old"}});
+    connection->Close();
+    other->Close();
+    {
+        OdbcSession session(test::server_under_test()->connection_string());
+        for (const auto* text : {"DROP TABLE queuetext", "ALTER TABLE queue DROP COLUMN IDQueueText",
+                 "UPDATE velto_schema SET version = 2"}) {
+            const auto outcome = session.run({{text}});
+            EXPECT_FALSE(outcome.failure) << text << ": " << outcome.failure->description;
+        }
+    }
+    connection = open(false);
+    other = open(false);
+    EXPECT_EQ(connection->maintenance().schema_version(), connection->maintenance().current_schema_version());
+    const auto text = connection->insert_row(kQueueText, {{"Message"}, {"new"}});
+    connection->insert_row(kQueue, {{"UserName_To", "IDQueueText"}, {"ben", text}});
+    connection->insert_row(kQueueText, {{"Message"}, {"taken back"}});
+    connection->delete_row(kQueueText, text + 1);
+    connection->end_turn();
+    EXPECT_THAT(seen(kQueue, 4), ElementsAre("old", ""));
+    EXPECT_THAT(seen(kQueue, 11), ElementsAre("", std::to_string(text)));
+    EXPECT_THAT(seen(kQueueText, 1), ElementsAre("new"));
 }

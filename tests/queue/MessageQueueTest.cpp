@@ -2,12 +2,14 @@
 
 #include "helpers/Frame.h"
 #include "support/Conversation.h"
+#include "support/OtherProgram.h"
 #include "support/TestMachine.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -107,6 +109,29 @@ protected:
         const auto waiting = host.engine.database.open(store::statements::kSelectQueue).RecordCount();
         return {row.Fields("Accepted").integer(), row.Fields("Confirmed").integer(),
             row.Fields("Expired").integer(), waiting};
+    }
+    /// What ada writes to a room, for each of these.
+    void put_to_room(const std::string& text, const std::vector<std::string>& members, double msg_id)
+    {
+        queue::NewMessage message{
+            "ada", {}, text, msg_id, "192.0.2.1", false, DateTime::parse(kExpiration).value(), "attic"};
+        message.text.set_several_recipients();
+        for (const auto& member : members) {
+            message.recipient = member;
+            queue().QueueMessage_Put(message, true);
+        }
+    }
+    /// The texts that are stored: those of rows in `queue`, then those of `queuetext`.
+    std::vector<std::string> stored_texts()
+    {
+        std::vector<std::string> texts;
+        host.settle();
+        for (const auto* table : {&store::statements::kSelectQueue, &store::statements::kSelectQueueTexts}) {
+            for (auto rows = host.engine.database.open(*table); !rows.AtEnd(); rows.MoveNext()) {
+                texts.push_back(rows.Fields("Message").text());
+            }
+        }
+        return texts;
     }
     using Texts = std::vector<std::string>;
     using Counts = std::vector<std::int64_t>;
@@ -449,4 +474,82 @@ TEST_F(MessageQueueTest, WhatIsNotStoredIsNeitherQueuedNorTold)
         EXPECT_EQ(queue().count(), 0U);
         EXPECT_EQ(counts(), (Counts{number, number, 0, 0}));
     }
+}
+
+TEST_F(MessageQueueTest, ATextForSeveralIsStoredOnceAndAsLongAsOneOfThemWaits)
+{
+    switch_on("DurableQueue");
+    switch_on("KeepUntilConfirmed");
+    put(1);
+    put_to_room("text hello", {"ben", "cleo", "dora"}, 2);
+    EXPECT_EQ(stored_texts(), (Texts{"text 1", "", "", "", "text hello"}));
+    queue().QueueMessage_SetToDelivered(2, "cleo");
+    start_again();
+    ada = host.client_on_line("ada", "1", "192.0.2.1");
+    auto ben = log_on("ben");
+    queue().recipient_changed("ben");
+    work();
+    EXPECT_EQ(texts(ben), (Texts{"1", "hello"}));
+    EXPECT_EQ(stored_texts(), (Texts{"text 1", "", "", "text hello"}));
+
+    bool fails = false;
+    host.machine.watch = [&](const std::string& sql) {
+        if (fails && sql == "END OF TURN") {
+            throw database_error(DatabaseError::Unspecified, "no");
+        }
+    };
+    const auto in_a_lost_turn = [&](const std::function<void()>& work) {
+        host.settle();
+        fails = true;
+        work();
+        host.settle();
+        fails = false;
+        host.settle();
+    };
+    queue().QueueMessage_SetToDelivered(1, "ben");
+    queue().QueueMessage_SetToDelivered(2, "ben");
+    in_a_lost_turn([&] { queue().QueueMessage_SetToDelivered(2, "dora"); });
+    EXPECT_EQ(stored_texts(), (Texts{"", "text hello"})) << "the last of them still waits";
+    queue().QueueMessage_SetToDelivered(2, "dora");
+    EXPECT_EQ(stored_texts(), Texts{});
+
+    in_a_lost_turn([&] { put_to_room("text lost", {"cleo", "dora"}, 3); });
+    EXPECT_EQ(stored_texts(), Texts{});
+    put_to_room("text again", {"cleo", "dora"}, 4);
+    EXPECT_EQ(stored_texts(), (Texts{"", "", "text again"}));
+    EXPECT_EQ(counts(), (Counts{6, 4, 0, 2}));
+    host.machine.watch = nullptr;
+}
+
+TEST_F(MessageQueueTest, ATextThatNoRowRefersToIsRemovedAtTheStart)
+{
+    switch_on("DurableQueue");
+    put_to_room("text hello", {"ben", "cleo"}, 1);
+    host.settle();
+    host.machine.database().add(store::tables::kQueueText, {{"Message", "text of nobody"}});
+    start_again();
+    EXPECT_EQ(stored_texts(), (Texts{"", "", "text hello"}));
+}
+
+TEST_F(MessageQueueTest, WhatWaitsInOlderTablesIsDelivered)
+{
+    switch_on("DurableQueue");
+    switch_on("KeepUntilConfirmed");
+    host.settle();
+    host.engine.database.ClosedbConnection();
+    test::OtherProgram(host.machine.home() / "VELTO.db")
+        .run("DROP TABLE queuetext; ALTER TABLE queue DROP COLUMN IDQueueText; PRAGMA user_version = 5;"
+             "INSERT INTO queue (UserName_From, UserName_To, MsgID, Message, RoomName, ReceivedTime, "
+             "ExpirationTime) VALUES "
+             "('ada', 'ben', 1, 'text one', '', '2026-03-02 08:59:00', '2026-03-02 09:15:00'),"
+             "('ada', 'ben', 2, 'text to all', 'attic', '2026-03-02 08:59:30', '2026-03-02 09:15:00'),"
+             "('ada', 'cleo', 2, 'text to all', 'attic', '2026-03-02 08:59:30', '2026-03-02 09:15:00')");
+    start_again();
+    EXPECT_EQ(queue().count(), 3U);
+    put_to_room("text new", {"ben", "cleo"}, 3);
+    auto ben = log_on("ben");
+    queue().recipient_changed("ben");
+    work();
+    EXPECT_EQ(texts(ben), (Texts{"one", "to all", "new"}));
+    EXPECT_EQ(stored_texts(), (Texts{"text one", "text to all", "text to all", "", "", "text new"}));
 }

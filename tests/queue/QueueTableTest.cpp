@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <optional>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,7 +24,7 @@ constexpr std::int64_t kLongest = 20; // until a message is sent again
 /// What the walks of the interface would find: every question is a scan over all entries.
 class ScannedTable {
 public:
-    explicit ScannedTable(const QueueTable& table, std::size_t places) : table_(table), places_(places) { }
+    explicit ScannedTable(const QueueTable& table) : table_(table) { }
 
     bool is_message_before(const QueueEntry& entry) const
     {
@@ -66,6 +68,16 @@ public:
         }
         return number;
     }
+    /// Bytes of the texts that meet a condition, each counted once.
+    template <typename Condition> std::size_t bytes(Condition&& condition) const
+    {
+        std::set<const std::string*> texts;
+        count([&](const QueueEntry& entry) {
+            return condition(entry) && texts.insert(&entry.text.str()).second;
+        });
+        return std::accumulate(texts.begin(), texts.end(), std::size_t{0},
+            [](std::size_t sum, const std::string* text) { return sum + text->size(); });
+    }
     bool any_to_expire(DateTime now) const
     {
         return first([&](const QueueEntry& entry) {
@@ -77,8 +89,8 @@ private:
     template <typename Condition>
     std::optional<QueueTable::Place> first(Condition&& condition, QueueTable::Place from = 0) const
     {
-        for (auto place = from; place < places_; ++place) {
-            if (table_.at(place).in_use() && condition(table_.at(place))) {
+        for (const auto place : table_.in_use()) {
+            if (place >= from && condition(table_.at(place))) {
                 return place;
             }
         }
@@ -86,7 +98,6 @@ private:
     }
 
     const QueueTable& table_;
-    std::size_t places_;
 };
 
 QueueEntry message(const std::string& to, double msg_id, DateTime expiration = kStart.plus_seconds(900))
@@ -111,24 +122,31 @@ TEST(QueueTable, AnswersAsScansWould)
     };
 
     QueueTable table;
-    std::size_t places = 0;
+    std::array<qz::queue::MessageText, 3> room_texts; // of each sender
     DateTime now = kStart;
     for (int step = 0; step < 4000; ++step) {
         const auto used = table.in_use();
         const auto any = used.empty() ? QueueTable::Place{0} : used[below(used.size())];
-        const auto what = used.empty() ? 0 : below(12);
+        const auto what = used.empty() ? 0 : below(13);
         const auto resend = now.plus_seconds(static_cast<std::int64_t>(below(30)));
         const bool unconfirmed = !used.empty() && table.at(any).progress.sent
             && !table.at(any).progress.delivered && !table.at(any).progress.expired;
-        if (what <= 2 && used.size() < 60) {
+        if (what <= 2 && used.size() < 200) {
             const auto expiration = now.plus_seconds(static_cast<std::int64_t>(below(200)));
             auto entry =
                 message("user" + std::to_string(below(6)), static_cast<double>(below(9)), expiration);
-            entry.sender = "user" + std::to_string(below(3));
+            const auto sender = below(3);
+            entry.sender = "user" + std::to_string(sender);
             entry.room = below(3) == 0 ? "attic" : "";
-            entry.automatic = below(4) == 0;
-            const auto place = table.put(entry);
-            places = (std::max)(places, place + 1);
+            entry.automatic = !entry.to_room() && below(4) == 0;
+            entry.text = std::string(below(50), 'x');
+            if (below(5) == 0) {
+                room_texts.at(sender) = std::string(below(50), 'x');
+            }
+            if (entry.to_room()) {
+                entry.text = room_texts.at(sender);
+            }
+            table.put(entry);
         } else if (what == 3) {
             table.free(any);
         } else if (what == 4) {
@@ -151,11 +169,16 @@ TEST(QueueTable, AnswersAsScansWould)
             } else { // a turn that was lost
                 const auto entry = table.at(any);
                 table.free(any);
-                places = (std::max)(places, table.restore(entry) + 1);
+                table.restore(entry);
             }
+        } else if (what == 12) {
+            for (const auto place : below(100) == 0 ? used : std::vector<QueueTable::Place>{}) {
+                table.free(place);
+            }
+            table.shrink();
         }
 
-        const ScannedTable scan(table, places);
+        const ScannedTable scan(table);
         table.make_due(now, kPause);
         const auto from = below(8);
         ASSERT_EQ(table.next_due(from), scan.due(from, now)) << "step " << step;
@@ -167,6 +190,19 @@ TEST(QueueTable, AnswersAsScansWould)
         ASSERT_EQ(table.undelivered(msg_id, ""), scan.undelivered(msg_id)) << "step " << step;
         ASSERT_EQ(table.count_to("user1"), scan.count([](const QueueEntry& entry) {
             return entry.recipient == "user1" && !entry.to_room();
+        })) << "step "
+            << step;
+        ASSERT_EQ(table.bytes_to("user1"), scan.bytes([](const QueueEntry& entry) {
+            return entry.recipient == "user1" && !entry.to_room();
+        })) << "step "
+            << step;
+        ASSERT_EQ(table.bytes_from("user1"), scan.bytes([](const QueueEntry& entry) {
+            return entry.sender == "user1" && !entry.automatic;
+        })) << "step "
+            << step;
+        ASSERT_EQ(table.count_between("user1", "user2"), scan.count([](const QueueEntry& entry) {
+            return entry.sender == "user1" && entry.recipient == "user2" && !entry.automatic
+                && !entry.to_room();
         })) << "step "
             << step;
         for (const bool to_room : {false, true}) {

@@ -22,11 +22,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const std::array<platform::Table, 10>& tables()
+const std::array<platform::Table, 11>& tables()
 {
     using namespace store::tables;
-    static const std::array<platform::Table, 10> all{
-        kUsers, kBuddies, kRooms, kMessages, kLog, kCommand, kAutoReply, kQueue, kQueueCount, kLastLogOn};
+    static const std::array<platform::Table, 11> all{kUsers, kBuddies, kRooms, kMessages, kLog, kCommand,
+        kAutoReply, kQueue, kQueueText, kQueueCount, kLastLogOn};
     return all;
 }
 

@@ -331,6 +331,15 @@ class Session:
             for text in self.definition(tokens):
                 self.execute(text, {})
             return done(kind, MORE)
+        if is_word(tokens, 0, "DROP") and is_word(tokens, 1, "TABLE"):
+            self.execute("DROP TABLE [%s]" % plain(tokens[2]), {})
+            return done(kind, MORE)
+        if is_word(tokens, 0, "ALTER") and is_word(tokens, 3, "DROP"):
+            self.execute("ALTER TABLE [%s] DROP COLUMN [%s]" % (plain(tokens[2]), plain(tokens[5])), {})
+            return done(kind, MORE)
+        if is_word(tokens, 0, "ALTER") and is_word(tokens, 3, "ADD"):
+            self.execute("ALTER TABLE [%s] ADD %s" % (plain(tokens[2]), tsql.column_definition(tokens[4:])), {})
+            return done(kind, MORE)
         if is_word(tokens, 0, "SELECT"):
             return self.query(tokens, values, kind)
         if is_word(tokens, 0, "INSERT", "UPDATE", "DELETE"):
@@ -342,6 +351,11 @@ class Session:
             rest = expect(tokens, expect(tokens, 5, "IS"), "NULL")
             name = tokens[3].text.strip("'").lower()
             return name not in self.read("SELECT lower(name) FROM sqlite_master WHERE type = 'table'"), tokens[rest:]
+        if is_word(tokens, 1, "COL_LENGTH"):
+            rest = expect(tokens, expect(tokens, 7, "IS"), "NULL")
+            table, column = (tokens[at].text.strip("'").lower() for at in (3, 5))
+            return not self.read("SELECT 1 FROM pragma_table_info('%s') WHERE lower(name) = '%s'" % (table, column)), \
+                tokens[rest:]
         if is_word(tokens, 1, "NOT", "EXISTS"):
             at = expect(tokens, 1, "NOT")
             at = expect(tokens, at, "EXISTS")

@@ -144,7 +144,16 @@ constexpr std::array<std::string_view, 4> kSafeguardTables{
     R"sql(CREATE UNIQUE INDEX IF NOT EXISTS lastlogon_UserName ON lastlogon (UserName))sql",
 };
 
-constexpr std::array<std::span<const std::string_view>, 2> kMigrations{kFirstTables, kSafeguardTables};
+/// Texts of waiting messages with several recipients: the rows of `queue` refer to them.
+constexpr std::array<std::string_view, 2> kQueueTexts{
+    R"sql(CREATE TABLE IF NOT EXISTS queuetext (
+    IDQueueText bigint AUTO_INCREMENT PRIMARY KEY,
+    Message longtext COLLATE utf8mb4_bin) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4 COLLATE=utf8mb4_uca1400_nopad_as_ci)sql",
+    R"sql(ALTER TABLE queue ADD COLUMN IF NOT EXISTS IDQueueText bigint)sql",
+};
+
+constexpr std::array<std::span<const std::string_view>, 3> kMigrations{
+    kFirstTables, kSafeguardTables, kQueueTexts};
 
 } // namespace
 

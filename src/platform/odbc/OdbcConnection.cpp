@@ -131,6 +131,24 @@ void OdbcConnection::Open(const std::string& connection_string)
                 + ", which is newer than this program; it was left untouched. Use the program version that "
                   "made it, or a newer one");
     }
+    if (version != 0 && version < session_->tables.current_schema_version()) {
+        upgrade();
+    }
+}
+
+/// Tables that `db init` made once are brought up to date, as the embedded database's are.
+void OdbcConnection::upgrade()
+{
+    try {
+        session_->tables.make_schema();
+    } catch (const EngineError& error) {
+        session_.reset();
+        throw database_error(DatabaseError::Unspecified,
+            "The tables are of an older version and could not be brought up to date (velto-server db init, "
+            "by "
+            "a user who may change tables, does it): "
+                + error.description());
+    }
 }
 
 void OdbcConnection::Close()
@@ -526,7 +544,7 @@ void OdbcConnection::find_way_back()
 bool OdbcConnection::waits(const Table& table)
 {
     return table.name == kLog || table.name == "messages" || table.name == "queue"
-        || table.name == "queuecount";
+        || table.name == "queuetext" || table.name == "queuecount";
 }
 
 bool OdbcConnection::must_flush_for(const Prepared& prepared) const

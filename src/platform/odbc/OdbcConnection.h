@@ -87,6 +87,7 @@ private:
 
     Session& session();
     void use(std::unique_ptr<OdbcLink> link);
+    void upgrade();
     Prepared& prepare(const Shape& shape);
     static std::vector<Value> values_of(const Match& match, const Prepared& prepared);
     /// Runs work on the open session, and turns its failures into those of the interface.

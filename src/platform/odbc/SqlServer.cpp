@@ -140,7 +140,16 @@ constexpr std::array<std::string_view, 4> kSafeguardTables{
     CREATE UNIQUE INDEX lastlogon_UserName ON lastlogon (UserName) WHERE UserName IS NOT NULL)sql",
 };
 
-constexpr std::array<std::span<const std::string_view>, 2> kMigrations{kFirstTables, kSafeguardTables};
+/// Texts of waiting messages with several recipients: the rows of `queue` refer to them.
+constexpr std::array<std::string_view, 2> kQueueTexts{
+    R"sql(IF OBJECT_ID('queuetext') IS NULL CREATE TABLE queuetext (
+    IDQueueText bigint IDENTITY PRIMARY KEY,
+    Message nvarchar(max) COLLATE Latin1_General_100_BIN2))sql",
+    R"sql(IF COL_LENGTH('queue', 'IDQueueText') IS NULL ALTER TABLE queue ADD IDQueueText bigint)sql",
+};
+
+constexpr std::array<std::span<const std::string_view>, 3> kMigrations{
+    kFirstTables, kSafeguardTables, kQueueTexts};
 
 } // namespace
 

@@ -196,10 +196,43 @@ END;
 DROP INDEX IF EXISTS messages_MsgID_To_From;
 )sql";
 
+// Texts of waiting messages with several recipients. A row of `queue` has its text, or the key of one here.
+constexpr const char* kQueueTexts = R"sql(
+CREATE TABLE IF NOT EXISTS queuetext (
+    IDQueueText INTEGER PRIMARY KEY AUTOINCREMENT,
+    Message TEXT
+);
+)sql";
+
+/// A column that older tables do not have.
+struct Column {
+    const char* table;
+    const char* name;
+    const char* type;
+};
+constexpr Column kQueueTextKey{"queue", "IDQueueText", "INTEGER"};
+
+struct Migration {
+    const char* text;
+    const Column* column = nullptr; // that is added as well
+};
+
 /// The migration at position n leads from version n to version n + 1. What was released is never changed; new
 /// tables and columns are a new entry.
-constexpr std::array kMigrations{
-    kFirstTables, kSafeguardTables, kOneMessageIndex, kUserActivity, kMessageNumbers};
+constexpr std::array kMigrations{Migration{kFirstTables}, Migration{kSafeguardTables},
+    Migration{kOneMessageIndex}, Migration{kUserActivity}, Migration{kMessageNumbers},
+    Migration{kQueueTexts, &kQueueTextKey}};
+
+/// There is no "if not exists" for a column.
+void add_missing(SqliteDatabase& database, const Column& column)
+{
+    const auto found = database.read(std::string("SELECT count(*) FROM pragma_table_info('") + column.table
+        + "') WHERE name = '" + column.name + "' COLLATE NOCASE");
+    if (found.integer() == 0) {
+        database.run(
+            std::string("ALTER TABLE ") + column.table + " ADD COLUMN " + column.name + " " + column.type);
+    }
+}
 
 int version_of(SqliteDatabase& database)
 {
@@ -234,7 +267,11 @@ void upgrade_schema(SqliteDatabase& database)
     // Asked again: another program may have upgraded the file while this one waited for the lock. A failure
     // closes the database, which rolls everything back.
     for (int version = check_schema_version(database); version < current_schema_version(); ++version) {
-        database.run(kMigrations[static_cast<std::size_t>(version)]);
+        const auto& migration = kMigrations[static_cast<std::size_t>(version)];
+        database.run(migration.text);
+        if (migration.column != nullptr) {
+            add_missing(database, *migration.column);
+        }
         database.run("PRAGMA user_version = " + std::to_string(version + 1));
     }
     database.run("COMMIT");

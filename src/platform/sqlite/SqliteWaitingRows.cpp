@@ -13,7 +13,8 @@ namespace qz::platform {
 
 namespace {
 
-constexpr std::array<Table, 3> kTables{{{"log", "IDLog"}, {"messages", "IDMessage"}, {"queue", "IDQueue"}}};
+constexpr std::array<Table, 4> kTables{
+    {{"log", "IDLog"}, {"messages", "IDMessage"}, {"queue", "IDQueue"}, {"queuetext", "IDQueueText"}}};
 
 bool same_column(const std::string& left, const std::string& right)
 {

@@ -119,7 +119,7 @@ private:
     SqliteEdits& edits_;
     const Clock& clock_;
     std::optional<SqliteColumns> columns_;
-    std::array<Waiting, 3> tables_;
+    std::array<Waiting, 4> tables_;
     Tables waiting_ = 0;
     SqliteCells cells_;
     std::vector<std::pair<std::int64_t, std::size_t>> of_kind_; // key and first cell, while a kind is written
