@@ -218,6 +218,37 @@ std::optional<std::int32_t> Deployment::rooms_per_user() const
     return number<std::int32_t>("Safeguards", "RoomsPerUser");
 }
 
+std::optional<std::int32_t> Deployment::queued_per_pair() const
+{
+    return queued_per_pair_.get(ini_, [&] { return number<std::int32_t>("Safeguards", "QueuedPerPair"); });
+}
+
+std::optional<std::int32_t> Deployment::queued_bytes_per_sender() const
+{
+    return queued_bytes_per_sender_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "QueuedBytesPerSender"); });
+}
+
+std::optional<std::int32_t> Deployment::queued_bytes_per_recipient() const
+{
+    return queued_bytes_per_recipient_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "QueuedBytesPerRecipient"); });
+}
+
+std::optional<std::chrono::days> Deployment::longest_expiration() const
+{
+    const auto days = longest_expiration_.get(
+        ini_, [&] { return number<std::int32_t>("Safeguards", "LongestExpirationDays"); });
+    return days ? std::optional(std::chrono::days(*days)) : std::nullopt;
+}
+
+std::optional<std::chrono::minutes> Deployment::offline_log_pause() const
+{
+    const auto minutes =
+        offline_log_pause_.get(ini_, [&] { return number<std::int32_t>("Safeguards", "OfflineLogMinutes"); });
+    return minutes ? std::optional(std::chrono::minutes(*minutes)) : std::nullopt;
+}
+
 std::int32_t Deployment::room_slots() const
 {
     return number<std::int32_t>("Safeguards", "RoomSlots").value_or(0);

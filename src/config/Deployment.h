@@ -64,6 +64,16 @@ public:
     std::optional<std::int32_t> log_lines_per_address() const;
     /// Most rooms that one user may own.
     std::optional<std::int32_t> rooms_per_user() const;
+    /// The same of one sender for one recipient, rooms not counted.
+    std::optional<std::int32_t> queued_per_pair() const;
+    /// Most bytes of their texts.
+    std::optional<std::int32_t> queued_bytes_per_sender() const;
+    std::optional<std::int32_t> queued_bytes_per_recipient() const;
+    /// Longest time for which a sender may let a message wait.
+    std::optional<std::chrono::days> longest_expiration() const;
+    /// Time after which the log is told again that a message waits for somebody who is off line; none: with
+    /// each attempt to send it.
+    std::optional<std::chrono::minutes> offline_log_pause() const;
     /// Least number of membership slots made at the start; 0 when the engine's own number holds.
     std::int32_t room_slots() const;
 
@@ -98,6 +108,11 @@ private:
     mutable KeptValue<std::optional<std::int32_t>> chunks_per_connection_;
     mutable KeptValue<std::optional<std::int32_t>> close_malformed_;
     mutable KeptValue<std::optional<std::int32_t>> log_lines_per_address_;
+    mutable KeptValue<std::optional<std::int32_t>> queued_per_pair_;
+    mutable KeptValue<std::optional<std::int32_t>> queued_bytes_per_sender_;
+    mutable KeptValue<std::optional<std::int32_t>> queued_bytes_per_recipient_;
+    mutable KeptValue<std::optional<std::int32_t>> longest_expiration_;
+    mutable KeptValue<std::optional<std::int32_t>> offline_log_pause_;
 };
 
 } // namespace qz::config

@@ -21,6 +21,8 @@ constexpr std::int32_t kHour = 3600;
 constexpr std::int32_t kMostSlots = 1'000'000;
 constexpr std::int32_t kMostQueued = 1'000'000;
 constexpr std::int32_t kMostRate = 1'000'000;
+constexpr std::int32_t kMostDays = 36'500;
+constexpr std::int32_t kMostMinutes = 525'600; // a year
 
 constexpr std::string_view kGeneral = "General SetUp";
 constexpr std::string_view kMailSetUp = "SMTP SetUp";
@@ -198,6 +200,22 @@ constexpr std::array kTable{
     with_init(integer(kSafeguards, "RoomsPerUser", 0, kMostSlots, "off",
                   "Most rooms that one user may own; 0 for no limit"),
         "50"),
+    with_init(integer(kSafeguards, "QueuedPerPair", 0, kMostQueued, "off",
+                  "Most messages of one sender to one recipient that may wait; 0 for no limit"),
+        "1000"),
+    with_init(integer(kSafeguards, "QueuedBytesPerSender", 0, kMost32, "off",
+                  "Most bytes of text of one sender that may wait to be delivered; 0 for no limit"),
+        "20000000"),
+    with_init(integer(kSafeguards, "QueuedBytesPerRecipient", 0, kMost32, "off",
+                  "Most bytes of text for one recipient that may wait to be delivered; 0 for no limit"),
+        "20000000"),
+    with_init(integer(kSafeguards, "LongestExpirationDays", 0, kMostDays, "off",
+                  "Most days for which a sender may let a message wait; 0 for no limit"),
+        "366"),
+    with_init(integer(kSafeguards, "OfflineLogMinutes", 0, kMostMinutes, "off",
+                  "Minutes between two log lines about messages for the same offline user; 0 for a line with "
+                  "each attempt"),
+        "60"),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),
         "1000"),

@@ -7,6 +7,8 @@
 #include "protocol/Values.h"
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <string_view>
 
 namespace qz::protocol {
@@ -90,6 +92,10 @@ void MessageRequests::take_message(const Request& request)
         return;
     }
     message.expiration_time = *expiration;
+    if (const auto longest = rules_.deployment.longest_expiration()) {
+        message.expiration_time = (std::min)(
+            message.expiration_time, clock_.now().plus_seconds(std::chrono::seconds(*longest).count()));
+    }
     if (people_.auto_replies.Retrieve_AutoReply(message.sender)) {
         tell(message.sender, "You have AutoReply On");
     }
@@ -196,22 +202,48 @@ void MessageRequests::send_to_user(const queue::NewMessage& message)
     put(message);
 }
 
-/// Tells the sender when a quota keeps the message out.
-/// @param members  to whom it goes: what waits of the sender's is allowed for each of them.
-bool MessageRequests::tell_full(const queue::NewMessage& message, std::size_t members)
+/// The quota that keeps a message out; none when all let it in.
+/// @param members  to whom it goes: the number of the sender's messages is allowed for each of them.
+const char* MessageRequests::quota_against(const queue::NewMessage& message, std::size_t members) const
 {
-    const auto reaches = [](std::size_t count, std::optional<std::int32_t> most, std::size_t times) {
+    const auto& queue = ways_.queue;
+    const auto& rules = rules_.deployment;
+    const bool to_room = !message.room.empty();
+    const auto reaches = [](std::size_t count, std::optional<std::int32_t> most, std::size_t times = 1) {
         return most && count >= static_cast<std::size_t>(*most) * times;
     };
-    const bool to_room = !message.room.empty();
-    const char* why = nullptr;
-    if (reaches(ways_.queue.count_from(message.sender, to_room), rules_.deployment.queued_per_sender(),
-            members)) {
-        why = "too many messages from you are waiting to be delivered";
-    } else if (!to_room
-        && reaches(ways_.queue.count_to(message.recipient), rules_.deployment.queued_per_recipient(), 1)) {
-        why = "too many messages for this recipient are waiting to be delivered";
+    const auto passes = [&](std::size_t bytes, std::optional<std::int32_t> most) {
+        return most && bytes + message.text.size() > static_cast<std::size_t>(*most);
+    };
+    const auto from_sender = queue.count_from(message.sender, to_room);
+    if (reaches(from_sender, rules.queued_per_sender(), members)) {
+        return "too many messages from you are waiting to be delivered";
     }
+    if (passes(queue.bytes_from(message.sender), rules.queued_bytes_per_sender())) {
+        return "too much text from you is waiting to be delivered";
+    }
+    if (to_room) {
+        return nullptr;
+    }
+    const auto to_recipient = queue.count_to(message.recipient);
+    if (reaches(to_recipient, rules.queued_per_recipient())) {
+        return "too many messages for this recipient are waiting to be delivered";
+    }
+    if (passes(queue.bytes_to(message.recipient), rules.queued_bytes_per_recipient())) {
+        return "too much text for this recipient is waiting to be delivered";
+    }
+    const auto most = rules.queued_per_pair();
+    return reaches(from_sender, most) && reaches(to_recipient, most) // or the two have fewer between them
+            && reaches(queue.count_between(message.sender, message.recipient), most)
+        ? "too many messages from you to this recipient are waiting to be delivered"
+        : nullptr;
+}
+
+/// Tells the sender when a quota keeps the message out.
+/// @param members  to whom it goes.
+bool MessageRequests::tell_full(const queue::NewMessage& message, std::size_t members)
+{
+    const char* const why = quota_against(message, members);
     if (why == nullptr || ways_.queue.is_repeated(message)) {
         return false;
     }

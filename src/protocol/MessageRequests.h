@@ -64,6 +64,7 @@ private:
     bool recipient_exists(queue::NewMessage& message);
     void send_to_room(queue::NewMessage message);
     void send_to_user(const queue::NewMessage& message);
+    const char* quota_against(const queue::NewMessage& message, std::size_t members) const;
     bool tell_full(const queue::NewMessage& message, std::size_t members);
     void put(const queue::NewMessage& message);
     void refuse(const queue::NewMessage& message);

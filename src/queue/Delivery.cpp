@@ -60,10 +60,13 @@ bool Delivery::has_room(const std::string& recipient) const
     return pool_.unsent(connections_.Retrieve_UserSocket(recipient)) < kEnough;
 }
 
-bool Delivery::Send_Message(const QueueEntry& entry)
+bool Delivery::Send_Message(const QueueEntry& entry, bool logs_offline)
 {
     const auto socket = connections_.Retrieve_UserSocket(entry.recipient);
     const auto state = pool_.state(socket);
+    if (state != platform::kSocketConnected && !logs_offline) {
+        return false;
+    }
     if (state != platform::kSocketConnected) {
         journal_.Log("User " + entry.recipient + " is offline (socket [" + std::to_string(socket)
                 + "] status is " + std::to_string(state) + ") and there is a message (" + decimal(entry.MsgID)

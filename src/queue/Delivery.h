@@ -17,8 +17,9 @@ public:
         Journal& journal);
 
     /// Sends a message to its recipient's socket.
-    /// @return false when the recipient is not connected, which is logged; the message then stays queued.
-    bool Send_Message(const QueueEntry& entry);
+    /// @param logs_offline  whether a line is logged when the recipient is not connected.
+    /// @return false when the recipient is not connected; the message then stays queued.
+    bool Send_Message(const QueueEntry& entry, bool logs_offline = true);
     bool is_connected(const std::string& recipient) const;
     /// False while a recipient has not taken a good part of what was sent before. True for one who is off
     /// line.

@@ -5,6 +5,7 @@
 #include "helpers/ProtocolKeywords.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace qz::queue {
@@ -150,14 +151,39 @@ bool MessageQueue::send(QueueTable::Place place)
     }
     // Before the attempt: a nested walk must not send the same message.
     table_.set_attempted(place, clock_.now());
-    const bool went_out = delivery_.Send_Message(table_.at(place));
-    if (!went_out || table_.numbered(number) != place) {
+    if (!send_to_socket(place, table_.at(place)) || table_.numbered(number) != place) {
         return false;
     }
     if (careful && !delivery_.is_connected(recipient)) {
         return false; // it broke while sending yielded
     }
     return sent(place);
+}
+
+/// @param entry  that of the place, or a copy of it.
+/// @return true when it went out; the entry may be gone by then, for sending may yield.
+bool MessageQueue::send_to_socket(QueueTable::Place place, const QueueEntry& entry)
+{
+    const auto number = entry.number;
+    const bool logs = logs_offline(place);
+    const bool went_out = delivery_.Send_Message(entry, logs);
+    if ((went_out || logs) && table_.numbered(number) == place) {
+        table_.set_offline_logged(place, went_out ? DateTime{} : clock_.now());
+    }
+    return went_out;
+}
+
+/// Whether the log is to be told if the recipient is off line. With OfflineLogMinutes it is told now and
+/// then, and anew when something was sent since.
+bool MessageQueue::logs_offline(QueueTable::Place place) const
+{
+    const auto last = table_.offline_logged(place);
+    if (last.empty()) {
+        return true;
+    }
+    const auto pause = rules_.deployment.offline_log_pause();
+    const auto since = seconds_between(last, clock_.now());
+    return !pause || since < 0 || since >= std::chrono::seconds(*pause).count();
 }
 
 bool MessageQueue::sent(QueueTable::Place place)
@@ -219,7 +245,7 @@ void MessageQueue::QueueMessage_SendNotExpired(QueueTable::Place place)
         return; // what it was sent before is still on its way
     }
     const auto id = decimal(entry.MsgID);
-    const bool went_out = delivery_.Send_Message(entry);
+    const bool went_out = send_to_socket(place, entry);
     journal_.Log(went_out ? "Message resent with MsgID " + id + " and delivered" + sender_and_recipient(entry)
                 + " expires on " + entry.expiration_time.text()
                           : "Message resent but not delivered with MsgID " + id,

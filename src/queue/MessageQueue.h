@@ -103,6 +103,12 @@ public:
         return table_.count_from(sender, to_room);
     }
     std::size_t count_to(const std::string& recipient) const { return table_.count_to(recipient); }
+    std::size_t count_between(const std::string& sender, const std::string& recipient) const
+    {
+        return table_.count_between(sender, recipient);
+    }
+    std::size_t bytes_from(const std::string& sender) const { return table_.bytes_from(sender); }
+    std::size_t bytes_to(const std::string& recipient) const { return table_.bytes_to(recipient); }
     /// All zero unless DurableQueue is on.
     const QueueCounts& counts() const { return kept_.counts(); }
 
@@ -112,6 +118,8 @@ private:
     void save(QueueEntry& entry);
     void enter(QueueEntry entry);
     bool send(QueueTable::Place place);
+    bool send_to_socket(QueueTable::Place place, const QueueEntry& entry);
+    bool logs_offline(QueueTable::Place place) const;
     bool sent(QueueTable::Place place);
     void QueueMessage_SendNotExpired(QueueTable::Place place);
     void QueueMessage_MoveFromQueue_local(QueueTable::Place place);

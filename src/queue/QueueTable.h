@@ -89,6 +89,10 @@ public:
     void set_unsent(const std::string& recipient);
     void set_expired(Place place, bool expired);
     void set_delivered(Place place, DateTime now);
+    /// When the log was last told that the entry's recipient is off line; the empty time when there is
+    /// nothing to remember. Forgotten with the recipient's last entry.
+    DateTime offline_logged(Place place) const { return slots_[place].recipient->offline_logged; }
+    void set_offline_logged(Place place, DateTime time) { slots_[place].recipient->offline_logged = time; }
     void set_progress(Place place, const Progress& progress);
 
 private:
@@ -101,6 +105,7 @@ private:
         std::int64_t bytes = 0;          // of their texts
         Numbers line;                    // what is not sent
         Numbers unconfirmed;             // what stands in to_resend_
+        DateTime offline_logged{};
     };
     /// A name that wrote entries in use.
     struct Sender {

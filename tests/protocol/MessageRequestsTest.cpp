@@ -8,8 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 using testing::AllOf;
@@ -184,6 +186,23 @@ TEST_F(MessageRequestsTest, ReadsTheExpiration)
             EXPECT_THAT(queued(), ElementsAre("bob " + c.expiration));
             EXPECT_THAT(failures(), IsEmpty());
         }
+        talk->engine().message_queue.QueueMessage_ClearQueue();
+    }
+}
+
+TEST_F(MessageRequestsTest, CutsALongExpiration)
+{
+    talk->engine().ini.WriteIniValue("Safeguards", "LongestExpirationDays", "7");
+    auto ann = talk->on_line("ann");
+    forget({&ann});
+    for (const auto& [given, expiration] :
+        std::initializer_list<std::pair<const char*, const char*>>{
+            {"03/09/2026_09.00.00", "2026-03-09 09:00:00"}, {"03/09/2026_09.00.01", "2026-03-09 09:00:00"},
+            {"12/31/9998_23.59.59", "2026-03-09 09:00:00"}, {"03/02/2026_08.00.00", "2026-03-02 08:00:00"}}) {
+        write(ann, std::string("screennamefrom=ann screennameto=bob expirationend=") + given, "hi");
+        EXPECT_THAT(queued(), ElementsAre("bob " + std::string(expiration))) << given;
+        EXPECT_THAT(ann.hear(), ElementsAre(EndsWith(expiration)))
+            << "the sender is told the time that counts";
         talk->engine().message_queue.QueueMessage_ClearQueue();
     }
 }
@@ -454,4 +473,52 @@ TEST_F(MessageRequestsTest, AQuotaKeepsMessagesOutAndSaysSo)
     set("QueuedPerRecipient", "0");
     write(ann, "screennamefrom=ann screennameto=bob", "seven", 7);
     EXPECT_THAT(ann.hear(), testing::Each(testing::Not(HasSubstr("not been accepted"))));
+}
+
+TEST_F(MessageRequestsTest, QuotasOfBytesAndPairsKeepMessagesOutAndSaySo)
+{
+    const auto set = [&](const char* key, const char* value) {
+        talk->engine().ini.WriteIniValue("Safeguards", key, value);
+    };
+    auto ann = talk->on_line("ann");
+    auto carl = talk->on_line("carl");
+    int number = 0;
+    /// The reason why a message is refused; empty when it is not.
+    const auto refusal = [&](qz::test::ChatClient& from, const std::string& to, std::size_t size) {
+        forget({&from});
+        write(from,
+            wire("screennamefrom=" + (&from == &ann ? std::string("ann") : "carl") + " screennameto=" + to),
+            std::string(size, 'x'), ++number);
+        for (const auto& text : from.hear()) {
+            const std::string end = "; try again later";
+            if (text.ends_with(end)) {
+                const auto begin = text.find("accepted: ") + 10;
+                return text.substr(begin, text.size() - end.size() - begin);
+            }
+        }
+        return std::string();
+    };
+    const std::string from_you = "too much text from you is waiting to be delivered";
+    const std::string for_recipient = "too much text for this recipient is waiting to be delivered";
+    for (const auto* member : {"bob", "dora", "ann"}) {
+        talk->engine().rooms.AddUserInRoom(member, "the attic", "");
+    }
+    set("QueuedBytesPerSender", "1000");
+    EXPECT_EQ(refusal(ann, "#the_attic", 700), "") << "for two who are off line, counted once";
+    EXPECT_EQ(refusal(ann, "bob", 300), "");
+    EXPECT_EQ(refusal(ann, "dora", 1), from_you);
+    EXPECT_EQ(refusal(ann, "#the_attic", 1), from_you);
+    EXPECT_EQ(refusal(carl, "bob", 300), "");
+    set("QueuedBytesPerSender", "0");
+    set("QueuedBytesPerRecipient", "601");
+    EXPECT_EQ(refusal(ann, "bob", 2), for_recipient);
+    EXPECT_EQ(refusal(ann, "bob", 1), "") << "what came by rooms does not count";
+    EXPECT_EQ(refusal(ann, "dora", 601), "");
+    EXPECT_EQ(refusal(ann, "#the_attic", 100), "");
+    set("QueuedBytesPerRecipient", "0");
+    set("QueuedPerPair", "2");
+    EXPECT_EQ(
+        refusal(ann, "bob", 1), "too many messages from you to this recipient are waiting to be delivered");
+    EXPECT_EQ(refusal(carl, "bob", 1), "");
+    EXPECT_EQ(refusal(ann, "dora", 1), "");
 }

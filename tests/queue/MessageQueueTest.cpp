@@ -553,3 +553,34 @@ TEST_F(MessageQueueTest, WhatWaitsInOlderTablesIsDelivered)
     EXPECT_EQ(texts(ben), (Texts{"one", "to all", "new"}));
     EXPECT_EQ(stored_texts(), (Texts{"text one", "text to all", "text to all", "", "", "text new"}));
 }
+
+TEST_F(MessageQueueTest, TellsTheLogOfAnOfflineRecipientNowAndThen)
+{
+    host.engine.ini.WriteIniValue("Safeguards", "OfflineLogMinutes", "60");
+    const auto lines = [&] {
+        auto all = logged();
+        std::erase_if(all, [](const auto& line) { return line.find("is offline") == std::string::npos; });
+        return all.size();
+    };
+    const auto wait = [&](std::chrono::seconds time) {
+        host.machine.clock().advance(time);
+        work();
+        return lines();
+    };
+    queue().QueueMessage_Put(
+        {"ada", "ben", "text", 1, "192.0.2.1", false, DateTime::parse("2026-03-03 09:00:00").value(), {}},
+        false);
+    put(2, "cleo");
+    EXPECT_EQ(wait(0s), 2U) << "a line for each recipient";
+    EXPECT_EQ(wait(11s), 0U);
+    EXPECT_EQ(wait(3578s), 0U);
+    EXPECT_EQ(wait(11s), 1U) << "ben still waits after an hour";
+    auto ben = log_on("ben");
+    EXPECT_EQ(wait(11s), 0U);
+    ben.vanish();
+    host.settle();
+    queue().QueueMessage_Put(
+        {"ada", "ben", "text", 3, "192.0.2.1", false, DateTime::parse("2026-03-03 09:00:00").value(), {}},
+        false);
+    EXPECT_EQ(wait(1s), 1U) << "anew when somebody was on line in between";
+}
