@@ -105,6 +105,14 @@ void KeptQueue::left(QueueEntry entry)
     }
 }
 
+void KeptQueue::confirmed_late()
+{
+    if (counts_.expired > 0) {
+        --counts_.expired;
+        ++counts_.confirmed;
+    }
+}
+
 void KeptQueue::turn_ending()
 {
     if (std::exchange(rows_without_entry_, 0) != 0) {

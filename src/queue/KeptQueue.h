@@ -36,6 +36,8 @@ public:
     /// The entry is about to be freed: its row goes, and it is counted. One that leaves because it was sent
     /// counts as confirmed: nothing more is waited for.
     void leaving(const QueueEntry& entry);
+    /// A message was confirmed that had expired and left.
+    void confirmed_late();
     /// It was freed, whatever became of its row. The row of its text goes at the end of the turn, if no entry
     /// has the text by then.
     void left(QueueEntry entry);

@@ -290,9 +290,16 @@ void MessageQueue::confirm_row(double msg_id, const std::string& recipient)
     const auto id = decimal(msg_id);
     if (row.rows == 0) {
         journal_.log_own("No message found to confirm with MsgID " + id);
-    } else if (row.rows > 1) {
+        return;
+    }
+    if (row.rows > 1) {
         journal_.log_own("Too many messages into the messages table to confirm with MsgID " + id);
-    } else if (row.receipt_requested) {
+        return;
+    }
+    if (row.was_expired && rules_.deployment.durable_queue() && rules_.deployment.keep_until_confirmed()) {
+        kept_.confirmed_late();
+    }
+    if (row.receipt_requested) {
         delivery_.send_receipt(row.sender, row.recipient, msg_id);
     }
 }

@@ -147,6 +147,8 @@ ConfirmedRow MessageRows::confirm(double msg_id, const std::string& recipient, D
     found.receipt_requested = row.Fields("ReceiptRequested").boolean();
     found.sender = row.Fields("UserName_From").text();
     found.recipient = row.Fields("UserName_To").text();
+    const auto expiration = row.Fields("ExpirationTime").date();
+    found.was_expired = !row.Fields("Delivered").boolean() && !expiration.empty() && expiration < now;
     row.SetField("Delivered", true);
     row.SetField("DeliveredTime", now);
     row.Update();

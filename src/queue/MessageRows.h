@@ -19,6 +19,7 @@ namespace qz::queue {
 struct ConfirmedRow {
     std::int32_t rows = 0; // that were looked for; only a single one is confirmed
     bool receipt_requested = false;
+    bool was_expired = false; // it had not been confirmed before, and the confirmation comes too late
     std::string sender{};
     std::string recipient{};
 };

@@ -554,6 +554,23 @@ TEST_F(MessageQueueTest, WhatWaitsInOlderTablesIsDelivered)
     EXPECT_EQ(stored_texts(), (Texts{"text one", "text to all", "text to all", "", "", "text new"}));
 }
 
+TEST_F(MessageQueueTest, AConfirmationAfterTheExpirationCountsAsOne)
+{
+    switch_on("DurableQueue");
+    switch_on("KeepUntilConfirmed");
+    auto ben = log_on("ben");
+    put(1);
+    put(2);
+    work();
+    host.machine.clock().set_now(DateTime::parse(kExpiration).value().plus_seconds(1));
+    work();
+    EXPECT_EQ(counts(), (Counts{2, 0, 2, 0}));
+    for (int times = 0; times < 2; ++times) { // a client that is not sure confirms again
+        queue().QueueMessage_SetToDelivered(1, "ben");
+        EXPECT_EQ(counts(), (Counts{2, 1, 1, 0}));
+    }
+}
+
 TEST_F(MessageQueueTest, TellsTheLogOfAnOfflineRecipientNowAndThen)
 {
     host.engine.ini.WriteIniValue("Safeguards", "OfflineLogMinutes", "60");
