@@ -135,7 +135,17 @@ void write_all(const Descriptor& file, const fs::path& path, std::string_view by
         }
         bytes.remove_prefix(put > 0 ? static_cast<std::size_t>(put) : 0);
     }
-    check(::fsync(file.number()), path); // a disk that is full or broken may tell only now
+}
+
+void flush_to_disk(const Descriptor& file, const fs::path& path, Flush flush)
+{
+    if (flush == Flush::Wait) {
+        check(::fsync(file.number()), path); // a disk that is full or broken may tell only now
+        return;
+    }
+#ifdef __linux__
+    ::sync_file_range(file.number(), 0, 0, SYNC_FILE_RANGE_WRITE); // a power loss finds it on the disk sooner
+#endif
 }
 
 /// The file that the path means: links are followed to their end, also when nothing is there yet.
@@ -159,6 +169,34 @@ fs::path folder_of(const fs::path& path)
 mode_t mode_of(fs::perms permissions)
 {
     return static_cast<mode_t>(permissions & fs::perms::mask);
+}
+
+/// Somebody wrote into the file, or put another one in its place.
+bool has_changed(const fs::path& path, bool existed, const struct stat& old)
+{
+    struct stat now { };
+    const bool exists = ::lstat(path.c_str(), &now) == 0;
+    return exists != existed || (exists && !(stamp_of(now) == stamp_of(old)));
+}
+
+/// Opens the folder of the file, which is what is locked: it needs no file beside the one that is protected,
+/// and unlike that one it stays the same when the file is replaced.
+int open_folder(const fs::path& target)
+{
+    const fs::path folder = folder_of(target);
+    return check(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), folder);
+}
+
+/// @return false when somebody else holds the lock.
+bool lock_folder(const Descriptor& handle, const fs::path& target)
+{
+    if (::flock(handle.number(), LOCK_EX | LOCK_NB) == 0) {
+        return true;
+    }
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+        fail(folder_of(target), errno);
+    }
+    return false;
 }
 
 /// Gives the new file the owner and permissions of the one that it replaces.
@@ -231,26 +269,30 @@ std::optional<FileContent> AtomicFile::read() const
 
 FileLock AtomicFile::lock() const
 {
-    // The folder itself is locked: it needs no file beside the one that is protected, and unlike that one it
-    // stays the same when the file is replaced.
     fs::path target = followed(path_);
-    const fs::path folder = folder_of(target);
-    Descriptor handle(check(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), folder));
+    Descriptor handle(open_folder(target));
     // Tried again and again instead of waited for, so that a stopped process cannot stop this one too.
     const auto deadline = std::chrono::steady_clock::now() + kLockPatience;
-    while (::flock(handle.number(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK && errno != EINTR) {
-            fail(folder, errno);
-        }
+    while (!lock_folder(handle, target)) {
         if (std::chrono::steady_clock::now() > deadline) {
-            fail(folder, ETIMEDOUT);
+            fail(folder_of(target), ETIMEDOUT);
         }
         std::this_thread::sleep_for(kLockPause);
     }
     return {handle.release(), std::move(target)};
 }
 
-void AtomicFile::replace(const FileLock& lock, std::string_view bytes, fs::perms permissions)
+std::optional<FileLock> AtomicFile::try_lock() const
+{
+    fs::path target = followed(path_);
+    Descriptor handle(open_folder(target));
+    if (!lock_folder(handle, target)) {
+        return std::nullopt;
+    }
+    return FileLock(handle.release(), std::move(target));
+}
+
+bool AtomicFile::replace(const FileLock& lock, std::string_view bytes, fs::perms permissions, Flush flush)
 {
     const fs::path& target = lock.target_;
     if (bytes.size() > kSizeLimit) {
@@ -273,7 +315,12 @@ void AtomicFile::replace(const FileLock& lock, std::string_view bytes, fs::perms
         check(::fchmod(file.number(), mode_of(permissions)), passing);
     }
     write_all(file, passing, bytes);
+    flush_to_disk(file, passing, flush);
+    if (has_changed(target, exists, old)) {
+        return false;
+    }
     temporary.rename_to(target);
+    return true;
 }
 
 bool AtomicFile::create(std::string_view bytes, fs::perms permissions) const
@@ -284,6 +331,7 @@ bool AtomicFile::create(std::string_view bytes, fs::perms permissions) const
     const Temporary temporary(name);
     check(::fchmod(file.number(), mode_of(permissions)), path_);
     write_all(file, path_, bytes);
+    flush_to_disk(file, path_, Flush::Wait);
     if (::link(name.c_str(), path_.c_str()) != 0) {
         if (errno == EEXIST) {
             return false;

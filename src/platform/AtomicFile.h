@@ -47,6 +47,10 @@ private:
     std::filesystem::path target_;
 };
 
+/// Whether the caller waits until the disk has what was written. Without it a power loss may leave the file
+/// empty where the file system orders neither data nor names; the new file is whole for every reader at once.
+enum class Flush { Wait, Begin };
+
 /// Errors of every operation are EngineError FileAccess with the operating system's text and the file's path.
 class AtomicFile {
 public:
@@ -63,11 +67,16 @@ public:
     /// Waits, a few seconds at most, until nobody else holds the lock of a file in the same folder. Not to be
     /// nested: a second lock taken by the holder would wait for itself.
     FileLock lock() const;
+    /// The same without waiting: nothing when somebody else holds the lock.
+    std::optional<FileLock> try_lock() const;
     /// Replaces the file, or makes it. Permissions and owner of an existing file stay; where the path is a
     /// symbolic link, the link stays and the file that it names is replaced. On failure the old file stays
     /// as it was.
     /// @param permissions  of a file that is made.
-    static void replace(const FileLock& lock, std::string_view bytes, std::filesystem::perms permissions);
+    /// @return false when somebody who does not know of the lock has changed the file meanwhile; it is then
+    /// left alone.
+    static bool replace(const FileLock& lock, std::string_view bytes, std::filesystem::perms permissions,
+        Flush flush = Flush::Wait);
 
     /// Makes the file with these bytes, unless there is one. Needs no lock: of several processes that try at
     /// once one succeeds. The new file survives a power loss once this has returned.

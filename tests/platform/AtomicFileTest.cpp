@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <string>
 #include <sys/resource.h>
@@ -142,6 +143,21 @@ TEST_F(AtomicFileTest, AReaderSeesWholeFilesOnly)
     EXPECT_EQ(status, 0);
     EXPECT_GT(reads, 0);
     EXPECT_EQ(bytes_of(path_), version(200));
+}
+
+TEST_F(AtomicFileTest, ATryForTheLockDoesNotWait)
+{
+    replace("old");
+    {
+        const auto held = file_.lock();
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_FALSE(file_.try_lock());
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    }
+    const auto lock = file_.try_lock();
+    ASSERT_TRUE(lock);
+    EXPECT_TRUE(AtomicFile::replace(*lock, "new", kPermissions, qz::platform::Flush::Begin));
+    EXPECT_EQ(bytes_of(path_), "new");
 }
 
 TEST_F(AtomicFileTest, AStampOfAFreshFileVouchesForNothing)
