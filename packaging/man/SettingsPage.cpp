@@ -59,6 +59,8 @@ std::string allowed(const SettingRow& row)
         return "A number from " + std::to_string(row.minimum) + " to " + std::to_string(row.maximum) + ".";
     case SettingType::Boolean:
         return "True or False, written exactly so.";
+    case SettingType::Switch:
+        return "True or False; also yes or no, on or off, 1 or 0.";
     case SettingType::Choice:
         return "One of: " + std::string(row.choices) + ".";
     case SettingType::Text:

@@ -1,8 +1,6 @@
 #include "config/Deployment.h"
 
 #include "base/Text.h"
-#include "config/SettingTable.h"
-#include "helpers/ProtocolKeywords.h"
 
 namespace qz::config {
 
@@ -20,6 +18,39 @@ std::string Deployment::text(std::string_view section, std::string_view key) con
     return ini_.ReadIniValue(section, key);
 }
 
+std::string Deployment::valid_text(const SettingRow& row) const
+{
+    auto value = text(row.section, row.key);
+    if (!complaint_about(row, value)) {
+        last_valid_[&row] = value;
+        return value;
+    }
+    return last_valid_[&row];
+}
+
+std::string Deployment::valid_text(std::string_view section, std::string_view key) const
+{
+    const SettingRow* const row = find_setting(section, key);
+    return row == nullptr ? std::string() : valid_text(*row);
+}
+
+std::vector<Deployment::Review> Deployment::review() const
+{
+    std::vector<Review> all;
+    for (const auto& row : setting_table()) {
+        if (!is_of_deployment(row)) {
+            continue;
+        }
+        const auto in_force = valid_text(row);
+        const bool is_on = row.type == SettingType::Integer ? integer_value(row, in_force).value_or(0) != 0
+                                                            : switch_value(in_force).value_or(false);
+        auto value = text(row.section, row.key);
+        auto complaint = complaint_about(row, value);
+        all.push_back({&row, std::move(value), is_on, std::move(complaint)});
+    }
+    return all;
+}
+
 /// A malformed address is handed on: listening on it fails and says so, which is safer than to listen on all.
 std::string Deployment::address(std::string_view key) const
 {
@@ -32,33 +63,30 @@ template <typename Integer>
 std::optional<Integer> Deployment::number(std::string_view section, std::string_view key) const
 {
     const SettingRow* const row = find_setting(section, key);
-    const auto value = row == nullptr ? std::nullopt : integer_value(*row, text(section, key));
+    const auto value = row == nullptr ? std::nullopt : integer_value(*row, valid_text(*row));
     return value.value_or(0) == 0 ? std::nullopt : std::optional(static_cast<Integer>(*value));
 }
 
-/// Case does not count: a safeguard must not be off because somebody wrote "true".
 bool Deployment::safeguard(Safeguard which) const
 {
     static constexpr std::array<std::string_view, kSafeguards> kKeys{"VerifySender", "KeepUntilConfirmed",
         "DurableQueue", "LogonThrottle", "DailyJobsOncePerDay", "HidePasswords", "VerifyReceipt",
         "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets", "RoomNames"};
     const auto at = static_cast<std::size_t>(which);
-    return safeguards_.at(at).get(ini_, [&] {
-        return equal_ignoring_case(
-            text("Safeguards", kKeys.at(at)), helpers::protocol_keywords().TrueKeyword);
-    });
+    return safeguards_.at(at).get(
+        ini_, [&] { return switch_value(valid_text("Safeguards", kKeys.at(at))).value_or(false); });
 }
 
 platform::Provider Deployment::provider() const
 {
-    return equal_ignoring_case(text("Storage", "Provider"), "odbc") ? platform::Provider::Odbc
-                                                                    : platform::Provider::Embedded;
+    return equal_ignoring_case(valid_text("Storage", "Provider"), "odbc") ? platform::Provider::Odbc
+                                                                          : platform::Provider::Embedded;
 }
 
 platform::Durability Deployment::durability() const
 {
-    return equal_ignoring_case(text("Storage", "Durability"), "power") ? platform::Durability::Power
-                                                                       : platform::Durability::Process;
+    return equal_ignoring_case(valid_text("Storage", "Durability"), "power") ? platform::Durability::Power
+                                                                             : platform::Durability::Process;
 }
 
 std::string Deployment::listen_address() const

@@ -1,17 +1,21 @@
 // The settings of a deployment beyond the engine's own: storage, transport, mail port, safeguards. A missing
-// or malformed entry leaves the engine as it is without the setting.
+// entry leaves the engine as it is without the setting; instead of a malformed one the last valid value of
+// that entry holds, and where there was none it counts as missing.
 #pragma once
 
 #include "config/IniFile.h"
+#include "config/SettingTable.h"
 #include "platform/Machine.h"
 
 #include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qz::config {
 
@@ -20,6 +24,17 @@ class Deployment {
 public:
     /// @param ini  must outlive the object.
     explicit Deployment(const IniFile& ini) : ini_(ini) { }
+
+    /// One setting as it is now.
+    struct Review {
+        const SettingRow* row;
+        std::string value;                    // as it stands in the file
+        bool is_on;                           // a switch that is on, or a limit that is in force
+        std::optional<std::string> complaint; // about a malformed value
+    };
+    /// All settings of the deployment. From here on their values are those that hold in place of malformed
+    /// ones.
+    std::vector<Review> review() const;
 
     platform::Provider provider() const;
     platform::Durability durability() const;
@@ -94,12 +109,16 @@ private:
     static constexpr std::size_t kSafeguards = 11;
 
     std::string text(std::string_view section, std::string_view key) const;
+    /// The value, or the last valid one instead of a malformed one.
+    std::string valid_text(const SettingRow& row) const;
+    std::string valid_text(std::string_view section, std::string_view key) const;
     std::string address(std::string_view key) const;
     template <typename Integer>
     std::optional<Integer> number(std::string_view section, std::string_view key) const;
     bool safeguard(Safeguard which) const;
 
     const IniFile& ini_;
+    mutable std::map<const SettingRow*, std::string> last_valid_;
     // What every message asks for.
     mutable std::array<KeptValue<bool>, kSafeguards> safeguards_;
     mutable KeptValue<std::optional<std::int32_t>> messages_per_second_;

@@ -40,6 +40,7 @@ public:
     /// Removes every section of that name with all that stands in it.
     void remove_section(std::string_view section);
 
+    bool has_section(std::string_view section) const { return find_section(section) != nullptr; }
     /// In the order of the file.
     std::vector<IniEntry> entries() const;
     std::string bytes() const;

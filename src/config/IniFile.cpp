@@ -1,7 +1,11 @@
 #include "config/IniFile.h"
 
+#include "base/EngineError.h"
 #include "base/Guarded.h"
+#include "base/Text.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 namespace qz::config {
@@ -11,34 +15,145 @@ namespace {
 constexpr auto kPermissions = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write
     | std::filesystem::perms::group_read;
 
+/// What only deployments have. A file that lost one of them is taken for a damaged one.
+constexpr std::array<std::string_view, 3> kDeploymentSections{"Safeguards", "Transport", "Storage"};
+
 } // namespace
+
+// ---- The document in force ----
 
 /// Brings what is kept up to date with the file. Only a stamp that was settled when the bytes were read can
 /// vouch for them; otherwise they are read again, and parsed again when they differ.
 void IniFile::refresh() const
 {
+    if (is_guarded()) {
+        if (!attempt([&] { consider(); })) {
+            candidate_.reset();
+            missing_ = false;
+        }
+        return;
+    }
     if (kept_ && kept_->content.settled && file_.stamp() == kept_->content.stamp) {
         return;
     }
     auto content = file_.read();
     if (!content) {
         forget();
-        return;
-    }
-    if (kept_ && kept_->content.bytes == content->bytes) {
+    } else if (kept_ && kept_->content.bytes == content->bytes) {
         kept_->content = *std::move(content);
-        return;
+    } else {
+        take(*std::move(content));
     }
-    IniDocument document(content->bytes);
+}
+
+/// Puts the content in force, with the changes that wait.
+void IniFile::take(platform::FileContent content) const
+{
+    IniDocument document(content.bytes);
+    for (const auto& change : waiting_) {
+        apply(change, document);
+    }
     ++generation_;
-    kept_ = Kept{*std::move(content), std::move(document)};
+    kept_ = Kept{std::move(content), std::move(document)};
+    candidate_.reset();
+    trouble_.reset();
 }
 
 void IniFile::forget() const
 {
-    if (std::exchange(kept_, std::nullopt)) {
+    if (!waiting_.empty()) {
+        take({});
+    } else if (std::exchange(kept_, std::nullopt)) {
         ++generation_;
     }
+}
+
+bool IniFile::is_guarded() const
+{
+    return clock_ != nullptr && kept_
+        && std::any_of(kDeploymentSections.begin(), kDeploymentSections.end(),
+            [&](std::string_view section) { return kept_->document.has_section(section); });
+}
+
+/// Looks at the file without being misled by it.
+void IniFile::consider() const
+{
+    const auto now = clock_->steady();
+    try {
+        const auto stamp = file_.stamp();
+        if (kept_->content.settled && stamp == kept_->content.stamp) {
+            candidate_.reset();
+            trouble_.reset();
+            return;
+        }
+        if (candidate_ && stamp == candidate_->stamp
+            && (candidate_->refused || now - candidate_->since < kStillness)) {
+            return;
+        }
+        if (auto content = file_.read()) {
+            consider(*std::move(content));
+            return;
+        }
+        if (!missing_) {
+            trouble_.reset(); // another one than before
+        }
+        set_trouble(path().string() + ": the file is missing", now);
+        missing_ = true;
+    } catch (const EngineError& error) {
+        set_trouble(error.description(), now);
+        missing_ = false;
+    }
+    candidate_.reset();
+}
+
+void IniFile::consider(platform::FileContent content) const
+{
+    const auto now = clock_->steady();
+    if (kept_->content.bytes == content.bytes) {
+        kept_->content = std::move(content);
+        candidate_.reset();
+        trouble_.reset();
+    } else if (!candidate_ || !(candidate_->stamp == content.stamp)) {
+        candidate_ = {content.stamp, now};
+    } else if (const auto fault = fault_of(content)) {
+        candidate_->refused = true;
+        trouble_.reset(); // another one than before
+        set_trouble(path().string() + ": " + *fault, candidate_->since);
+        missing_ = false;
+    } else {
+        take(std::move(content));
+    }
+}
+
+/// Says why the content cannot be what somebody meant.
+std::optional<std::string> IniFile::fault_of(const platform::FileContent& content) const
+{
+    const auto& bytes = content.bytes;
+    if (bytes.empty()) {
+        return "the file is empty";
+    }
+    if (bytes.find('\0') != std::string::npos) {
+        return "the file is not a text";
+    }
+    if (kept_->content.bytes.ends_with('\n') && !bytes.ends_with('\n')) {
+        return "the file ends within a line, as one does that was not written to its end";
+    }
+    const IniDocument document(bytes);
+    for (const auto section : kDeploymentSections) {
+        if (kept_->document.has_section(section) && !document.has_section(section)) {
+            return "the section [" + std::string(section)
+                + "] is gone; leave its header to take everything out of it";
+        }
+    }
+    return std::nullopt;
+}
+
+void IniFile::set_trouble(std::string text, std::chrono::steady_clock::time_point since) const
+{
+    if (!trouble_) {
+        trouble_ = Trouble{{}, since};
+    }
+    trouble_->text = std::move(text);
 }
 
 /// Nothing when there is no file or it cannot be read.
@@ -54,6 +169,8 @@ const IniDocument* IniFile::current() const
     return kept_ ? &kept_->document : nullptr;
 }
 
+// ---- Reading ----
+
 std::uint64_t IniFile::generation() const
 {
     current();
@@ -66,43 +183,6 @@ std::string IniFile::ReadIniValue(std::string_view section, std::string_view key
     return document == nullptr ? std::string() : document->read(section, key);
 }
 
-bool IniFile::WriteIniValue(std::string_view section, std::string_view key, std::string_view value)
-{
-    bool named = false;
-    return edit([&](IniDocument& document) { named = document.write(section, key, value); }) && named;
-}
-
-bool IniFile::DeleteIniEntry(std::string_view section, std::string_view key)
-{
-    const std::string name = StripSectionBrackets(section);
-    return edit([&](IniDocument& document) {
-        if (key.empty()) {
-            document.remove_section(name);
-        } else {
-            document.remove(name, key);
-        }
-    });
-}
-
-bool IniFile::edit(const std::function<void(IniDocument&)>& change)
-{
-    std::optional<platform::FileLock> lock;
-    // A file that is there but cannot be read must not be taken for an empty one and replaced.
-    if (!attempt([&] {
-            lock.emplace(file_.lock());
-            refresh();
-        })) {
-        return false;
-    }
-    // Taken, not copied: the next access reads the replaced file anyway.
-    Kept kept = kept_ ? *std::move(kept_) : Kept();
-    forget();
-    change(kept.document);
-    const std::string bytes = kept.document.bytes();
-    return bytes == kept.content.bytes
-        || attempt([&] { platform::AtomicFile::replace(*lock, bytes, kPermissions); });
-}
-
 std::vector<IniEntry> IniFile::entries() const
 {
     const IniDocument* const document = current();
@@ -112,6 +192,132 @@ std::vector<IniEntry> IniFile::entries() const
 void IniFile::require_readable() const
 {
     refresh();
+}
+
+// ---- Writing ----
+
+bool IniFile::WriteIniValue(std::string_view section, std::string_view key, std::string_view value)
+{
+    return change_entry({std::string(section), std::string(key), std::string(value)});
+}
+
+bool IniFile::DeleteIniEntry(std::string_view section, std::string_view key)
+{
+    return change_entry({StripSectionBrackets(section), std::string(key), std::nullopt});
+}
+
+/// @return false when the names cannot be those of an entry.
+bool IniFile::apply(const WaitingChange& change, IniDocument& document)
+{
+    if (change.value) {
+        return document.write(change.section, change.key, *change.value);
+    }
+    if (change.key.empty()) {
+        document.remove_section(change.section);
+    } else {
+        document.remove(change.section, change.key);
+    }
+    return true;
+}
+
+bool IniFile::change_entry(WaitingChange change)
+{
+    bool named = false;
+    const auto outcome = try_edit([&](IniDocument& document) { named = apply(change, document); },
+        platform::Flush::Wait, Patience::None);
+    if (outcome != Outcome::Later || clock_ == nullptr) {
+        return outcome == Outcome::Written && named;
+    }
+    if (!kept_) {
+        kept_.emplace();
+    }
+    if (!apply(change, kept_->document)) {
+        return false;
+    }
+    ++generation_;
+    std::erase_if(waiting_, [&](const WaitingChange& each) {
+        return equal_ignoring_case(each.section, change.section)
+            && (change.key.empty() || equal_ignoring_case(each.key, change.key));
+    });
+    waiting_.push_back(std::move(change));
+    return true;
+}
+
+bool IniFile::edit(const Change& change, platform::Flush flush)
+{
+    return try_edit(change, flush, Patience::None) == Outcome::Written;
+}
+
+bool IniFile::write_waiting(Patience patience)
+{
+    if (!waiting_.empty()) {
+        try_edit([](IniDocument& /*document*/) {}, platform::Flush::Wait, patience);
+    }
+    return waiting_.empty();
+}
+
+std::optional<platform::FileLock> IniFile::lock(Patience patience) const
+{
+    return clock_ != nullptr && patience == Patience::None ? file_.try_lock() : std::optional(file_.lock());
+}
+
+/// A file that is not what is in force is somebody else's work, and not to be written over. One that is gone
+/// for good is made again from what is in force.
+bool IniFile::may_replace() const
+{
+    const bool gone = trouble_ && missing_ && clock_->steady() - trouble_->since >= kStillness;
+    return !is_guarded() || gone || (!candidate_ && !trouble_);
+}
+
+IniFile::Outcome IniFile::try_edit(const Change& change, platform::Flush flush, Patience patience)
+{
+    if (access_ == Access::Read) {
+        return Outcome::Refused;
+    }
+    std::optional<platform::FileLock> locked;
+    // A file that is there but cannot be read must not be taken for an empty one and replaced.
+    if (!attempt([&] {
+            if (auto got = lock(patience)) {
+                locked.emplace(*std::move(got));
+            }
+            refresh();
+        })) {
+        return is_guarded() ? Outcome::Later : Outcome::Refused;
+    }
+    if (!locked || !may_replace()) {
+        return Outcome::Later;
+    }
+    if (!kept_) {
+        kept_.emplace();
+    }
+    change(kept_->document);
+    const std::string bytes = kept_->document.bytes();
+    if (bytes == kept_->content.bytes && !trouble_) {
+        waiting_.clear();
+        return Outcome::Written;
+    }
+    const auto outcome = replace(*locked, bytes, flush);
+    if (outcome != Outcome::Written) {
+        take(std::move(kept_->content)); // without the change
+    }
+    return outcome;
+}
+
+IniFile::Outcome IniFile::replace(
+    const platform::FileLock& lock, const std::string& bytes, platform::Flush flush)
+{
+    bool replaced = false;
+    if (!attempt([&] { replaced = platform::AtomicFile::replace(lock, bytes, kPermissions, flush); })) {
+        return Outcome::Refused;
+    }
+    if (!replaced) {
+        return Outcome::Later;
+    }
+    ++generation_;
+    waiting_.clear();
+    trouble_.reset();
+    kept_->content = {bytes, {}, false}; // the next look reads it
+    return Outcome::Written;
 }
 
 } // namespace qz::config

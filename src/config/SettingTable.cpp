@@ -98,7 +98,9 @@ constexpr SettingRow boolean(
 
 constexpr SettingRow safeguard(std::string_view key, std::string_view description)
 {
-    return with_init(boolean(kSafeguards, key, "False", description), "True");
+    SettingRow row = boolean(kSafeguards, key, "False", description);
+    row.type = SettingType::Switch;
+    return with_init(row, "True");
 }
 
 constexpr std::array kTable{
@@ -310,6 +312,19 @@ std::optional<std::int32_t> integer_value(const SettingRow& row, std::string_vie
     return whole && number >= row.minimum && number <= row.maximum ? std::optional(number) : std::nullopt;
 }
 
+std::optional<bool> switch_value(std::string_view value)
+{
+    if (is_choice("true yes on 1", value)) {
+        return true;
+    }
+    return is_choice("false no off 0", value) ? std::optional(false) : std::nullopt;
+}
+
+bool is_of_deployment(const SettingRow& row)
+{
+    return is_choice("Storage Transport Mail Safeguards", row.section);
+}
+
 std::optional<std::string> complaint_about(const SettingRow& row, std::string_view value)
 {
     if (value.empty()) {
@@ -335,6 +350,11 @@ std::optional<std::string> complaint_about(const SettingRow& row, std::string_vi
         if (value != keywords.TrueKeyword && value != keywords.FalseKeyword) {
             return "must be " + keywords.TrueKeyword + " or " + keywords.FalseKeyword + ", written exactly so"
                 + not_this;
+        }
+        break;
+    case SettingType::Switch:
+        if (!switch_value(value)) {
+            return "must be True or False (also yes or no, on or off, 1 or 0)" + not_this;
         }
         break;
     case SettingType::Choice:

@@ -17,7 +17,8 @@ enum class SettingType {
     Text,
     Address, // IPv4 or IPv6 address, or "all"
     Integer,
-    Boolean, // True or False, written exactly so
+    Boolean, // True or False, written exactly so: the interface's own
+    Switch,  // true, yes, on, 1 or false, no, off, 0 in any letter case: those of a deployment
     Choice,
 };
 
@@ -51,6 +52,12 @@ std::optional<std::string> complaint_about(const SettingRow& row, std::string_vi
 
 /// The whole number that a value is, from its first character to its last, when it lies in the row's range.
 std::optional<std::int32_t> integer_value(const SettingRow& row, std::string_view value);
+
+/// What the value of a switch means; nothing when it is none of its words.
+std::optional<bool> switch_value(std::string_view value);
+
+/// Whether a row stands in a section that only deployments have.
+bool is_of_deployment(const SettingRow& row);
 
 /// The entries of the file that no row knows, besides those that the engine itself keeps there by user names.
 std::vector<IniEntry> unknown_entries(const IniFile& ini);

@@ -16,7 +16,8 @@ namespace qz::online {
 
 /// A refresh is one atomic rewrite of the file, at the end of the turn that asked for it. Turns that follow
 /// each other within a second share one: the file holds every user, and a wave of logons would rewrite it a
-/// thousand times.
+/// thousand times. It waits neither for the file's lock nor for the disk: what could not be published now is
+/// published with the next refresh, a second later.
 class OnLineInfoWriter final : public platform::TurnListener {
 public:
     OnLineInfoWriter(config::IniFile& ini, const net::ConnectionTable& connections,
@@ -30,7 +31,8 @@ public:
     void turn_ended() override;
 
 private:
-    void write();
+    /// @return false when the file cannot be written now.
+    bool write();
 
     config::IniFile& ini_;
     const net::ConnectionTable& connections_;

@@ -21,9 +21,10 @@ constexpr const char* kClosingText = "VELTOServer is shutting down, please recon
 
 Engine::Engine(platform::Machine& machine, MainEvents& events)
     : machine_(machine), events_(events), journal(events), parser(machine.crypto()),
-      ini(machine.home() / kSettingsFile), key(machine.home() / kKeyFile, machine.crypto()),
+      ini(machine.home() / kSettingsFile, machine.clock()), key(machine.home() / kKeyFile, machine.crypto()),
       cipher(machine.crypto(), key), settings(ini, cipher, journal), deployment(ini),
       line_quota(deployment, machine.clock()),
+      settings_keeper(ini, deployment, machine.clock(), journal),
       database([this] { return create_connection(); }, settings, deployment, journal),
       activity_log(database, settings, parser, journal), counters(database, journal),
       directory(database, counters, journal), accounts(database, directory, parser, cipher, journal),
@@ -91,6 +92,7 @@ Engine::~Engine()
 {
     mail.finish(); // while its failures can still be logged
     journal.tell_unwritten(line_quota.end_all());
+    settings_keeper.finish();
     attempt([&] {
         journal.Log(
             "Service is now closing " + get_ServerIP() + ":" + std::to_string(settings.get_ListeningPort()),
@@ -300,6 +302,7 @@ std::unique_ptr<platform::Connection> Engine::create_connection() const
 void Engine::run_frequent_jobs()
 {
     journal.tell_unwritten(line_quota.end_minutes());
+    settings_keeper.look();
     policing.UserIsOnlineHowManyTimes();
     revoked_sessions.end_revoked();
     while (const auto socket = admission.next_overdue()) {

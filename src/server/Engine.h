@@ -6,6 +6,7 @@
 #include "config/IniFile.h"
 #include "config/KeyFile.h"
 #include "config/Settings.h"
+#include "config/SettingsKeeper.h"
 #include "helpers/MessageParser.h"
 #include "helpers/SettingsCipher.h"
 #include "net/Admission.h"
@@ -109,6 +110,7 @@ public: // the rooms, for the members of Main that forward to them
     config::Settings settings;
     config::Deployment deployment;
     LineQuota line_quota;
+    config::SettingsKeeper settings_keeper;
 
     store::Database database;
     store::ActivityLog activity_log;

@@ -45,7 +45,12 @@ TEST(SettingTable, SaysWhatIsWrongAndWhatIsAllowed)
         {"General SetUp/Client relative delay", "-32768", nullptr},
         {"Policy/AllowAOLIM", "False", nullptr},
         {"Policy/AllowAOLIM", "false", "True or False"},
-        {"Safeguards/VerifySender", "on", "True or False"},
+        {"Policy/AllowAOLIM", "1", "True or False"},
+        {"Safeguards/VerifySender", "oN", nullptr},
+        {"Safeguards/VerifySender", "yes", nullptr},
+        {"Safeguards/VerifySender", "0", nullptr},
+        {"Safeguards/VerifySender", "yes no", "True or False"},
+        {"Safeguards/VerifySender", "2", "True or False"},
         {"Storage/Provider", "ODBC", nullptr},
         {"Storage/Provider", "odb", "embedded odbc"},
         {"Storage/Provider", "embedded odbc", "embedded odbc"},
@@ -148,8 +153,12 @@ TEST(Deployment, ANewFileSwitchesOnWhatItSays)
         && deployment.logon_throttle() && deployment.daily_jobs_once_per_day() && deployment.hide_passwords()
         && deployment.verify_receipt() && deployment.end_revoked_sessions()
         && deployment.inactivity_by_last_logon());
-    ini.WriteIniValue("Safeguards", "VerifySender", "true");
-    EXPECT_TRUE(deployment.verify_sender());
+    for (const char* word : {"true", "Yes", "ON", "1"}) {
+        ini.WriteIniValue("Safeguards", "VerifySender", "False");
+        EXPECT_FALSE(deployment.verify_sender()) << word;
+        ini.WriteIniValue("Safeguards", "VerifySender", word);
+        EXPECT_TRUE(deployment.verify_sender()) << word;
+    }
     ini.WriteIniValue("Transport", "ListenAddress", "10.0.0.999");
     EXPECT_EQ(deployment.listen_address(), "10.0.0.999") << "a mistake must not open all addresses";
     ini.WriteIniValue("Storage", "Provider", "ODBC");

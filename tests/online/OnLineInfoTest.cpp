@@ -96,6 +96,18 @@ TEST_F(OnLineInfoTest, ShowsAChangeOfPresence)
     EXPECT_TRUE(info.get_UserStatus("A=B").starts_with("away = [lunch]")) << "on one line";
 }
 
+TEST_F(OnLineInfoTest, PublishesABoundedTextThatSteersNothing)
+{
+    server.client_on_line("ann", "1");
+    change("ann",
+        "\x1b[2Jout\x7f\xC2\x9b"
+        "31m \xC3\xA9\tnow"
+            + std::string(15'000, 'x'));
+    EXPECT_TRUE(info.get_UserStatus("ann").starts_with("[2Jout31m \xC3\xA9nowx"));
+    EXPECT_LT(file().size(), 2000U);
+    EXPECT_EQ(file().find('\x1b'), std::string::npos);
+}
+
 TEST_F(OnLineInfoTest, WithNobodyOnLineTheCountIsZero)
 {
     auto ann = server.client_on_line("ann", "1");
