@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 #include <utility>
 
 namespace qz::config {
@@ -53,8 +54,8 @@ void IniFile::take(platform::FileContent content) const
     for (const auto& change : waiting_) {
         apply(change, document);
     }
-    ++generation_;
     kept_ = Kept{std::move(content), std::move(document)};
+    changed();
     candidate_.reset();
     trouble_.reset();
 }
@@ -68,11 +69,12 @@ void IniFile::forget() const
     }
 }
 
-bool IniFile::is_guarded() const
+/// The document in force is another one.
+void IniFile::changed() const
 {
-    return clock_ != nullptr && kept_
-        && std::any_of(kDeploymentSections.begin(), kDeploymentSections.end(),
-            [&](std::string_view section) { return kept_->document.has_section(section); });
+    ++generation_;
+    kept_->guarded = std::any_of(kDeploymentSections.begin(), kDeploymentSections.end(),
+        [&](std::string_view section) { return kept_->document.has_section(section); });
 }
 
 /// Looks at the file without being misled by it.
@@ -113,10 +115,10 @@ void IniFile::consider(platform::FileContent content) const
         kept_->content = std::move(content);
         candidate_.reset();
         trouble_.reset();
-    } else if (!candidate_ || !(candidate_->stamp == content.stamp)) {
+    } else if (!content.is_sealed() && (!candidate_ || !(candidate_->stamp == content.stamp))) {
         candidate_ = {content.stamp, now};
     } else if (const auto fault = fault_of(content)) {
-        candidate_->refused = true;
+        candidate_ = {content.stamp, candidate_ ? candidate_->since : now, true};
         trouble_.reset(); // another one than before
         set_trouble(path().string() + ": " + *fault, candidate_->since);
         missing_ = false;
@@ -234,7 +236,7 @@ bool IniFile::change_entry(WaitingChange change)
     if (!apply(change, kept_->document)) {
         return false;
     }
-    ++generation_;
+    changed();
     std::erase_if(waiting_, [&](const WaitingChange& each) {
         return equal_ignoring_case(each.section, change.section)
             && (change.key.empty() || equal_ignoring_case(each.key, change.key));
@@ -269,6 +271,21 @@ bool IniFile::may_replace() const
     return !is_guarded() || gone || (!candidate_ && !trouble_);
 }
 
+/// A command must not make a whole file of one that an editor has half written: it waits, two seconds at
+/// most, until a file that somebody else has just changed stands still.
+void IniFile::let_editor_finish() const
+{
+    constexpr int kTries = 40;
+    constexpr std::chrono::milliseconds kPause(50);
+    for (int tries = 0; tries < kTries; ++tries) {
+        if (!kept_ || kept_->content.settled || kept_->content.is_sealed()) {
+            return;
+        }
+        std::this_thread::sleep_for(kPause);
+        refresh();
+    }
+}
+
 IniFile::Outcome IniFile::try_edit(const Change& change, platform::Flush flush, Patience patience)
 {
     if (access_ == Access::Read) {
@@ -281,6 +298,9 @@ IniFile::Outcome IniFile::try_edit(const Change& change, platform::Flush flush, 
                 locked.emplace(*std::move(got));
             }
             refresh();
+            if (clock_ == nullptr) {
+                let_editor_finish();
+            }
         })) {
         return is_guarded() ? Outcome::Later : Outcome::Refused;
     }
@@ -313,7 +333,7 @@ IniFile::Outcome IniFile::replace(
     if (!replaced) {
         return Outcome::Later;
     }
-    ++generation_;
+    changed();
     waiting_.clear();
     trouble_.reset();
     kept_->content = {bytes, {}, false}; // the next look reads it

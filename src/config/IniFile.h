@@ -26,9 +26,9 @@ namespace qz::config {
 /// in memory at once, and in the file with a later call of write_waiting.
 /// And once a document with a section of a deployment (Safeguards, Transport, Storage) is in force, a change
 /// that this object did not make counts only when the file is readable, holds together, and has stood still
-/// for two seconds; until then, and whatever happens to the file, the last good document stays in force. How
-/// the file was changed makes no difference: a new file under the name may be one that its editor is still
-/// writing.
+/// for two seconds; until then, and whatever happens to the file, the last good document stays in force. A
+/// new file under the name may be one that its editor is still writing, so it makes no difference; only what
+/// another IniFile wrote counts at once.
 class IniFile {
 public:
     /// Time for which a file must not have changed before what others wrote counts.
@@ -104,6 +104,7 @@ private:
     struct Kept {
         platform::FileContent content;
         IniDocument document; // of the content, with the changes that wait
+        bool guarded = false; // has a section of a deployment
     };
     /// A file whose content is not in force.
     struct Candidate {
@@ -123,12 +124,14 @@ private:
     void refresh() const;
     void take(platform::FileContent content) const;
     void forget() const;
-    bool is_guarded() const;
+    bool is_guarded() const { return clock_ != nullptr && kept_ && kept_->guarded; }
+    void changed() const;
     void consider() const;
     void consider(platform::FileContent content) const;
     std::optional<std::string> fault_of(const platform::FileContent& content) const;
     void set_trouble(std::string text, std::chrono::steady_clock::time_point since) const;
     bool may_replace() const;
+    void let_editor_finish() const;
     Outcome try_edit(const Change& change, platform::Flush flush, Patience patience);
     bool change_entry(WaitingChange change);
     std::optional<platform::FileLock> lock(Patience patience) const;

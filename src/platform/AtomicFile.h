@@ -28,6 +28,11 @@ struct FileContent {
     /// The last change lay so far back when the stamp was taken that every later change shows in the stamp.
     /// File times advance in steps of several milliseconds: a second change within one step would not.
     bool settled = false;
+
+    /// The bytes are those that AtomicFile::replace gave the file, so nobody is still writing them: the
+    /// fraction of the second in the time of the last write is then a checksum of the bytes. A file system
+    /// that keeps no such fractions makes this false.
+    bool is_sealed() const;
 };
 
 /// The right to replace one file. Held by one process, and within it by one object, at a time.

@@ -224,6 +224,17 @@ TEST_F(SettingsFileTest, ASafeguardGoesOffByAnEditThatStoodStillAndTheLogNamesIt
     EXPECT_THAT(errors(), IsEmpty());
 }
 
+TEST_F(SettingsFileTest, WhatOurOwnCommandsWriteCountsAtOnce)
+{
+    qz::config::IniFile command(path);
+    for (const char* value : {"False", "True", "False"}) {
+        ASSERT_TRUE(command.WriteIniValue("Safeguards", "VerifySender", value));
+        EXPECT_EQ(server.engine.deployment.verify_sender(), std::string_view(value) == "True");
+    }
+    put_bytes(path, good); // an editor that had it open
+    EXPECT_FALSE(server.engine.deployment.verify_sender());
+}
+
 TEST_F(SettingsFileTest, AMalformedValueLeavesTheLastValidOne)
 {
     auto malformed = good;
