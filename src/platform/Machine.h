@@ -22,11 +22,17 @@ enum class Durability {
     Power,   // also a power loss: one flush per turn
 };
 
+enum class DatabaseAccess {
+    ReadWrite,
+    Read, // of the embedded database: nothing is made, brought to a newer schema, or written
+};
+
 struct ConnectionOptions {
     Provider provider = Provider::Embedded;
     Durability durability = Durability::Process;
     std::filesystem::path database_file;   // of the embedded provider
     std::span<const Statement> statements; // every text that will ever be run
+    DatabaseAccess access = DatabaseAccess::ReadWrite;
 };
 
 /// Makes the components. What it makes must not outlive it; the interfaces passed in must outlive what is

@@ -43,7 +43,7 @@ void copy_pages(SqliteDatabase& from, SqliteDatabase& into, const std::function<
 void copy_sqlite_database(const std::filesystem::path& database, const std::filesystem::path& copy,
     const std::function<void(int done, int total)>& progress)
 {
-    SqliteDatabase from(database, SqliteDatabase::IfMissing::Fail);
+    SqliteDatabase from(database, SqliteDatabase::IfMissing::Fail, SqliteDatabase::Access::Read);
     SqliteDatabase into(copy);
     from.wait_for_locks(kLockPatience);
     // The copy is of one moment: without a transaction around it, every write of somebody else's would have

@@ -33,13 +33,18 @@ EngineError row_gone()
         "Row cannot be located for updating. Some values may have been changed since it was last read.");
 }
 
-void set_up(SqliteDatabase& database, Durability durability)
+void set_up(SqliteDatabase& database, Durability durability, DatabaseAccess access)
 {
+    database.run("PRAGMA cache_size=-16000; PRAGMA temp_store=MEMORY");
+    if (access == DatabaseAccess::Read) {
+        return;
+    }
     // With the write-ahead log, readers and one writer do not wait for each other, and what is committed has
     // left this process: only a power loss can take the last turns back, and never the file's integrity.
     database.run("PRAGMA journal_mode=WAL");
     database.run(durability == Durability::Power ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
-    database.run("PRAGMA journal_size_limit=67108864; PRAGMA cache_size=-16000; PRAGMA temp_store=MEMORY");
+    database.run("PRAGMA journal_size_limit=67108864");
+    upgrade_schema(database);
 }
 
 /// Sets table and keys of a result whose rows can be edited, and takes a key away that the text did not ask
@@ -75,8 +80,15 @@ std::unique_ptr<Connection> make_sqlite_connection(const ConnectionOptions& opti
 }
 
 SqliteConnection::SqliteConnection(const ConnectionOptions& options, const Clock& clock)
-    : file_(options.database_file), durability_(options.durability), clock_(clock),
+    : file_(options.database_file), durability_(options.durability), access_(options.access), clock_(clock),
       catalogue_(options.statements), common_changes_(first_mark())
+{
+}
+
+SqliteConnection::Session::Session(const std::filesystem::path& file, DatabaseAccess access)
+    : database(file,
+        access == DatabaseAccess::Read ? SqliteDatabase::IfMissing::Fail : SqliteDatabase::IfMissing::Create,
+        access == DatabaseAccess::Read ? SqliteDatabase::Access::Read : SqliteDatabase::Access::ReadWrite)
 {
 }
 
@@ -85,18 +97,19 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     if (session_) {
         throw database_error(DatabaseError::Unspecified, "The connection is already open");
     }
-    auto opening = std::make_unique<Session>(file_);
+    auto opening = std::make_unique<Session>(file_, access_);
     auto& database = opening->database;
     database.wait_for_locks(kLockPatience);
     check_schema_version(database); // before anything is written
     register_functions(database.handle(), clock_);
-    set_up(database, durability_);
-    upgrade_schema(database);
+    set_up(database, durability_, access_);
     opening->prepared.resize(catalogue_.size());
     opening->waiting = std::make_unique<SqliteWaitingRows>(database, opening->edits, clock_);
     opening->activity = std::make_unique<SqliteActivity>(database, clock_);
     opening->numbers = std::make_unique<SqliteMessageNumbers>(database);
-    opening->checkpoints = std::make_unique<SqliteCheckpoints>(database);
+    if (access_ == DatabaseAccess::ReadWrite) {
+        opening->checkpoints = std::make_unique<SqliteCheckpoints>(database);
+    }
     opening->begin = std::make_unique<SqliteStatement>(database, "BEGIN IMMEDIATE");
     opening->commit = std::make_unique<SqliteStatement>(database, "COMMIT");
     opening->data_version = std::make_unique<SqliteStatement>(database, "PRAGMA data_version");

@@ -53,7 +53,7 @@ public:
 private:
     /// What lives from Open to Close. Statements stand behind the database, so they go first.
     struct Session {
-        explicit Session(const std::filesystem::path& file) : database(file) { }
+        Session(const std::filesystem::path& file, DatabaseAccess access);
 
         SqliteDatabase database;
         SqliteTables tables{database};
@@ -101,6 +101,7 @@ private:
 
     std::filesystem::path file_;
     Durability durability_;
+    DatabaseAccess access_;
     const Clock& clock_;
     Catalogue catalogue_;
     std::unique_ptr<Session> session_;

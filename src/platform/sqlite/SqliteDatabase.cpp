@@ -99,12 +99,12 @@ void set_up_library()
 
 } // namespace
 
-SqliteDatabase::SqliteDatabase(const std::filesystem::path& file, IfMissing if_missing)
+SqliteDatabase::SqliteDatabase(const std::filesystem::path& file, IfMissing if_missing, Access access)
 {
     set_up_library();
     if (file == kMemory) {
         name_ = kMemory;
-        open(false);
+        open(false, access);
     } else if (file.empty()) {
         throw database_error(DatabaseError::Unspecified, "No database file is named");
     } else {
@@ -115,10 +115,10 @@ SqliteDatabase::SqliteDatabase(const std::filesystem::path& file, IfMissing if_m
         if (!there && if_missing == IfMissing::Fail) {
             throw unusable(name_, "is not there");
         }
-        open(!there);
+        open(!there, access);
         require_database();
     }
-    if (sqlite3_db_readonly(handle(), "main") == 1) {
+    if (access == Access::ReadWrite && sqlite3_db_readonly(handle(), "main") == 1) {
         throw error(SQLITE_READONLY);
     }
     sqlite3_extended_result_codes(handle(), 1);
@@ -128,12 +128,14 @@ SqliteDatabase::SqliteDatabase(const std::filesystem::path& file, IfMissing if_m
     sqlite3_db_config(handle(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
 }
 
-void SqliteDatabase::open(bool create)
+void SqliteDatabase::open(bool create, Access access)
 {
     const std::optional<ClosedToStrangers> closed(
         create ? std::make_optional<ClosedToStrangers>() : std::nullopt);
     sqlite3* handle = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+    const int flags = SQLITE_OPEN_NOMUTEX
+        | (access == Access::Read ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE)
+        | (create ? SQLITE_OPEN_CREATE : 0);
     const int code = sqlite3_open_v2(name_.c_str(), &handle, flags, nullptr);
     handle_.reset(handle); // also after a failure
     if ((code & 0xFF) == SQLITE_CANTOPEN) {

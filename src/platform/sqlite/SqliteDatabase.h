@@ -27,12 +27,17 @@ namespace qz::platform {
 class SqliteDatabase {
 public:
     enum class IfMissing : std::uint8_t { Create, Fail };
+    enum class Access : std::uint8_t {
+        ReadWrite,
+        Read, // the file stays as it is, also when it is closed as the last one
+    };
 
-    /// Opens the file for reading and writing.
+    /// Opens the file.
     /// @param file  ":memory:" is a database that lives as long as this object.
     /// @param if_missing  whether the file is made (mode 0640) when there is none.
     /// @throws EngineError when it cannot be used; what stands there is left as it is.
-    explicit SqliteDatabase(const std::filesystem::path& file, IfMissing if_missing = IfMissing::Create);
+    explicit SqliteDatabase(const std::filesystem::path& file, IfMissing if_missing = IfMissing::Create,
+        Access access = Access::ReadWrite);
 
     sqlite3* handle() const { return handle_.get(); }
     /// The file's full path, or ":memory:".
@@ -58,7 +63,7 @@ private:
     struct Closer {
         void operator()(sqlite3* handle) const;
     };
-    void open(bool create);
+    void open(bool create, Access access);
     void require_database() const;
 
     std::string name_;
