@@ -47,6 +47,7 @@ bool KeyFile::read()
 
 void KeyFile::make()
 {
+    before_making_();
     const auto key = crypto_.random_key();
     const std::string line = crypto_.to_base64url(std::string(key.begin(), key.end())) + "\n";
     file_.create(line, fs::perms::owner_read | fs::perms::owner_write);

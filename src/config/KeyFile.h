@@ -6,6 +6,7 @@
 #include "platform/AtomicFile.h"
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 
 namespace qz::config {
@@ -13,8 +14,15 @@ namespace qz::config {
 /// One line: the 32 bytes of the key as base64url. Errors name the file.
 class KeyFile : public helpers::KeySource {
 public:
-    /// @param crypto  must outlive the object.
-    KeyFile(std::filesystem::path path, helpers::Crypto& crypto) : file_(std::move(path)), crypto_(crypto) { }
+    /// @param crypto         must outlive the object.
+    /// @param before_making  called before a key is made; throws to prevent it, because a new key opens
+    /// nothing
+    ///                       of what was encoded with the one that is missing.
+    KeyFile(
+        std::filesystem::path path, helpers::Crypto& crypto, std::function<void()> before_making = [] {})
+        : file_(std::move(path)), crypto_(crypto), before_making_(std::move(before_making))
+    {
+    }
 
     KeyFile(const KeyFile&) = delete;
     KeyFile& operator=(const KeyFile&) = delete;
@@ -33,6 +41,7 @@ private:
 
     platform::AtomicFile file_;
     helpers::Crypto& crypto_;
+    std::function<void()> before_making_;
     std::optional<helpers::Crypto::Key> key_; // kept for good once it was read
 };
 

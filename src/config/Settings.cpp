@@ -76,6 +76,11 @@ std::string Settings::decoded(const SettingName& name) const
     return text == kBlank ? std::string() : std::string(text);
 }
 
+bool Settings::can_be_decoded(const SettingName& name) const
+{
+    return attempt([&] { decoded(name); });
+}
+
 template <typename Rule> std::string Settings::text_property(const char* property, Rule&& rule) const
 {
     return guarded(journal_, property, no_address, std::string(), std::forward<Rule>(rule));
@@ -306,6 +311,16 @@ std::string Settings::get_DBServerIP() const
 void Settings::set_DBServerIP(const std::string& address)
 {
     set_encoded("set_DBServerIP", kDatabaseServer, address);
+}
+
+bool Settings::knows_DBServerIP() const
+{
+    return can_be_decoded(kDatabaseServer);
+}
+
+bool Settings::knows_DBUserName() const
+{
+    return can_be_decoded(kDatabaseUser);
 }
 
 std::string Settings::get_DBUserName() const

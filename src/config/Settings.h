@@ -66,6 +66,10 @@ public:
 
     std::string get_DBServerIP() const;
     void set_DBServerIP(const std::string& address);
+    /// False when the entry is encoded and this server's key does not open it: it reads as empty then, and a
+    /// default must not be written over it.
+    bool knows_DBServerIP() const;
+    bool knows_DBUserName() const;
     std::string get_DBUserName() const;
     void set_DBUserName(const std::string& user_name);
     std::string get_DBPassword() const;
@@ -98,6 +102,7 @@ private:
     void write(const SettingName& name, std::string_view value);
     template <typename Integer> Integer number(const SettingName& name) const;
     std::string decoded(const SettingName& name) const;
+    bool can_be_decoded(const SettingName& name) const;
 
     // A whole property each, guarded under its name.
     template <typename Rule> std::string text_property(const char* property, Rule&& rule) const;

@@ -17,11 +17,18 @@ namespace {
 
 constexpr const char* kClosingText = "VELTOServer is shutting down, please reconnect in a few of minutes";
 
+std::string with_port(const std::string& address, std::uint16_t port)
+{
+    const bool is_ipv6 = address.find(':') != std::string::npos;
+    return (is_ipv6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+}
+
 } // namespace
 
 Engine::Engine(platform::Machine& machine, MainEvents& events)
     : machine_(machine), events_(events), journal(events), parser(machine.crypto()),
-      ini(machine.home() / kSettingsFile, machine.clock()), key(machine.home() / kKeyFile, machine.crypto()),
+      ini(machine.home() / kSettingsFile, machine.clock()),
+      key(machine.home() / kKeyFile, machine.crypto(), [this] { require_nothing_encoded(); }),
       cipher(machine.crypto(), key), settings(ini, cipher, journal), deployment(ini),
       line_quota(deployment, machine.clock()),
       settings_keeper(ini, deployment, machine.clock(), journal),
@@ -94,13 +101,37 @@ Engine::~Engine()
     journal.tell_unwritten(line_quota.end_all());
     settings_keeper.finish();
     attempt([&] {
-        journal.Log(
-            "Service is now closing " + get_ServerIP() + ":" + std::to_string(settings.get_ListeningPort()),
+        journal.Log("Service is now closing " + with_port(listening_address(), settings.get_ListeningPort()),
             protocol_keywords().HostName, ready_address());
     });
     database.ClosedbConnection();
     machine_.loop().remove_listener(on_line_info);
     machine_.loop().remove_listener(database);
+}
+
+/// What is encoded already needs the key that it was encoded with: beside a new one it would be lost.
+/// Accounts of the embedded database that cannot be read count as encoded; those of a server may not have
+/// tables yet.
+void Engine::require_nothing_encoded()
+{
+    const auto entries = ini.entries();
+    const bool embedded = deployment.provider() == platform::Provider::Embedded;
+    bool encoded = std::any_of(entries.begin(), entries.end(), [](const config::IniEntry& entry) {
+        return entry.value.starts_with(helpers::SettingsCipher::Marker);
+    });
+    if (database.connection().State() == platform::ConnectionState::Open) {
+        const bool read = attempt([&] { encoded = encoded || database.an_encoded_password(); });
+        encoded = encoded || (embedded && !read);
+    } else if (embedded) {
+        std::error_code ignored;
+        encoded = encoded || std::filesystem::exists(machine_.home() / kDatabaseFile, ignored);
+    }
+    if (encoded) {
+        throw runtime_error(RuntimeError::FileAccess,
+            key.path().string()
+                + ": the key file is missing, and there are settings or passwords that were encoded with it; "
+                  "put it back from a backup");
+    }
 }
 
 void Engine::Server_Start()
@@ -201,8 +232,7 @@ void Engine::announce_ready()
 {
     status = ServerStatus::Started;
     if (!ready_) {
-        journal.Log(
-            "Service is now ready on " + get_ServerIP() + ":" + std::to_string(settings.get_ListeningPort()),
+        journal.Log("Service is now ready on " + with_port(listening_address(), settings.get_ListeningPort()),
             protocol_keywords().HostName, ready_address());
     }
     if (!ready_) {
@@ -283,6 +313,12 @@ std::string Engine::get_ServerIP()
         auto stated = deployment.local_address();
         return stated.empty() ? server_socket().local_address() : stated;
     });
+}
+
+std::string Engine::listening_address()
+{
+    auto address = deployment.listen_address();
+    return address.empty() || address == "0.0.0.0" || address == "::" ? get_ServerIP() : address;
 }
 
 platform::ServerSocket& Engine::server_socket()

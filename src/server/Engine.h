@@ -95,6 +95,8 @@ public:
     void Server_End();
     void set_ListeningPort(std::uint16_t port);
     std::string get_ServerIP();
+    /// An address on which the listening socket is reached.
+    std::string listening_address();
     std::string server_time() const { return machine_.clock().now().text(); }
 
 private:
@@ -186,6 +188,7 @@ private:
     void open_listening_socket();
     void announce_ready();
     std::string ready_address() const;
+    void require_nothing_encoded();
     std::unique_ptr<platform::Connection> create_connection() const;
     platform::ServerSocket& server_socket();
 

@@ -60,6 +60,11 @@ DateTime Main::get_StarTime() const
     return engine_->start_time;
 }
 
+std::string Main::listening_address()
+{
+    return engine_->listening_address();
+}
+
 Figures Main::figures()
 {
     return engine_->figures.read();

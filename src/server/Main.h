@@ -67,8 +67,11 @@ public:
     /// "Connection OK", or three lines for the administrator, which show the database password.
     std::string ConnectionTest();
 
-    /// For hosts in this process; not a member of the interface.
+    // For hosts in this process; not members of the interface.
     Figures figures();
+    /// An address on which clients reach the listening port: ListenAddress where it names one, else
+    /// get_ServerIP.
+    std::string listening_address();
 
     // Remote commands: rows of the table `command`, carried out by a later tick.
     void set_ServerCommand(const std::string& command_to_send, const std::string& parameters);

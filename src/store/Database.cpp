@@ -6,19 +6,19 @@
 #include "store/CarefulConnection.h"
 #include "store/Statements.h"
 
+#include <limits>
+
 namespace qz::store {
 
 namespace {
 
-/// The setting's value; when it is empty, the default, which is then stored through `set`.
-std::string setting_or(
-    std::string value, const std::string& fallback, const std::function<void(const std::string&)>& set)
+constexpr const char* kDefaultUser = "sa";
+constexpr const char* kDefaultServer = "127.0.0.1";
+constexpr const char* kDefaultSource = "VELTO";
+
+std::string value_or(std::string value, const char* fallback)
 {
-    if (value.empty()) {
-        set(fallback);
-        return fallback;
-    }
-    return value;
+    return value.empty() ? std::string(fallback) : value;
 }
 
 /// A connection-string value; braces keep a password with a separator in one piece.
@@ -41,13 +41,25 @@ Database::Database(ConnectionFactory create_connection, config::Settings& settin
 
 void Database::LoadDatabaseSettings()
 {
-    user_name_ = setting_or(
-        settings_.get_DBUserName(), "sa", [&](const auto& text) { settings_.set_DBUserName(text); });
+    user_name_ = value_or(settings_.get_DBUserName(), kDefaultUser);
     password_ = settings_.get_DBPassword();
-    server_ip_ = setting_or(
-        settings_.get_DBServerIP(), "127.0.0.1", [&](const auto& text) { settings_.set_DBServerIP(text); });
-    odbc_name_ =
-        setting_or(settings_.get_DBODBC(), "VELTO", [&](const auto& text) { settings_.set_DBODBC(text); });
+    server_ip_ = value_or(settings_.get_DBServerIP(), kDefaultServer);
+    odbc_name_ = value_or(settings_.get_DBODBC(), kDefaultSource);
+}
+
+/// After the database was opened: the first encoded text makes the key, which must not happen where the
+/// accounts of this database are encoded with one that is missing.
+void Database::store_defaults()
+{
+    if (settings_.knows_DBUserName() && settings_.get_DBUserName().empty()) {
+        settings_.set_DBUserName(kDefaultUser);
+    }
+    if (settings_.knows_DBServerIP() && settings_.get_DBServerIP().empty()) {
+        settings_.set_DBServerIP(kDefaultServer);
+    }
+    if (settings_.get_DBODBC().empty()) {
+        settings_.set_DBODBC(kDefaultSource);
+    }
 }
 
 void Database::BuildConnectionString()
@@ -59,7 +71,32 @@ void Database::BuildConnectionString()
             connection_ = make_connection();
             OpendbConnection();
         }
+        store_defaults();
     });
+}
+
+std::optional<std::string> Database::an_encoded_password()
+{
+    constexpr std::size_t kPage = 500;
+    auto& tables = connection().maintenance();
+    std::int64_t after = std::numeric_limits<std::int64_t>::min();
+    for (;;) {
+        const auto page = tables.read_rows(tables::kUsers, after, kPage);
+        for (const auto& row : page.rows) {
+            for (std::size_t i = 0; i < row.size(); ++i) {
+                if (equal_ignoring_case(page.columns[i], "Password")
+                    && row[i].text().starts_with(helpers::SettingsCipher::Marker)) {
+                    return row[i].text();
+                }
+                if (equal_ignoring_case(page.columns[i], tables::kUsers.key)) {
+                    after = static_cast<std::int64_t>(row[i].number());
+                }
+            }
+        }
+        if (page.rows.size() < kPage) {
+            return std::nullopt;
+        }
+    }
 }
 
 /// The server's address stands unbraced: "127.0.0.1;Port=5432" names another port.

@@ -12,6 +12,7 @@
 #include <functional>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -40,10 +41,14 @@ public:
     Database(ConnectionFactory create_connection, config::Settings& settings,
         const config::Deployment& deployment, Journal& journal);
 
-    /// Reads the four database settings and stores the default of each that is empty.
+    /// Reads the four database settings; the default holds for each that is empty.
     void LoadDatabaseSettings();
-    /// Makes the connection string anew, and opens the connection if it is closed.
+    /// Makes the connection string anew, and opens the connection if it is closed. Stores the default of each
+    /// setting that is empty, but not over one that this server's key does not open.
     void BuildConnectionString();
+    /// The password of some account that is stored encoded; nothing when there is none.
+    /// @throws EngineError when the accounts cannot be read.
+    std::optional<std::string> an_encoded_password();
     /// Opens the connection and logs whether a probe query works. Errors are logged and reported under
     /// "opendbConnection: ".
     void OpendbConnection();
@@ -78,6 +83,7 @@ public:
     void turn_ended() override;
 
 private:
+    void store_defaults();
     std::unique_ptr<platform::Connection> make_connection();
     bool store_turn();
     std::string connection_string(const std::string& password) const;
