@@ -129,12 +129,13 @@ void run_backup(const Home& home, const BackupOptions& options)
     const fs::path target = fs::absolute(options.file);
     require_elsewhere(home, target);
     require_free(options);
-    const bool embedded = HomeSettings(home).deployment.provider() == qz::platform::Provider::Embedded;
+    const bool embedded =
+        HomeSettings(home, Access::Read).deployment.provider() == qz::platform::Provider::Embedded;
     const Interruption interruption;
     PassingFile file(target);
     Archive archive(file.descriptor(), target.string());
     add_small(archive, home.settings_file());
-    add_small(archive, home.folder() / qz::server::kKeyFile);
+    add_small(archive, home.key_file());
     if (embedded) {
         add_database(archive, home, target);
     }

@@ -1,15 +1,16 @@
 #include "CheckCommand.h"
 
-#include "Findings.h"
+#include "FileLimit.h"
 #include "HomeLock.h"
 #include "HomeStore.h"
 #include "base/EngineError.h"
+#include "base/Guarded.h"
 #include "base/Text.h"
 #include "server/HomeFiles.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
-#include <sys/resource.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -28,23 +29,75 @@ const qz::config::SettingRow& row_of(std::string_view section, std::string_view 
     return *qz::config::find_setting(section, key);
 }
 
+bool is_there(const fs::path& file)
+{
+    std::error_code ignored;
+    return fs::exists(file, ignored);
+}
+
+/// What the entry says; nothing when it cannot be decoded.
+std::optional<std::string> plain_value(HomeSettings& home, const qz::config::SettingRow& row)
+{
+    auto value = home.ini.ReadIniValue(row.section, row.key);
+    if (!row.encoded) {
+        return value;
+    }
+    std::optional<std::string> plain;
+    qz::attempt([&] { plain = home.cipher.Decode(value); });
+    return plain;
+}
+
+/// A key that opens none of the enciphered settings is the wrong one; where it opens some, the others are.
+bool has_right_key(HomeSettings& home)
+{
+    int opened = 0;
+    int closed = 0;
+    for (const auto& row : qz::config::setting_table()) {
+        const auto value = home.ini.ReadIniValue(row.section, row.key);
+        if (row.encoded && value.starts_with(qz::helpers::SettingsCipher::Marker)) {
+            ++(plain_value(home, row) ? opened : closed);
+        }
+    }
+    return closed == 0 || opened > 0;
+}
+
+void check_key(HomeSettings& home, Findings& findings)
+{
+    const auto& file = home.key.path();
+    if (!is_there(file)) {
+        findings.add(kError, file,
+            "the key is missing: stored passwords and enciphered settings cannot be read without it; put it "
+            "back from a backup");
+    } else if (access(file.c_str(), R_OK) != 0) {
+        findings.add(kError, file,
+            "cannot be read by this user, and without it no secret can; give it to the user who runs the "
+            "server");
+    } else if (!has_right_key(home)) {
+        findings.add(kError, file,
+            "the enciphered settings were not encoded with this key; put the right one back from a backup");
+    }
+    if (home.key.is_readable_by_others()) {
+        findings.add(kWarning, file,
+            "others on this machine can read the key, and with it every stored password; chmod 600 it");
+    }
+}
+
 void check_values(HomeSettings& home, Findings& findings)
 {
+    const bool right_key = is_there(home.key.path()) && has_right_key(home);
     for (const auto& row : qz::config::setting_table()) {
-        auto value = home.ini.ReadIniValue(row.section, row.key);
-        if (row.encoded && !value.empty()) {
-            try {
-                value = home.cipher.Decode(value);
-            } catch (const qz::EngineError& error) {
-                findings.add(
-                    kError, row, error.description() + "; write it anew with: velto-server config set");
-                continue;
+        const auto value = plain_value(home, row);
+        if (!value) {
+            if (right_key) { // else it is said once, of the key
+                findings.add(kError, row,
+                    "was not encoded with this server's key; write it anew with: velto-server config set");
             }
+            continue;
         }
-        if (const auto complaint = qz::config::complaint_about(row, value)) {
+        if (const auto complaint = qz::config::complaint_about(row, *value)) {
             findings.add(kError, row, *complaint);
         }
-        if (!row.served && !value.empty()) {
+        if (!row.served && !value->empty()) {
             findings.add(kWarning, row, "this server knows the setting but does not act on it yet");
         }
     }
@@ -76,16 +129,7 @@ void check_permissions(Findings& findings, const fs::path& file, fs::perms too_m
 
 void check_files(HomeSettings& home, const Home& place, Findings& findings)
 {
-    if (home.key.is_readable_by_others()) {
-        findings.add(kWarning, home.key.path(),
-            "others on this machine can read the key, and with it every stored password; chmod 600 it");
-    }
-    std::error_code error;
-    if (fs::exists(home.key.path(), error) && access(home.key.path().c_str(), R_OK) != 0) {
-        findings.add(kError, home.key.path(),
-            "cannot be read by this user, and without it no secret can; give it to the user who runs the "
-            "server");
-    }
+    check_key(home, findings);
     check_permissions(findings, place.settings_file(), fs::perms::others_read | fs::perms::others_write,
         "others on this machine can read the administrator's password in it; chmod 640 it");
     check_permissions(findings, place.folder() / qz::server::kDatabaseFile,
@@ -93,6 +137,11 @@ void check_files(HomeSettings& home, const Home& place, Findings& findings)
         "others on this machine can read every account and message; chmod 640 it");
     check_permissions(findings, place.folder(), fs::perms::others_write,
         "others on this machine can replace every file in it; chmod o-w it");
+    check_permissions(findings, place.folder(), fs::perms::others_read,
+        "others on this machine can lock it, and so delay what is written into the settings file; chmod "
+        "o-rwx "
+        "it");
+    std::error_code error;
     const auto space = fs::space(place.folder(), error);
     if (!error && space.available < kLittleSpace) {
         findings.add(kWarning, place.folder(),
@@ -153,13 +202,12 @@ void check_ports_differ(HomeSettings& home, Findings& findings)
 /// Every connection is an open file.
 void check_limits(HomeSettings& home, Findings& findings)
 {
-    const auto wanted = home.deployment.max_connections();
-    rlimit limit{};
-    if (wanted && getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_max < static_cast<rlim_t>(*wanted)) {
+    const auto files = files_for(home.deployment.max_connections());
+    if (const auto limit = raise_file_limit(files)) {
         findings.add(kWarning, row_of("Transport", "MaxConnections"),
-            "this user's processes may have only " + std::to_string(limit.rlim_max)
-                + " open files; raise the limit (ulimit -n, LimitNOFILE= of the service), or lower the "
-                  "setting");
+            std::to_string(files) + " open files are needed, but this process may have only "
+                + std::to_string(*limit)
+                + "; raise its limit (ulimit -n, LimitNOFILE= of the service), or lower the setting");
     }
 }
 
@@ -187,46 +235,100 @@ void check_rooms(HomeDirectory& store, const fs::path& where, Findings& findings
     }
 }
 
+/// One password stands for all: they are encoded with the same key.
+void check_secrets(HomeStore& store, Findings& findings)
+{
+    const auto password = store.database.an_encoded_password();
+    if (!password) {
+        return;
+    }
+    try {
+        store.cipher.Decode(*password);
+    } catch (const qz::EngineError&) {
+        findings.add(kError, store.key.path(),
+            "the stored passwords were not encoded with this key, so nobody can log on; put the right one "
+            "back from a backup");
+    }
+}
+
+void check_schema(HomeStore& store, Findings& findings, const fs::path& where)
+{
+    auto& tables = store.database.connection().maintenance();
+    const auto version = tables.schema_version();
+    if (version < tables.current_schema_version()) {
+        findings.add(kWarning, where,
+            "the database has schema version " + std::to_string(version) + "; a start brings it to "
+                + std::to_string(tables.current_schema_version())
+                + ", which older programs refuse: take a backup before");
+    }
+}
+
+void look_over(HomeSettings& settings, const Home& home, Findings& findings)
+{
+    check_values(settings, findings);
+    check_administrator(settings, findings);
+    check_files(settings, home, findings);
+    check_readable(settings, findings, "TLSCertificate");
+    check_readable(settings, findings, "TLSKey");
+    check_ports_differ(settings, findings);
+    check_limits(settings, findings);
+}
+
 void check_database(HomeSettings& home, const Home& place, Findings& findings)
 {
     const auto file = place.folder() / qz::server::kDatabaseFile;
-    std::error_code error;
     const bool embedded = home.deployment.provider() == qz::platform::Provider::Embedded;
-    if (embedded && !fs::exists(file, error)) {
+    if (embedded && !is_there(file)) {
         findings.add(kWarning, file,
             "there is no database; a start makes an empty one. Is a backup to be restored first?");
         return;
     }
     const auto where = embedded ? file : place.folder();
     try {
-        HomeDirectory store(place);
+        HomeDirectory store(place, Access::Read);
         if (store.database.ConnectionTest() != qz::store::Database::get_ConnectionOK()) {
             findings.add(kError, where, "the database does not answer");
             return;
         }
         check_accounts(store, findings);
         check_rooms(store, where, findings);
+        check_secrets(store, findings);
+        check_schema(store, findings, where);
     } catch (const CommandError& failure) {
         findings.add(kError, where, failure.what());
+    } catch (const qz::EngineError& failure) {
+        findings.add(kError, where, failure.description());
     }
 }
 
 } // namespace
 
+Findings look_over(const Home& home)
+{
+    Findings findings(home);
+    HomeSettings settings(home, Access::Read);
+    look_over(settings, home, findings);
+    const bool has_database = settings.deployment.provider() != qz::platform::Provider::Embedded
+        || is_there(home.folder() / qz::server::kDatabaseFile);
+    if (is_there(home.key_file()) && has_right_key(settings) && has_database) {
+        qz::attempt([&] { // a database that is away is another matter
+            HomeStore store(home, Access::Read);
+            check_secrets(store, findings);
+        });
+    }
+    return findings;
+}
+
 Exit run_check(const Home& home, bool json)
 {
     home.require_initialised();
     Findings findings(home);
-    HomeSettings settings(home);
-    check_values(settings, findings);
-    check_administrator(settings, findings);
-    check_files(settings, home, findings);
-    check_readable(settings, findings, "TLSCertificate");
-    check_readable(settings, findings, "TLSKey");
+    HomeSettings settings(home, Access::Read);
+    look_over(settings, home, findings);
     check_port(settings, home, findings);
-    check_ports_differ(settings, findings);
-    check_limits(settings, findings);
-    check_database(settings, home, findings);
+    if (is_there(home.key_file()) && has_right_key(settings)) {
+        check_database(settings, home, findings);
+    }
     return findings.conclude(json);
 }
 

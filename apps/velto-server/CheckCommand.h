@@ -1,6 +1,7 @@
 // velto-server check: looks a home over before something goes wrong.
 #pragma once
 
+#include "Findings.h"
 #include "Home.h"
 #include "common/Exit.h"
 
@@ -10,5 +11,9 @@ namespace velto {
 /// @return Exit::Configuration when something must be mended before the server can run as meant; doubtful
 /// things alone are warnings.
 Exit run_check(const Home& home, bool json);
+
+/// What a start needs to know: all but the port and the state of the database, which may be right a moment
+/// later. Raises the process's limit of open files, and changes nothing else.
+Findings look_over(const Home& home);
 
 } // namespace velto

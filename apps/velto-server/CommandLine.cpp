@@ -133,9 +133,18 @@ CLI::App* CommandLine::named_command(CLI::App& parent, const std::string& name,
     return sub;
 }
 
+/// An empty name would mean the current folder: an unset variable of a script, not what somebody wants.
+CLI::Validator CommandLine::is_named()
+{
+    return {[](const std::string& folder) {
+                return folder.empty() ? std::string("the name of the folder is empty") : std::string();
+            },
+        ""};
+}
+
 void CommandLine::add_home(CLI::App& app)
 {
-    app.add_option("--home", home_, "Home folder of the server")->type_name("DIR");
+    app.add_option("--home", home_, "Home folder of the server")->type_name("DIR")->check(is_named());
 }
 
 void CommandLine::add_json(CLI::App& app)

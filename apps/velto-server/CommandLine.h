@@ -40,6 +40,7 @@ private:
     /// The same for one that is about one account.
     CLI::App* named_command(CLI::App& parent, const std::string& name, const std::string& description,
         const std::string& examples, Work work);
+    static CLI::Validator is_named();
     void add_home(CLI::App& app);
     void add_json(CLI::App& app);
     void add_list_form(CLI::App& app);

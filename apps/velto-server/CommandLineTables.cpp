@@ -134,8 +134,14 @@ Examples:
 Examples:
   velto-server db copy --from /srv/velto --to /srv/velto-postgresql)",
         [this] { run_db_copy(copy_); });
-    copy->add_option("--from", copy_.from, "Home whose rows are copied")->required()->type_name("DIR");
-    copy->add_option("--to", copy_.to, "Home that gets them")->required()->type_name("DIR");
+    copy->add_option("--from", copy_.from, "Home whose rows are copied")
+        ->required()
+        ->type_name("DIR")
+        ->check(is_named());
+    copy->add_option("--to", copy_.to, "Home that gets them")
+        ->required()
+        ->type_name("DIR")
+        ->check(is_named());
     copy->add_flag("--replace", copy_.replace, "Delete first what the target holds");
 }
 

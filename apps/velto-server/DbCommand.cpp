@@ -50,7 +50,7 @@ void run_db_init(const Home& home)
 Exit run_db_status(const Home& home, bool json)
 {
     home.require_initialised();
-    HomeStore store(home);
+    HomeStore store(home, Access::Read);
     auto& connection = store.database.connection();
     const auto version = connection.maintenance().schema_version();
     const auto current = connection.maintenance().current_schema_version();

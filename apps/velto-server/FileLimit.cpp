@@ -5,6 +5,23 @@
 
 namespace velto {
 
+namespace {
+
+constexpr std::uint64_t kOwnPoolSockets = 757; // to which the pool grows by itself
+constexpr std::uint64_t kOtherFiles = 100; // database, mails, listening sockets, connections that are closing
+
+} // namespace
+
+std::uint64_t files_for(std::optional<std::int16_t> max_connections)
+{
+    return (max_connections ? static_cast<std::uint64_t>(*max_connections) : kOwnPoolSockets) + kOtherFiles;
+}
+
+std::uint64_t connections_with(std::uint64_t files)
+{
+    return files > kOtherFiles ? files - kOtherFiles : 1;
+}
+
 std::optional<std::uint64_t> raise_file_limit(std::uint64_t wanted)
 {
     rlimit limit{};

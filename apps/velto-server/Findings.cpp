@@ -40,12 +40,23 @@ std::size_t Findings::count(Weight weight) const
         [&](const Finding& finding) { return finding.weight == weight; }));
 }
 
+std::string Findings::line(const Finding& finding)
+{
+    const auto entry = finding.section.empty() ? "" : " [" + finding.section + "] " + finding.key;
+    return finding.file + entry + ": " + finding.text;
+}
+
+void Findings::write_to(HostLog& log) const
+{
+    for (const auto& finding : findings_) {
+        log.write(finding.weight == Weight::Error ? LogLevel::Error : LogLevel::Warning, line(finding));
+    }
+}
+
 void Findings::print() const
 {
     for (const auto& finding : findings_) {
-        const auto entry = finding.section.empty() ? "" : " [" + finding.section + "] " + finding.key;
-        std::cout << word_of(finding.weight) << ": " << qz::printable(finding.file + entry) << ": "
-                  << qz::printable(finding.text) << "\n";
+        std::cout << word_of(finding.weight) << ": " << qz::printable(line(finding)) << "\n";
     }
     const auto errors = count(Weight::Error);
     const auto warnings = count(Weight::Warning);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Home.h"
+#include "HostLog.h"
 #include "common/Exit.h"
 #include "config/SettingTable.h"
 
@@ -27,6 +28,9 @@ public:
     /// Prints them, one a line or as a JSON object.
     /// @return Exit::Configuration when there is an error among them.
     Exit conclude(bool json) const;
+    /// Writes each as a line of the log.
+    void write_to(HostLog& log) const;
+    std::size_t count(Weight weight) const;
 
 private:
     struct Finding {
@@ -38,7 +42,7 @@ private:
     };
     void print() const;
     void print_as_json() const;
-    std::size_t count(Weight weight) const;
+    static std::string line(const Finding& finding);
 
     const Home& home_;
     std::vector<Finding> findings_;

@@ -72,9 +72,33 @@ void Home::require_initialised() const
             "there is no settings file " + settings_file().string() + "\nMake one with: " + init_command());
     }
     try {
-        qz::config::IniFile(settings_file()).require_readable();
+        const qz::config::IniFile settings(settings_file());
+        settings.require_readable();
+        if (settings.entries().empty()) {
+            throw CommandError(Exit::Configuration,
+                "the settings file " + settings_file().string()
+                    + " holds no settings\nPut it back from a backup; for a home that begins anew move it "
+                      "away, "
+                      "then: "
+                    + init_command());
+        }
     } catch (const qz::EngineError& error) {
         throw CommandError(Exit::Configuration, error.description());
+    }
+}
+
+void Home::require_key() const
+{
+    std::error_code ignored;
+    if (!fs::exists(key_file(), ignored)) {
+        throw CommandError(Exit::Configuration,
+            "the key file " + key_file().string()
+                + " is missing: stored passwords and enciphered settings cannot be read without it\nPut it "
+                  "back "
+                  "from a backup. For a home that begins anew, without accounts, move the settings file "
+                  "away, "
+                  "then: "
+                + init_command());
     }
 }
 

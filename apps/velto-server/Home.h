@@ -15,6 +15,7 @@ public:
 
     const std::filesystem::path& folder() const { return folder_; }
     std::filesystem::path settings_file() const { return folder_ / qz::server::kSettingsFile; }
+    std::filesystem::path key_file() const { return folder_ / qz::server::kKeyFile; }
     bool is_initialised() const;
 
     /// The command that makes this home, for messages.
@@ -24,8 +25,10 @@ public:
     void require_present() const;
     /// @throws CommandError 78 also when it cannot be written.
     void require_folder() const;
-    /// @throws CommandError 78 also when the settings file is missing or cannot be read.
+    /// @throws CommandError 78 also when the settings file is missing, empty, or cannot be read.
     void require_initialised() const;
+    /// @throws CommandError 78 when there is no key: only init makes one.
+    void require_key() const;
 
 private:
     std::filesystem::path folder_;

@@ -26,23 +26,26 @@ void CommandJournal::require_success() const
     }
 }
 
-HomeSettings::HomeSettings(const Home& home)
-    : machine(home.folder()), ini(home.settings_file()),
-      key(home.folder() / qz::server::kKeyFile, machine.crypto()), cipher(machine.crypto(), key),
+HomeSettings::HomeSettings(const Home& home, Access access)
+    : machine(home.folder()), ini(home.settings_file(), access),
+      key(home.key_file(), machine.crypto(), [&home] { home.require_key(); }), cipher(machine.crypto(), key),
       settings(ini, cipher, journal), deployment(ini)
 {
 }
 
-HomeStore::HomeStore(const Home& home)
-    : HomeSettings(home), parser(machine.crypto()),
+HomeStore::HomeStore(const Home& home, Access access)
+    : HomeSettings(home, access), parser(machine.crypto()),
       database(
-          [this] {
+          [this, access] {
+              using qz::platform::DatabaseAccess;
               return machine.create_connection({deployment.provider(), deployment.durability(),
-                  machine.home() / qz::server::kDatabaseFile, qz::store::all_statements()});
+                  machine.home() / qz::server::kDatabaseFile, qz::store::all_statements(),
+                  access == Access::Read ? DatabaseAccess::Read : DatabaseAccess::ReadWrite});
           },
           settings, deployment, journal),
       log(database, settings, parser, journal)
 {
+    home.require_key();
     database.BuildConnectionString();
     journal.require_success();
 }
@@ -53,7 +56,7 @@ void HomeStore::commit()
     journal.require_success();
 }
 
-HomeDirectory::HomeDirectory(const Home& home) : HomeStore(home)
+HomeDirectory::HomeDirectory(const Home& home, Access access) : HomeStore(home, access)
 {
     directory.SetUsers();
     directory.SetRooms();

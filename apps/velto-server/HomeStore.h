@@ -41,8 +41,12 @@ private:
     std::optional<std::string> failure_;
 };
 
+/// Read: the command changes nothing in the home, whatever it calls.
+using Access = qz::config::IniFile::Access;
+
 struct HomeSettings {
-    explicit HomeSettings(const Home& home);
+    /// Never makes a key.
+    explicit HomeSettings(const Home& home, Access access = Access::ReadWrite);
 
     qz::platform::AsioMachine machine;
     CommandJournal journal;
@@ -54,9 +58,10 @@ struct HomeSettings {
 };
 
 struct HomeStore : HomeSettings {
-    /// Opens the database, which makes it when it is not there yet.
-    /// @throws CommandError 1 when it cannot be opened.
-    explicit HomeStore(const Home& home);
+    /// Opens the database. ReadWrite makes it when it is not there yet, and brings it to this program's
+    /// schema.
+    /// @throws CommandError 78 when there is no key, 1 when the database cannot be opened.
+    explicit HomeStore(const Home& home, Access access = Access::ReadWrite);
 
     /// Makes what the command changed last: without it the changes go with the connection.
     /// @throws CommandError 1 when that fails, or a room reported a failure before.
@@ -69,7 +74,7 @@ struct HomeStore : HomeSettings {
 
 struct HomeDirectory : HomeStore {
     /// Loads the accounts and the rooms.
-    explicit HomeDirectory(const Home& home);
+    explicit HomeDirectory(const Home& home, Access access = Access::ReadWrite);
 
     qz::store::Counters counters{database, journal};
     qz::store::Directory directory{database, counters, journal};

@@ -1,8 +1,10 @@
 #include "InitCommand.h"
 
+#include "FileLimit.h"
 #include "HomeStore.h"
 #include "common/Exit.h"
 #include "config/SettingTable.h"
+#include "platform/sodium/SodiumCrypto.h"
 
 #include <array>
 #include <iostream>
@@ -15,7 +17,12 @@ namespace {
 void make_folder(const Home& home)
 {
     std::error_code error;
-    std::filesystem::create_directories(home.folder(), error);
+    const bool made = std::filesystem::create_directories(home.folder(), error);
+    if (made) {
+        using std::filesystem::perms;
+        std::filesystem::permissions(
+            home.folder(), perms::owner_all | perms::group_read | perms::group_exec, error);
+    }
     if (error) {
         throw CommandError(Exit::Configuration,
             "the home folder " + home.folder().string() + " cannot be made: " + error.message()
@@ -30,12 +37,35 @@ void make_folder(const Home& home)
     }
 }
 
+/// Before anything else, so that a home without a key is never one that was made here.
+void make_key(const Home& home)
+{
+    qz::platform::SodiumCrypto crypto;
+    qz::config::KeyFile(home.key_file(), crypto).key();
+}
+
+/// As many as the table says, or as many as this machine lets a process have.
+std::string max_connections(std::string_view wanted)
+{
+    const auto row = qz::config::find_setting("Transport", "MaxConnections");
+    const auto number = static_cast<std::int16_t>(qz::config::integer_value(*row, wanted).value_or(0));
+    const auto limit = raise_file_limit(files_for(number));
+    if (!limit) {
+        return std::string(wanted);
+    }
+    const auto possible = std::to_string(connections_with(*limit));
+    std::cout << "[Transport] MaxConnections is " << possible << ": a process of this user may have only "
+              << *limit << " open files (ulimit -n)\n";
+    return possible;
+}
+
 void write_settings(HomeSettings& settings)
 {
     const bool written = settings.ini.edit([](qz::config::IniDocument& document) {
         for (const auto& row : qz::config::setting_table()) {
             if (row.served && !row.init.empty()) {
-                document.write(row.section, row.key, row.init);
+                document.write(row.section, row.key,
+                    row.key == "MaxConnections" ? max_connections(row.init) : std::string(row.init));
             }
         }
     });
@@ -80,6 +110,7 @@ void add_demo_accounts(HomeDirectory& store)
 void run_init(const Home& home, const InitOptions& options)
 {
     make_folder(home);
+    make_key(home);
     {
         HomeSettings settings(home);
         write_settings(settings);

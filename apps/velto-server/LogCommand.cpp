@@ -12,7 +12,7 @@ namespace velto {
 void run_log(const Home& home, const LogOptions& options)
 {
     home.require_initialised();
-    HomeStore store(home);
+    HomeStore store(home, Access::Read);
     auto lines = store.log.get_Log_web(options.lines);
     store.journal.require_success();
     if (lines.size() == 1 && lines.front().empty()) {

@@ -42,7 +42,7 @@ const RoomRecord* find_room(const HomeDirectory& home, const std::string& name)
 void run_room_list(const Home& home, ListForm form)
 {
     home.require_initialised();
-    const HomeDirectory store(home);
+    const HomeDirectory store(home, Access::Read);
     auto all = nlohmann::ordered_json::array();
     for (const auto& room : store.directory.rooms()) {
         if (room.RoomName.empty()) {

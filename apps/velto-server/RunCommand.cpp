@@ -1,6 +1,6 @@
 #include "RunCommand.h"
 
-#include "FileLimit.h"
+#include "CheckCommand.h"
 #include "HomeLock.h"
 #include "HomeStore.h"
 #include "HostEvents.h"
@@ -21,21 +21,18 @@ namespace {
 
 /// Time for a graceful end, from the first signal on. The shutdown waits for two ticks at most.
 constexpr std::chrono::seconds kTimeToEnd(10);
-constexpr std::uint64_t kOwnPoolSockets = 757; // to which the pool grows by itself
-constexpr std::uint64_t kOtherFiles = 100; // database, mails, listening sockets, connections that are closing
 
-/// Says in one line what is wrong with the database, before the engine says it in many. The home's settings
-/// are at hand then.
-void prepare(const Home& home, HostLog& log)
+/// A setting that was meant otherwise must not start a server with its safeguards off.
+void require_sound(const Home& home, HostLog& log)
 {
-    const HomeStore store(home);
-    const auto wanted = store.deployment.max_connections();
-    const auto files = (wanted ? static_cast<std::uint64_t>(*wanted) : kOwnPoolSockets) + kOtherFiles;
-    if (const auto limit = raise_file_limit(files)) {
-        log.write(LogLevel::Warning,
-            home.settings_file().string() + " [Transport] MaxConnections: " + std::to_string(files)
-                + " open files are needed, but this process may have only " + std::to_string(*limit)
-                + "; raise its limit (ulimit -n, LimitNOFILE= of the service), or lower the setting");
+    const auto findings = look_over(home);
+    findings.write_to(log);
+    if (const auto errors = findings.count(Findings::Weight::Error); errors > 0) {
+        throw CommandError(Exit::Configuration,
+            "the server was not started: " + std::to_string(errors) + (errors == 1 ? " error" : " errors")
+                + " must be mended first, see the lines above\nLook the home over with: velto-server check "
+                  "--home "
+                + home.folder().string());
     }
 }
 
@@ -150,10 +147,15 @@ private:
 Exit run_server(const Home& home, const RunOptions& options)
 {
     home.require_initialised();
+    home.require_key();
     SignalWatcher::hold_back(); // before the database or the mails have threads of their own
-    const HomeLock lock(home);
     HostLog log(options.log_format.value_or(natural_log_format()));
-    prepare(home, log);
+    require_sound(home, log);
+    const HomeLock lock(home);
+    {
+        // Says in one line what is wrong with the database, before the engine says it in many.
+        const HomeStore store(home);
+    }
     std::signal(SIGPIPE, SIG_IGN); // a reader of our output that goes away must not end the server
     return ServerRun(home, options, log).run();
 }

@@ -15,7 +15,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kWordsWidth = 20;
-constexpr std::int64_t kSilence = 30; // seconds; a sign comes at least every ten
+// Seconds. A sign comes at least every five, but a database may hold the server up for ten.
+constexpr std::int64_t kSilence = 15;
 
 void print_line(std::string_view words, const std::string& value)
 {
@@ -35,7 +36,10 @@ void print_status(const StatusFile::Content& status)
 {
     print_line("running", "process " + text_of(status.object, "process"));
     print_line("since", text_of(status.object, "since"));
-    print_line("address", text_of(status.object, "address") + ":" + text_of(status.object, "port"));
+    const auto address = text_of(status.object, "address");
+    print_line("address",
+        (address.find(':') == std::string::npos ? address : "[" + address + "]") + ":"
+            + text_of(status.object, "port"));
     for (const auto& row : qz::server::kFigureRows) {
         print_line(row.words, text_of(status.object, std::string(row.name)));
     }
@@ -81,15 +85,16 @@ Exit run_status(const Home& home, bool json)
     if (!status) {
         return tell_starting(*process, json);
     }
-    if (!json) {
+    const bool responds = status->age <= kSilence;
+    if (json) {
+        Json answer = {{"running", true}, {"ready", true}, {"responds", responds}};
+        answer.update(status->object);
+        answer["seconds_since_sign"] = status->age;
+        print_json(answer);
+    } else {
         print_status(*status);
-        return Exit::Done;
     }
-    Json answer = {{"running", true}, {"ready", true}};
-    answer.update(status->object);
-    answer["seconds_since_sign"] = status->age;
-    print_json(answer);
-    return Exit::Done;
+    return responds ? Exit::Done : Exit::NoServer;
 }
 
 } // namespace velto

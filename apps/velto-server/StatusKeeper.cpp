@@ -11,7 +11,7 @@ namespace velto {
 
 namespace {
 
-constexpr int kSecondsBetweenSigns = 10;
+constexpr int kSecondsBetweenSigns = 5;
 
 } // namespace
 
@@ -29,7 +29,7 @@ StatusKeeper::~StatusKeeper()
 
 void StatusKeeper::start()
 {
-    identity_ = {getpid(), main_.get_StarTime().text(), main_.get_ServerIP(), main_.get_ListeningPort(),
+    identity_ = {getpid(), main_.get_StarTime().text(), main_.listening_address(), main_.get_ListeningPort(),
         main_.Version()};
     database_.emplace(home_, log_);
     write(main_.figures());

@@ -13,8 +13,8 @@
 namespace velto {
 
 /// Looks at the figures once a second, which is also the sign of life for the service manager. The file is
-/// written when one has changed, and every ten seconds otherwise: a file that is older belongs to a server
-/// that hangs.
+/// written when one has changed, and every five seconds otherwise: a file that is much older belongs to a
+/// server that hangs.
 class StatusKeeper final : private qz::platform::TimerEvents {
 public:
     /// All of them must outlive the keeper. Begins with start().

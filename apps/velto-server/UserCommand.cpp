@@ -82,7 +82,7 @@ void run_user_add(const Home& home, const NewUser& user, const PasswordSource& p
 void run_user_list(const Home& home, ListForm form)
 {
     home.require_initialised();
-    const HomeDirectory store(home);
+    const HomeDirectory store(home, Access::Read);
     Json all = Json::array();
     for (const auto& user : store.directory.users()) {
         if (user.UserName.empty()) {
@@ -108,7 +108,7 @@ void run_user_list(const Home& home, ListForm form)
 void run_user_show(const Home& home, const std::string& name, bool json)
 {
     home.require_initialised();
-    const HomeDirectory store(home);
+    const HomeDirectory store(home, Access::Read);
     const auto fields = to_json(require_user(store, name));
     if (json) {
         print_json(fields);
