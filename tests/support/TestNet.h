@@ -80,9 +80,6 @@ struct TestNet : net::ConnectionEvents,
     net::ConnectionTable connections;
     net::ChunkStore chunks{deployment};
     net::Sender sender{parser, loop, *this, journal};
-    TemporaryFolder folder;
-    config::IniFile ini{folder / "x.ini"};
-    config::Deployment deployment{ini};
     net::SocketNumbers numbers{deployment, clock};
     net::SocketPool pool{connections, numbers, sender, parser, *this, journal};
     net::SocketCloser closer{connections, pool, chunks, clock, *this, journal};
