@@ -14,7 +14,8 @@ constexpr double kForgetSeconds = 600;
 constexpr double kMostDoublings = 10; // 2^10 seconds are longer than any wait
 constexpr double kMostMails = 10;
 constexpr double kSecondsPerMail = 360;
-constexpr std::size_t kShownCharacters = 50; // the width of a user name in the tables
+constexpr std::size_t kCountedCharacters = 100; // of a name, which may be as long as a message
+constexpr std::size_t kShownCharacters = 50;    // the width of a user name in the tables
 
 // A name cannot forge the key of another kind.
 std::string address_record(const std::string& address)
@@ -24,12 +25,12 @@ std::string address_record(const std::string& address)
 
 std::string name_record(const std::string& name)
 {
-    return "n" + lower(name);
+    return "n" + lower(first_characters(name, kCountedCharacters));
 }
 
 std::string pair_record(const std::string& name, const std::string& address)
 {
-    return "p" + net::address_key(address) + " " + lower(name);
+    return "p" + net::address_key(address) + " " + lower(first_characters(name, kCountedCharacters));
 }
 
 const char* word_for(LogonThrottle::Failure failure)
@@ -59,26 +60,24 @@ std::optional<std::chrono::seconds> LogonThrottle::wait(const std::string& name,
     if (!deployment_.logon_throttle()) {
         return std::nullopt;
     }
-    const auto pair = pair_record(name, address);
-    const auto time = records_.contains(pair)
-        ? remaining(pair)
+    const auto time = places_.knows(name, address)
+        ? remaining(pair_record(name, address))
         : (std::max)(remaining(address_record(address)), remaining(name_record(name)));
     return time > std::chrono::seconds::zero() ? std::optional(time) : std::nullopt;
 }
 
-/// Unknown names are not counted by name: there is no end of them, and nothing to protect.
+/// Unknown names are counted like others: waits must not tell which names exist.
 void LogonThrottle::failed(Failure failure, const std::string& name, const std::string& address)
 {
     if (!deployment_.logon_throttle()) {
         return;
     }
     if (failure != Failure::Early) {
-        count(address_record(address), kAddress);
-    }
-    if (failure == Failure::Password) {
         count(name_record(name), kName);
-        if (const auto pair = pair_record(name, address); records_.contains(pair)) {
-            count(pair, kName);
+        if (places_.knows(name, address)) {
+            count(pair_record(name, address), kName);
+        } else {
+            count(address_record(address), places_.has_users(address) ? kKnownAddress : kAddress);
         }
     }
     journal_.log_own("Logon refused: address=" + address + " reason=" + word_for(failure)
@@ -88,9 +87,8 @@ void LogonThrottle::failed(Failure failure, const std::string& name, const std::
 void LogonThrottle::succeeded(const std::string& name, const std::string& address)
 {
     if (deployment_.logon_throttle()) {
-        auto& pair = record(pair_record(name, address));
-        pair.failures = 0;
-        pair.judged_from = {};
+        places_.add(name, address);
+        forget(pair_record(name, address));
     }
 }
 
@@ -127,6 +125,14 @@ LogonThrottle::Record& LogonThrottle::record(const std::string& key)
     }
     by_use_.emplace(now, key);
     return found;
+}
+
+void LogonThrottle::forget(const std::string& key)
+{
+    if (const auto found = records_.find(key); found != records_.end()) {
+        by_use_.erase({found->second.used, key});
+        records_.erase(found);
+    }
 }
 
 void LogonThrottle::count(const std::string& key, const Measure& measure)

@@ -4,6 +4,7 @@
 #include "base/Clock.h"
 #include "base/Journal.h"
 #include "config/Deployment.h"
+#include "protocol/KnownPlaces.h"
 
 #include <chrono>
 #include <optional>
@@ -14,17 +15,19 @@
 
 namespace qz::protocol {
 
-/// Failures are counted by address, by name, and by both together where the name has logged on from that
-/// address before. A few are free; each further one doubles the wait, up to a longest one; one is forgotten
-/// every ten minutes. An attempt during a wait is not judged and not counted, so a wait always ends; and who
-/// comes from an address from which they have logged on before does not wait for what others did.
+/// Failures are counted by name and by address; and where the name has logged on from that address before, by
+/// both together and not by address. A few are free; each further one doubles the wait, up to a longest one;
+/// one is forgotten every ten minutes. An attempt during a wait is not judged and not counted, so a wait
+/// always ends; and who comes from an address from which they have logged on before does not wait for what
+/// others did. Whether a name exists makes no difference to any wait.
 class LogonThrottle {
 public:
     /// Most records kept; beyond it the one that was used longest ago is forgotten.
     static constexpr std::size_t kMostRecords = 10'000;
 
-    LogonThrottle(const config::Deployment& deployment, const Clock& clock, Journal& journal)
-        : deployment_(deployment), clock_(clock), journal_(journal)
+    LogonThrottle(
+        KnownPlaces& places, const config::Deployment& deployment, const Clock& clock, Journal& journal)
+        : places_(places), deployment_(deployment), clock_(clock), journal_(journal)
     {
     }
 
@@ -51,13 +54,18 @@ private:
         double free;
         std::chrono::seconds longest;
     };
-    static constexpr Measure kAddress{10, std::chrono::seconds(900)}; // many people may share one
+    static constexpr Measure kAddress{10, std::chrono::seconds(900)};
+    // One from which users have logged on, as that of an office: a stranger there must not lock out
+    // newcomers.
+    static constexpr Measure kKnownAddress{100, std::chrono::seconds(60)};
     static constexpr Measure kName{5, std::chrono::seconds(60)};
 
     Record& record(const std::string& key);
+    void forget(const std::string& key);
     void count(const std::string& key, const Measure& measure);
     std::chrono::seconds remaining(const std::string& key) const;
 
+    KnownPlaces& places_;
     const config::Deployment& deployment_;
     const Clock& clock_;
     Journal& journal_;

@@ -37,6 +37,7 @@
 #include "protocol/BuddyRequests.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/Handlers.h"
+#include "protocol/KnownPlaces.h"
 #include "protocol/LogOn.h"
 #include "protocol/MessageRequests.h"
 #include "protocol/Policy.h"
@@ -153,6 +154,7 @@ public: // the rooms, for the members of Main that forward to them
     net::RevokedSessions revoked_sessions;
     net::Registration registration;
     protocol::Welcome welcome;
+    protocol::KnownPlaces known_places;
     protocol::LogonThrottle logon_throttle;
     protocol::LogOn log_on;
     protocol::PresenceRequests presence_requests;

@@ -11,6 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 using Failure = qz::protocol::LogonThrottle::Failure;
@@ -45,7 +47,8 @@ protected:
     qz::config::IniFile ini{folder / "x.ini"};
     qz::config::Deployment deployment{ini};
     qz::test::RecordingJournal journal;
-    qz::protocol::LogonThrottle throttle{deployment, clock, journal};
+    qz::protocol::KnownPlaces places{folder / "places", journal};
+    qz::protocol::LogonThrottle throttle{places, deployment, clock, journal};
 };
 
 } // namespace
@@ -105,6 +108,89 @@ TEST_F(LogonThrottleTest, OthersCannotKeepAUserOutOfAKnownPlace)
     EXPECT_EQ(throttle.wait("ann", "192.0.2.7"), 1s) << "but their own failures count there";
 }
 
+TEST_F(LogonThrottleTest, ARestartForgetsNoKnownPlace)
+{
+    const auto file = folder / "places";
+    const auto after_restart = [&](const std::string& name, const std::string& address) {
+        qz::protocol::KnownPlaces again(file, journal);
+        qz::protocol::LogonThrottle restarted(again, deployment, clock, journal);
+        for (int i = 0; i < 30; ++i) {
+            restarted.failed(Failure::Password, "ann", "198.51.100.1");
+            restarted.failed(Failure::Password, "bob lee", "198.51.100.1");
+        }
+        return restarted.wait(name, address);
+    };
+    throttle.succeeded("Ann", "192.0.2.7");
+    throttle.succeeded("bob lee", "2001:db8::1");
+    throttle.succeeded("x\n192.0.2.9 ann", "192.0.2.8"); // cannot forge a line
+    EXPECT_FALSE(after_restart("ANN", "192.0.2.7"));
+    EXPECT_FALSE(after_restart("bob lee", "2001:db8::2"));
+    EXPECT_TRUE(after_restart("ann", "192.0.2.8"));
+    EXPECT_TRUE(after_restart("ann", "192.0.2.9"));
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status(file).permissions(), perms::owner_read | perms::owner_write);
+    const auto size = std::filesystem::file_size(file);
+    throttle.succeeded("ann", "192.0.2.7");
+    EXPECT_EQ(std::filesystem::file_size(file), size) << "what is known is not written again";
+    for (std::size_t i = 0; i < qz::protocol::KnownPlaces::kMostPlaces - 1; ++i) {
+        throttle.succeeded("ann", "203.0.113." + std::to_string(i));
+    }
+    EXPECT_FALSE(after_restart("ann", "192.0.2.7"));
+    throttle.succeeded("ann", "203.0.113.99");
+    EXPECT_TRUE(after_restart("ann", "192.0.2.7")) << "the sixteen latest are kept";
+    EXPECT_FALSE(after_restart("ann", "203.0.113.0"));
+    std::ofstream(file, std::ios::app) << "\n\n \nx\n192.0.2.55 \n\xFF\xFE 192.0.2.56 ann";
+    EXPECT_FALSE(after_restart("ann", "203.0.113.0"));
+    EXPECT_TRUE(journal.failures.empty());
+}
+
+TEST_F(LogonThrottleTest, APlaceThatCannotBeStoredIsReportedOnceAndKept)
+{
+    qz::protocol::KnownPlaces unwritable(folder / "no" / "places", journal);
+    unwritable.add("ann", "192.0.2.7");
+    unwritable.add("bob", "192.0.2.7");
+    EXPECT_TRUE(unwritable.knows("ann", "192.0.2.7"));
+    EXPECT_FALSE(unwritable.knows("ann", "192.0.2.8"));
+    EXPECT_TRUE(unwritable.has_users("192.0.2.7"));
+    EXPECT_THAT(journal.failures, SizeIs(1));
+}
+
+TEST_F(LogonThrottleTest, AStrangerInAnOfficeDoesNotLockOutNewcomers)
+{
+    throttle.succeeded("ann", "192.0.2.7");
+    const auto strangers = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            throttle.failed(Failure::UnknownName, "x" + std::to_string(i), "192.0.2.7");
+            throttle.failed(Failure::UnknownName, "x" + std::to_string(i), "198.51.100.1");
+        }
+    };
+    strangers(14);
+    EXPECT_FALSE(throttle.wait("bob", "192.0.2.7"));
+    EXPECT_TRUE(throttle.wait("bob", "198.51.100.1")) << "nobody is known there";
+    strangers(86);
+    EXPECT_FALSE(throttle.wait("bob", "192.0.2.7"));
+    strangers(50);
+    EXPECT_EQ(throttle.wait("bob", "192.0.2.7"), 60s) << "and no longer";
+    EXPECT_FALSE(throttle.wait("ann", "192.0.2.7"));
+}
+
+TEST_F(LogonThrottleTest, WaitsDoNotTellWhichNamesExist)
+{
+    throttle.succeeded("ann", "192.0.2.7");
+    for (const auto* address : {"192.0.2.7", "198.51.100.1"}) {
+        for (const auto failure : {Failure::UnknownName, Failure::Disabled, Failure::Password}) {
+            const auto name = std::string(address) + " " + std::to_string(static_cast<int>(failure));
+            for (int i = 0; i < 5; ++i) {
+                EXPECT_FALSE(throttle.wait(name, "203.0.113.9")) << name;
+                throttle.failed(failure, name, address);
+            }
+            EXPECT_FALSE(throttle.wait(name, "203.0.113.9")) << name;
+            throttle.failed(failure, name, address);
+            EXPECT_EQ(throttle.wait(name, "203.0.113.9"), 1s) << name;
+        }
+    }
+}
+
 TEST_F(LogonThrottleTest, ForgetsTheLongestUnusedWhenThereAreTooMany)
 {
     throttle.succeeded("ann", "192.0.2.7");
@@ -159,7 +245,7 @@ TEST(LogonThrottleConversation, RefusesWithoutJudgingAndMailsNoMoreThanTen)
     EXPECT_EQ(server.machine.mail.mails.size(), 15U) << "without the safeguard";
     engine.ini.WriteIniValue("Safeguards", "LogonThrottle", "True");
     for (int i = 0; i < 11; ++i) {
-        log_on("x1", "x");
+        log_on("y" + std::to_string(i), "x");
     }
     EXPECT_EQ(server.machine.mail.mails.size(), 25U);
     EXPECT_THAT(log_on("x1", "x"),
