@@ -2,7 +2,8 @@
 
 #include "base/Guarded.h"
 
-#include <string>
+#include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace qz::queue {
@@ -57,6 +58,26 @@ void KeptQueue::keep_text(const MessageText& text)
 {
     text.set_row(rows_.add_text(text));
     text_steps_.push_back({text, 0});
+}
+
+std::optional<QueueEntry> KeptQueue::find_lost(
+    const std::string& sender, const std::string& recipient, double msg_id)
+{
+    const auto found = std::find_if(lost_.begin(), lost_.end(), [&](const QueueEntry& entry) {
+        return entry.MsgID == msg_id && entry.sender == sender && entry.recipient == recipient;
+    });
+    if (found == lost_.end()) {
+        return std::nullopt;
+    }
+    database_.require_whole_turn();
+    if (!rows_.has(*found)) {
+        return std::nullopt;
+    }
+    auto entry = std::move(*found);
+    lost_.erase(found);
+    entry.progress = {}; // whatever was sent in that turn did not leave
+    ++rows_without_entry_;
+    return entry;
 }
 
 void KeptQueue::entered(const QueueEntry& entry)
@@ -164,7 +185,11 @@ void KeptQueue::take_back(const Step& step, QueueTable& table)
         if (step.kind == Step::Kind::Changed) {
             table.set_progress(*place, step.before);
         } else {
-            table.free(*place);
+            constexpr std::size_t kMostLost = 1000;
+            lost_.push_back(table.free(*place));
+            if (lost_.size() > kMostLost) {
+                lost_.pop_front();
+            }
         }
     }
 }
@@ -173,6 +198,7 @@ void KeptQueue::forget()
 {
     forget_steps();
     left_texts_.clear();
+    lost_.clear();
     counts_known_ = false;
 }
 

@@ -10,6 +10,9 @@
 #include "store/Database.h"
 
 #include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace qz::queue {
@@ -28,6 +31,10 @@ public:
     void require_whole_turn() { database_.require_whole_turn(); }
     /// Adds the entry's row and sets its key.
     void add(QueueEntry& entry);
+    /// A message that was accepted in a turn that counts as lost, but was stored: nobody can know of a commit
+    /// to which no answer came. It is to be entered again.
+    std::optional<QueueEntry> find_lost(
+        const std::string& sender, const std::string& recipient, double msg_id);
     /// A new entry has its place in the table.
     void entered(const QueueEntry& entry);
     /// To be called before an entry's progress changes.
@@ -83,6 +90,7 @@ private:
     std::vector<QueueEntry> left_; // in this turn, in their order
     std::vector<TextStep> text_steps_;
     std::vector<MessageText> left_texts_; // whose last entry left; one may have entered since
+    std::deque<QueueEntry> lost_;  // entered in turns that count as lost, the latest of them
 };
 
 } // namespace qz::queue

@@ -46,6 +46,7 @@ bool MessageQueue::QueueMessage_Put(const NewMessage& message, bool recipient_on
             journal_.Log("Message repeated with MsgID " + decimal(message.msg_id) + " from " + message.sender
                     + " to " + message.recipient,
                 message.sender, message.remote_ip);
+            enter_lost(message);
         } else {
             put(message, recipient_on_line);
         }
@@ -59,6 +60,17 @@ bool MessageQueue::is_repeated(const NewMessage& message)
     return message.msg_id != 0 && rules_.deployment.durable_queue()
         && (table_.holds(message.sender, message.recipient, message.msg_id)
             || rows_.contains(message.sender, message.recipient, message.msg_id));
+}
+
+/// What was stored in a turn that counts as lost is in no table but the database's.
+void MessageQueue::enter_lost(const NewMessage& message)
+{
+    if (table_.holds(message.sender, message.recipient, message.msg_id)) {
+        return;
+    }
+    if (auto entry = kept_.find_lost(message.sender, message.recipient, message.msg_id)) {
+        enter(std::move(*entry));
+    }
 }
 
 void MessageQueue::put(const NewMessage& message, bool recipient_on_line)

@@ -114,6 +114,7 @@ public:
 
 private:
     void put(const NewMessage& message, bool recipient_on_line);
+    void enter_lost(const NewMessage& message);
     QueueEntry automatic_reply(const QueueEntry& message, const std::string& note);
     void save(QueueEntry& entry);
     void enter(QueueEntry entry);

@@ -1,5 +1,6 @@
 #include "queue/QueueRows.h"
 
+#include "base/Text.h"
 #include "store/Statements.h"
 
 #include <string>
@@ -44,6 +45,13 @@ std::int64_t QueueRows::add(const QueueEntry& entry)
     *value++ = entry.received_time;
     *value++ = entry.expiration_time;
     return database_.connection().insert_row(tables::kQueue, row);
+}
+
+bool QueueRows::has(const QueueEntry& entry)
+{
+    return database_.connection().finds(statements::kFindQueueRow,
+        {std::to_string(entry.row), replace_all(entry.sender, "'", "''"),
+            replace_all(entry.recipient, "'", "''"), decimal(entry.MsgID)});
 }
 
 void QueueRows::mark_sent(const QueueEntry& entry)

@@ -29,6 +29,8 @@ public:
     /// A text that has a row of its own is not stored again.
     /// @return key of the new row; later rows have greater ones.
     std::int64_t add(const QueueEntry& entry);
+    /// Whether the database has the entry's row.
+    bool has(const QueueEntry& entry);
     void mark_sent(const QueueEntry& entry);
     /// A row that is gone already is no error.
     void remove(std::int64_t row);

@@ -14,7 +14,7 @@ std::span<const platform::Statement> all_statements()
         kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
         kCountRooms, kSelectMessagesForAdding, kSelectMessage, kFindMessage, kSelectLastMessage,
         kSelectMsgIDs, kSelectMessagesByMsgID, kSelectMessagesOfRecipient, kSelectQueue, kSelectQueueTexts,
-        kUpdateQueueSent, kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog,
+        kFindQueueRow, kUpdateQueueSent, kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog,
         kSelectOldestLogRow, kDeleteFirstOldLogRows, kSelectLogLines, kSelectLastActivity,
         kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand,
         kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage,

@@ -164,6 +164,11 @@ inline constexpr Statement kSelectMessagesOfRecipient{
 inline constexpr Statement kSelectQueue{"SELECT * FROM queue ORDER BY IDQueue", &tables::kQueue};
 /// Texts of waiting messages with several recipients.
 inline constexpr Statement kSelectQueueTexts{"SELECT * FROM queuetext", &tables::kQueueText};
+/// Whether a waiting message is there: key, sender, recipient, MsgID.
+inline constexpr Statement kFindQueueRow{
+    "SELECT IDQueue FROM queue WHERE IDQueue = {} AND UserName_From = '{}' AND UserName_To = '{}' "
+    "AND MsgID = {}",
+    &tables::kQueue};
 /// time, key.
 inline constexpr Statement kUpdateQueueSent{
     "UPDATE queue SET Sent = 1, SentTime = '{}' WHERE IDQueue = {}", &tables::kQueue};

@@ -439,7 +439,7 @@ TEST_F(MessageQueueTest, WhatIsNotStoredIsNeitherQueuedNorTold)
     };
     host.engine.accounts.set_NewScreenName("ben", "", "", "", "x");
     int number = 0;
-    for (const auto* each : {"END OF TURN", "EDIT", "INSERT INTO [LOG]"}) {
+    for (const auto* each : {"END OF TURN", "EDIT", "INSERT INTO [LOG]", "TURN STORED"}) {
         SCOPED_TRACE(each);
         where = each;
         auto ben = log_on("ben");

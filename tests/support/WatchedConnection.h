@@ -11,8 +11,8 @@
 
 namespace qz::test {
 
-/// Hears every text before it runs ("OPEN", "EDIT" and "END OF TURN" for what has none); what it throws is
-/// the statement's failure.
+/// Hears every text before it runs ("OPEN", "EDIT" and "END OF TURN" for what has none), and "TURN STORED"
+/// after a turn was; what it throws is the statement's failure.
 using StatementWatch = std::function<void(const std::string& sql)>;
 
 class WatchedConnection final : public platform::Connection {
@@ -81,6 +81,7 @@ public:
     {
         tell("END OF TURN");
         inner_->end_turn();
+        tell("TURN STORED");
     }
     void abandon_turn() override { inner_->abandon_turn(); }
     std::uint64_t change_mark(const platform::Table& table) override { return inner_->change_mark(table); }

@@ -168,6 +168,10 @@ const ServerDatabase kMariaDb{
     .commit = "COMMIT",
     .rollback = "ROLLBACK",
     .transaction_count = "SELECT @@in_transaction",
+    // Sessions get the same numbers again after a restart; a lock lasts as long as its session.
+    .name_session = "SELECT 'velto {}' FROM DUAL WHERE GET_LOCK('velto {}', 0) = 1",
+    .find_session = "SELECT id FROM (SELECT IS_USED_LOCK(?) AS id) AS holder WHERE id IS NOT NULL",
+    .end_session = "KILL {}",
     .key_at_end = " RETURNING {}",
     .default_values = " () VALUES ()",
     .reserve_keys = "INSERT INTO {} ({key}) SELECT NULL FROM seq_1_to_{count} RETURNING {key}",

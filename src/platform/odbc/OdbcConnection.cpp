@@ -520,10 +520,11 @@ void OdbcConnection::lose(const LinkLost& lost)
     if (!session_) {
         return;
     }
+    const auto former = session_->link->facts().session;
     session_.reset();
     forget_turn();
     notices_.push_back("Database connection lost: " + lost.reason);
-    reconnector_.begin(connection_string_);
+    reconnector_.begin(connection_string_, former);
 }
 
 void OdbcConnection::find_way_back()

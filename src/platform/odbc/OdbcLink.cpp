@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <random>
+#include <thread>
 
 namespace qz::platform {
 
@@ -106,7 +107,42 @@ bool rolls_back(OdbcSession& session, const ServerDatabase& server)
     return gone;
 }
 
-ServerFacts greet(OdbcSession& session, const OdbcTimes& times)
+/// The name by which a later session finds this one.
+std::string name_of(OdbcSession& session, const ServerDatabase& server)
+{
+    if (server.name_session.empty()) {
+        return {};
+    }
+    std::random_device random;
+    const auto own = std::to_string(random()) + "-" + std::to_string(random());
+    const auto named = try_to_read(session, replace_all(server.name_session, "{}", own));
+    return named && !named->rows.empty() ? named->rows[0].at(0).text() : std::string();
+}
+
+/// Ends the session with a name and waits until it has ended: a server may have lost its client without
+/// having noticed, and may be in the middle of a commit.
+void end_session(OdbcSession& session, const ServerDatabase& server, const std::string& name)
+{
+    using namespace std::chrono_literals;
+    constexpr auto kTimeToEnd = 5s;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeToEnd;
+    const auto find = [&] {
+        return run_all(session, {{std::string(server.find_session), {{Value(name)}}}}).result;
+    };
+    for (auto found = find(); !found.rows.empty(); found = find()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            OdbcFailure failure;
+            failure.description = "the database server does not end the session that was lost";
+            throw OdbcFailure(failure);
+        }
+        // It may have ended by itself by now; a failure to end it shows in that it stays.
+        session.run(
+            {{number_in(server.end_session, static_cast<std::int64_t>(found.rows[0].at(0).number()))}});
+        std::this_thread::sleep_for(10ms); // on the thread of the link
+    }
+}
+
+ServerFacts greet(OdbcSession& session, const OdbcTimes& times, const std::string& former)
 {
     ServerFacts facts;
     facts.server = server_database(session.server_name());
@@ -124,6 +160,10 @@ ServerFacts greet(OdbcSession& session, const OdbcTimes& times)
     }
     steps.push_back({lock_patience_of(*facts.server, times.lock)});
     run_all(session, steps);
+    facts.session = name_of(session, *facts.server);
+    if (!former.empty() && !facts.session.empty()) {
+        end_session(session, *facts.server, former);
+    }
     if (const auto version = try_to_read(session, "SELECT version FROM velto_schema");
         version && !version->rows.empty()) {
         facts.schema_version = version->rows[0].at(0).integer();
@@ -145,9 +185,10 @@ EngineError to_error(const OdbcFailure& failure)
     return database_error(failure.kind, description);
 }
 
-OdbcLink::OdbcLink(const std::string& connection_string, const OdbcTimes& times)
+OdbcLink::OdbcLink(const std::string& connection_string, const OdbcTimes& times, const std::string& former)
     : times_(times), worker_(connection_string),
-      greeting_(worker_.start([times](OdbcSession& session) { return greet(session, times); }))
+      greeting_(
+          worker_.start([times, former](OdbcSession& session) { return greet(session, times, former); }))
 {
 }
 
@@ -201,7 +242,7 @@ void OdbcLink::follow_time_zone()
 void OdbcLink::look_again()
 {
     began_ = std::chrono::steady_clock::now();
-    greeting_ = worker_.start([times = times_](OdbcSession& session) { return greet(session, times); });
+    greeting_ = worker_.start([times = times_](OdbcSession& session) { return greet(session, times, {}); });
     wait();
 }
 

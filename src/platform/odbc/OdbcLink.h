@@ -37,6 +37,7 @@ struct ServerColumn {
 struct ServerFacts {
     const ServerDatabase* server = nullptr;
     std::string version;
+    std::string session;    // its name, by which a later session finds it; empty where none can
     int schema_version = 0; // 0 also for tables that somebody made by hand
     bool counts_changes = false;
     /// False where a rollback leaves changes behind, or where that cannot be tried: then every statement is
@@ -56,7 +57,10 @@ EngineError to_error(const OdbcFailure& failure);
 class OdbcLink {
 public:
     /// Begins to connect and to find out the facts.
-    explicit OdbcLink(const std::string& connection_string, const OdbcTimes& times);
+    /// @param former  name of the session that was lost before, if any: it is ended first, so that nothing it
+    /// was committing is stored later than this link is open.
+    explicit OdbcLink(
+        const std::string& connection_string, const OdbcTimes& times, const std::string& former = {});
 
     /// Waits until the link is open.
     /// @throws LinkLost also when it never came about.

@@ -4,10 +4,11 @@
 
 namespace qz::platform {
 
-void OdbcReconnector::begin(const std::string& connection_string)
+void OdbcReconnector::begin(const std::string& connection_string, const std::string& former)
 {
     running_ = true;
     connection_string_ = connection_string;
+    former_ = former;
     began_ = SteadyClock::now();
     delay_ = times_.first_retry;
     next_attempt_ = began_ + delay_;
@@ -32,7 +33,7 @@ std::unique_ptr<OdbcLink> OdbcReconnector::poll()
     }
     if (!attempt_) {
         if (SteadyClock::now() >= next_attempt_) {
-            attempt_ = std::make_unique<OdbcLink>(connection_string_, times_);
+            attempt_ = std::make_unique<OdbcLink>(connection_string_, times_, former_);
         }
         return nullptr;
     }
@@ -45,10 +46,21 @@ std::unique_ptr<OdbcLink> OdbcReconnector::poll()
         running_ = false;
         return link;
     } catch (const LinkLost&) {
-        delay_ = (std::min)(delay_ * 2, times_.longest_retry);
-        next_attempt_ = SteadyClock::now() + delay_;
+        wait_longer();
         return nullptr;
     }
+}
+
+void OdbcReconnector::refuse()
+{
+    running_ = true;
+    wait_longer();
+}
+
+void OdbcReconnector::wait_longer()
+{
+    delay_ = (std::min)(delay_ * 2, times_.longest_retry);
+    next_attempt_ = SteadyClock::now() + delay_;
 }
 
 } // namespace qz::platform

@@ -14,7 +14,10 @@ public:
     explicit OdbcReconnector(const OdbcTimes& times) : times_(times) { }
 
     /// The first attempt comes after a short time, later ones after longer and longer times.
-    void begin(const std::string& connection_string);
+    /// @param former  name of the session that was lost; empty when there was none.
+    void begin(const std::string& connection_string, const std::string& former = {});
+    /// What poll gave cannot be used: goes on as after an attempt that failed.
+    void refuse();
     void stop();
     bool is_running() const { return running_; }
     std::chrono::seconds running_time() const;
@@ -23,11 +26,13 @@ public:
     std::unique_ptr<OdbcLink> poll();
 
 private:
+    void wait_longer();
     using SteadyClock = std::chrono::steady_clock;
 
     OdbcTimes times_;
     bool running_ = false;
     std::string connection_string_;
+    std::string former_;
     SteadyClock::time_point began_{};
     SteadyClock::time_point next_attempt_{};
     std::chrono::milliseconds delay_{};

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 namespace qz::platform {
 
@@ -49,7 +50,8 @@ std::string text_for(const ManyRows& many, std::size_t rows)
 
 } // namespace
 
-OdbcSession::OdbcSession(const std::string& connection_string)
+OdbcSession::OdbcSession(const std::string& connection_string, std::shared_ptr<OdbcStop> stop)
+    : stop_(std::move(stop))
 {
     SQLHANDLE handle = SQL_NULL_HANDLE;
     SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &handle);
@@ -123,8 +125,11 @@ void OdbcSession::run_in_pieces(const Step& step, const ManyRows& many, Outcome&
 
 void OdbcSession::run(const std::string& sql, const std::vector<std::vector<Value>>& rows, Outcome& outcome)
 {
+    stop_->check();
     if (rows.front().empty() && runs_directly(sql)) {
-        OdbcStatement::run(link_.get(), sql);
+        OdbcStatement statement(link_.get());
+        const OdbcStop::Running running(*stop_, statement.handle());
+        statement.run(sql);
         outcome.changed_rows = 0;
         outcome.result = {};
         return;
@@ -135,6 +140,7 @@ void OdbcSession::run(const std::string& sql, const std::vector<std::vector<Valu
         prepared = std::make_unique<OdbcStatement>(link_.get(), sql);
     }
     try {
+        const OdbcStop::Running running(*stop_, prepared->handle());
         outcome.changed_rows = prepared->execute(parameters);
         outcome.result = prepared->fetch();
         prepared->finish();

@@ -4,6 +4,7 @@
 
 #include "platform/database/Connection.h"
 #include "platform/odbc/OdbcStatement.h"
+#include "platform/odbc/OdbcStop.h"
 
 #include <cstdint>
 #include <memory>
@@ -43,8 +44,10 @@ struct Outcome {
 class OdbcSession {
 public:
     /// Connects.
+    /// @param stop  by which another thread stops it.
     /// @throws OdbcFailure
-    explicit OdbcSession(const std::string& connection_string);
+    explicit OdbcSession(
+        const std::string& connection_string, std::shared_ptr<OdbcStop> stop = std::make_shared<OdbcStop>());
 
     Outcome run(const std::vector<Step>& steps);
     /// "PostgreSQL" and the like, and the server's version.
@@ -67,6 +70,7 @@ private:
     void run_in_pieces(const Step& step, const ManyRows& many, Outcome& outcome);
     void run(const std::string& sql, const std::vector<std::vector<Value>>& rows, Outcome& outcome);
 
+    std::shared_ptr<OdbcStop> stop_;
     std::unique_ptr<void, EnvironmentCloser> environment_;
     std::unique_ptr<void, LinkCloser> link_;
     /// By text and types of the parameters: drivers settle the types when they prepare.

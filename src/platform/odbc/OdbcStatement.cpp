@@ -253,14 +253,12 @@ OdbcStatement::OdbcStatement(SQLHANDLE link, const std::string& sql) : OdbcState
     check(SQLPrepareW(handle_.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size())));
 }
 
-void OdbcStatement::run(SQLHANDLE link, const std::string& sql)
+void OdbcStatement::run(const std::string& sql)
 {
-    OdbcStatement statement(link);
     auto text = wide(sql);
-    const auto code =
-        SQLExecDirectW(statement.handle_.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size()));
+    const auto code = SQLExecDirectW(handle_.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size()));
     if (code != SQL_NO_DATA) { // nothing was changed
-        statement.check(code);
+        check(code);
     }
 }
 

@@ -68,10 +68,13 @@ private:
 /// Every operation throws OdbcFailure.
 class OdbcStatement {
 public:
+    explicit OdbcStatement(SQLHANDLE link);
     /// Prepares it.
     OdbcStatement(SQLHANDLE link, const std::string& sql);
+
+    SQLHANDLE handle() const { return handle_.get(); }
     /// Runs a text that has no parameters and no rows, without preparing it.
-    static void run(SQLHANDLE link, const std::string& sql);
+    void run(const std::string& sql);
 
     /// @return number of rows that were changed.
     std::int64_t execute(const OdbcParameters& parameters);
@@ -85,7 +88,6 @@ private:
         void operator()(SQLHANDLE handle) const { SQLFreeHandle(SQL_HANDLE_STMT, handle); }
     };
     enum class Kind { Whole, Real, Date, Text };
-    explicit OdbcStatement(SQLHANDLE link);
     std::int16_t column_count();
     Kind describe(SQLUSMALLINT column, std::string& name);
     Value read(SQLUSMALLINT column, Kind kind);

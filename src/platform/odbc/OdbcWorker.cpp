@@ -12,7 +12,9 @@ struct OdbcWorker::Shared {
     std::condition_variable given;
     std::condition_variable finished;
     std::deque<Work> work;
+    OdbcStop stop;
     bool connects = true;
+    bool works = false;
     bool ends = false;
     bool done = false;
 };
@@ -36,6 +38,9 @@ OdbcWorker::~OdbcWorker()
     shared_->ends = true;
     shared_->work.clear(); // whoever waits for it hears a broken promise
     shared_->given.notify_one();
+    if (shared_->works) {
+        give_up();
+    }
     const bool done =
         !shared_->connects && shared_->finished.wait_for(lock, kTimeToEnd, [this] { return shared_->done; });
     lock.unlock();
@@ -50,9 +55,19 @@ std::optional<Outcome> OdbcWorker::run(std::vector<Step> steps, std::chrono::mil
 {
     auto outcome = start([steps = std::move(steps)](OdbcSession& session) { return session.run(steps); });
     if (outcome.wait_for(deadline) != std::future_status::ready) {
+        give_up();
         return std::nullopt;
     }
     return outcome.get();
+}
+
+/// Lets the thread run no further statement. A server that does not answer may not answer to a cancellation
+/// either, so that has a thread of its own.
+void OdbcWorker::give_up()
+{
+    if (shared_->stop.stop()) {
+        std::thread([shared = shared_] { shared->stop.cancel(); }).detach();
+    }
 }
 
 void OdbcWorker::post(Work work)
@@ -67,7 +82,7 @@ void OdbcWorker::serve(const std::shared_ptr<Shared>& shared, const std::string&
     std::optional<OdbcSession> session;
     OdbcFailure failure;
     try {
-        session.emplace(connection_string);
+        session.emplace(connection_string, std::shared_ptr<OdbcStop>(shared, &shared->stop));
     } catch (const OdbcFailure& reason) {
         failure = reason;
     }
@@ -80,9 +95,11 @@ void OdbcWorker::serve(const std::shared_ptr<Shared>& shared, const std::string&
         }
         const auto work = std::move(shared->work.front());
         shared->work.pop_front();
+        shared->works = true;
         lock.unlock();
         work(session ? &*session : nullptr, failure);
         lock.lock();
+        shared->works = false;
     }
     lock.unlock();
     session.reset(); // takes back what was not committed

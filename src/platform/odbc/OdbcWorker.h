@@ -16,7 +16,9 @@
 namespace qz::platform {
 
 /// Work runs in the order in which it is given. The thread shares all that it touches with nobody but this
-/// object, which may go at any time: the thread then ends as soon as the server lets it, and closes the link.
+/// object, which may go at any time: no further statement is then run, the one that runs is cancelled, and
+/// the thread ends as soon as the server lets it, and closes the link. So nothing of a transaction is stored
+/// that was not being committed already.
 class OdbcWorker {
 public:
     /// Begins to connect.
@@ -26,7 +28,8 @@ public:
     ~OdbcWorker();
 
     /// Runs steps on the session, once it is connected.
-    /// @return nothing when the deadline has passed; then the object is of no use any more.
+    /// @return nothing when the deadline has passed; the steps are then stopped, and the object is of no use
+    /// any more.
     std::optional<Outcome> run(std::vector<Step> steps, std::chrono::milliseconds deadline);
     /// The same for what does not wait: the future gives the result, or OdbcFailure when the connection
     /// failed.
@@ -51,6 +54,7 @@ private:
     /// Gets no session, but the reason, when there is none.
     using Work = std::function<void(OdbcSession*, const OdbcFailure&)>;
     void post(Work work);
+    void give_up();
     static void serve(const std::shared_ptr<Shared>& shared, const std::string& connection_string);
 
     std::shared_ptr<Shared> shared_;

@@ -150,6 +150,12 @@ const ServerDatabase kPostgreSql{
     .commit = "COMMIT",
     .rollback = "ROLLBACK",
     .transaction_count = "", // a failing statement takes the transaction with it
+    // Processes get the same numbers again.
+    .name_session = "SELECT CONCAT(pid, ' ', EXTRACT(EPOCH FROM backend_start)) FROM pg_stat_activity "
+                    "WHERE pid = pg_backend_pid()",
+    .find_session = "SELECT pid FROM pg_stat_activity WHERE pid <> pg_backend_pid() AND "
+                    "CONCAT(pid, ' ', EXTRACT(EPOCH FROM backend_start)) = CAST(? AS text)",
+    .end_session = "SELECT pg_terminate_backend({})",
     .key_at_end = " RETURNING {}",
     .default_values = " DEFAULT VALUES",
     .reserve_keys = "SELECT nextval(pg_get_serial_sequence('{}', '{key}')) FROM generate_series(1, {count})",

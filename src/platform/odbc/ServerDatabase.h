@@ -25,6 +25,13 @@ struct ServerDatabase {
     std::string_view rollback;
     /// A row with 0 when no transaction is open. Empty where a failing statement always takes it with it.
     std::string_view transaction_count;
+    /// Gives the session a name ({} is one that no other session has) and tells it. Empty where a session
+    /// cannot be found again.
+    std::string_view name_session;
+    /// Rows with the number of the session that has a name, as long as there is such a session.
+    std::string_view find_session;
+    /// Ends the session with the number {}.
+    std::string_view end_session;
     /// At the end of an INSERT: gives the key, whose name is {}.
     std::string_view key_at_end;
     std::string_view default_values;

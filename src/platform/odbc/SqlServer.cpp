@@ -163,6 +163,10 @@ const ServerDatabase kSqlServer{
     .commit = "IF @@TRANCOUNT > 0 COMMIT TRANSACTION",
     .rollback = "IF @@TRANCOUNT > 0 ROLLBACK TRANSACTION",
     .transaction_count = "SELECT @@TRANCOUNT",
+    // Only an administrator may end a session.
+    .name_session = "",
+    .find_session = "",
+    .end_session = "",
     // A table with triggers gives no keys by OUTPUT.
     .key_at_end = "; SELECT CAST(SCOPE_IDENTITY() AS bigint) AS {}",
     .default_values = " DEFAULT VALUES",
