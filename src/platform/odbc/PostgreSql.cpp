@@ -13,7 +13,8 @@ constexpr std::array<std::string_view, 2> kSession{
     "SET client_min_messages = error",
 };
 
-// Names are folded to lower case by the server. Text ignores case by its collation.
+// Names are folded to lower case by the server. Text ignores case by its collation. Version 12 replaces no
+// triggers: each is dropped and made in one statement, so that no change goes uncounted.
 constexpr std::array<std::string_view, 28> kFirstTables{
     R"sql(CREATE COLLATION IF NOT EXISTS velto_nocase (provider = icu, locale = 'und-u-ks-level2', deterministic = false))sql",
     R"sql(CREATE TABLE IF NOT EXISTS users (
@@ -89,16 +90,26 @@ constexpr std::array<std::string_view, 28> kFirstTables{
     R"sql(CREATE OR REPLACE FUNCTION velto_changed() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN
     UPDATE velto_changes SET changes = changes + 1 WHERE name = TG_TABLE_NAME;
     RETURN NULL; END $$)sql",
-    R"sql(CREATE OR REPLACE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON users
-    EXECUTE FUNCTION velto_changed())sql",
-    R"sql(CREATE OR REPLACE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON buddies
-    EXECUTE FUNCTION velto_changed())sql",
-    R"sql(CREATE OR REPLACE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON rooms
-    EXECUTE FUNCTION velto_changed())sql",
-    R"sql(CREATE OR REPLACE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON command
-    EXECUTE FUNCTION velto_changed())sql",
-    R"sql(CREATE OR REPLACE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON autoreply
-    EXECUTE FUNCTION velto_changed())sql",
+    R"sql(DO $$ BEGIN
+    DROP TRIGGER IF EXISTS velto_changed ON users;
+    CREATE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON users
+        EXECUTE FUNCTION velto_changed(); END $$)sql",
+    R"sql(DO $$ BEGIN
+    DROP TRIGGER IF EXISTS velto_changed ON buddies;
+    CREATE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON buddies
+        EXECUTE FUNCTION velto_changed(); END $$)sql",
+    R"sql(DO $$ BEGIN
+    DROP TRIGGER IF EXISTS velto_changed ON rooms;
+    CREATE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON rooms
+        EXECUTE FUNCTION velto_changed(); END $$)sql",
+    R"sql(DO $$ BEGIN
+    DROP TRIGGER IF EXISTS velto_changed ON command;
+    CREATE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON command
+        EXECUTE FUNCTION velto_changed(); END $$)sql",
+    R"sql(DO $$ BEGIN
+    DROP TRIGGER IF EXISTS velto_changed ON autoreply;
+    CREATE TRIGGER velto_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON autoreply
+        EXECUTE FUNCTION velto_changed(); END $$)sql",
 };
 
 /// Of the safeguards. The message is the one text that compares with case: it is never searched.
