@@ -236,6 +236,9 @@ TEST_F(OdbcConnectionTest, MarksForeignChangesOnly)
     EXPECT_EQ(connection->query(std::string(kSelectCommands.text)).rows.size(), 1U);
     other->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
     other->Execute(std::string(kDeleteAllCommands.text));
+    connection->query(fill(kSelectLastLogOn, {"anna"}));
+    EXPECT_NE(connection->change_mark(kLog), connection->change_mark(kLog)) << "nobody counts its changes";
+    EXPECT_EQ(connection->change_mark(kUsers), first) << "and that is no concern of others";
     other->end_turn();
     connection->end_turn();
     EXPECT_NE(connection->change_mark(kUsers), first);

@@ -219,9 +219,8 @@ ResultSet OdbcConnection::query(const std::string& sql)
         const auto match = catalogue_.look_up(sql);
         auto& prepared = prepare(*match.shape);
         const auto* table = match.shape->statement.table;
-        return table != nullptr && prepared.reads && !waits(*table) && open.link->facts().counts_changes
-            ? select_kept(open, sql, match, prepared)
-            : select(open, match, prepared);
+        return table != nullptr && prepared.reads && !waits(*table) ? select_kept(open, sql, match, prepared)
+                                                                    : select(open, match, prepared);
     });
 }
 
@@ -245,17 +244,17 @@ ResultSet OdbcConnection::select(Session& open, const Match& match, const Prepar
 ResultSet OdbcConnection::select_kept(
     Session& open, const std::string& sql, const Match& match, const Prepared& prepared)
 {
-    const auto mark = change_mark(*match.shape->statement.table);
+    const auto mark = counted_mark(open, *match.shape->statement.table);
     const auto known = kept_.find(sql);
-    if (known != kept_.end() && known->second.mark == mark) {
+    if (mark && known != kept_.end() && known->second.mark == mark) {
         return known->second.result;
     }
     auto result = select(open, match, prepared);
-    if (result.rows.size() <= kMostRowsKept) {
+    if (mark && result.rows.size() <= kMostRowsKept) {
         if (kept_.size() >= kMostKept) {
             kept_.clear();
         }
-        kept_.insert_or_assign(sql, Kept{mark, result});
+        kept_.insert_or_assign(sql, Kept{*mark, result});
     }
     return result;
 }
@@ -435,21 +434,28 @@ void OdbcConnection::forget_turn()
 std::uint64_t OdbcConnection::change_mark(const Table& table)
 {
     return with_session([&](Session& open) {
-        if (!open.link->facts().counts_changes) {
-            return ++common_changes_;
-        }
-        const auto now = SteadyClock::now();
-        if (!open.marks_read || now - *open.marks_read > kMarksFresh) {
-            open.marks.clear();
-            const auto counters = open.turn.read({"SELECT name, changes FROM velto_changes"});
-            for (const auto& row : counters.rows) {
-                open.marks[lower(row.at(0).text())] = static_cast<std::uint64_t>(row.at(1).number());
-            }
-            open.marks_read = now;
-        }
-        const auto mark = open.marks.find(table.name);
-        return mark == open.marks.end() ? ++common_changes_ : common_changes_ + mark->second;
+        const auto counted = counted_mark(open, table);
+        return counted ? *counted : common_changes_ + ++uncounted_looks_;
     });
+}
+
+/// Nothing for a table whose changes nobody counts.
+std::optional<std::uint64_t> OdbcConnection::counted_mark(Session& open, const Table& table) const
+{
+    if (!open.link->facts().counts_changes) {
+        return std::nullopt;
+    }
+    const auto now = SteadyClock::now();
+    if (!open.marks_read || now - *open.marks_read > kMarksFresh) {
+        open.marks.clear();
+        const auto counters = open.turn.read({"SELECT name, changes FROM velto_changes"});
+        for (const auto& row : counters.rows) {
+            open.marks[lower(row.at(0).text())] = static_cast<std::uint64_t>(row.at(1).number());
+        }
+        open.marks_read = now;
+    }
+    const auto mark = open.marks.find(table.name);
+    return mark == open.marks.end() ? std::nullopt : std::optional(common_changes_ + mark->second);
 }
 
 std::string OdbcConnection::description() const

@@ -103,6 +103,7 @@ private:
     ResultSet select(Session& open, const Match& match, const Prepared& prepared);
     ResultSet select_kept(
         Session& open, const std::string& sql, const Match& match, const Prepared& prepared);
+    std::optional<std::uint64_t> counted_mark(Session& open, const Table& table) const;
     bool must_flush_for(const Prepared& prepared) const;
     void flush(Session& open);
     void flush_and_commit(Session& open);
@@ -127,5 +128,12 @@ private:
     std::uint64_t common_changes_;
     std::vector<std::string> notices_;
 };
+    std::uint64_t uncounted_looks_ = 0; // at the marks of tables whose changes nobody counts
+    struct LostSchema {
+        int version = 0;
+        bool has_tables = false;
+    };
+    std::optional<LostSchema> lost_schema_; // of the session that was lost
+    std::string refused_;                   // why the database that answers is not used
 
 } // namespace qz::platform
