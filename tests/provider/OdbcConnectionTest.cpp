@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -37,6 +38,7 @@ protected:
         times.answer = 1s;
         times.lock = 200ms;
         times.first_retry = 50ms;
+        times.longest_retry = 500ms;
         connection = open(true);
         other = open(false);
     }
@@ -233,12 +235,12 @@ TEST_F(OdbcConnectionTest, MarksForeignChangesOnly)
     other->Execute(fill(kInsertCommand, {"a", "b"}));
     other->end_turn();
     EXPECT_EQ(connection->change_mark(kUsers), first);
-    EXPECT_EQ(connection->query(std::string(kSelectCommands.text)).rows.size(), 1U);
-    other->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
-    other->Execute(std::string(kDeleteAllCommands.text));
     connection->query(fill(kSelectLastLogOn, {"anna"}));
     EXPECT_NE(connection->change_mark(kLog), connection->change_mark(kLog)) << "nobody counts its changes";
     EXPECT_EQ(connection->change_mark(kUsers), first) << "and that is no concern of others";
+    EXPECT_EQ(connection->query(std::string(kSelectCommands.text)).rows.size(), 1U);
+    other->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+    other->Execute(std::string(kDeleteAllCommands.text));
     other->end_turn();
     connection->end_turn();
     EXPECT_NE(connection->change_mark(kUsers), first);
@@ -332,6 +334,43 @@ TEST_F(OdbcConnectionTest, AFrozenServerHoldsNobodyUpForLong)
     connection->end_turn();
     EXPECT_THAT(seen(kUsers, 1), ElementsAre("dora"));
     EXPECT_THAT(seen(kLog, 4), ElementsAre("before", "meanwhile"));
+}
+
+TEST_F(OdbcConnectionTest, ComesBackToItsOwnTablesOnly)
+{
+    OdbcSession control(test::server_under_test()->connection_string());
+    const auto version = std::to_string(connection->maintenance().schema_version());
+    const auto use = [&](const std::string& sql) {
+        control.run({{"DELETE FROM velto_schema"}});
+        const auto outcome = control.run({{sql}});
+        EXPECT_FALSE(outcome.failure);
+    };
+    auto& program = test::server_under_test()->program();
+    program.freeze();
+    EXPECT_EQ(failure_of([&] { add_user("bert"); }), kUnspecified);
+    program.send_signal_to_all(SIGCONT);
+    connection->take_notices();
+    for (const auto& [stored, reason] : std::vector<std::pair<std::string, std::string>>{
+             {"INSERT INTO velto_schema (version) VALUES (99)",
+                 "has schema version 99, which is newer than this program"},
+             {"INSERT INTO velto_schema (version) VALUES (1)",
+                 "has schema version 1, but had " + version + " before"},
+             {"DELETE FROM velto_schema", "has schema version 0, but had " + version + " before"}}) {
+        SCOPED_TRACE(reason);
+        use(stored);
+        std::vector<std::string> notices;
+        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        while (notices.empty() && std::chrono::steady_clock::now() < deadline) {
+            connection->end_turn();
+            notices = connection->take_notices();
+            std::this_thread::sleep_for(10ms); // for another process
+        }
+        EXPECT_THAT(notices, ElementsAre(HasSubstr(reason)));
+        EXPECT_EQ(connection->State(), ConnectionState::Closed);
+    }
+    use("INSERT INTO velto_schema (version) VALUES (" + version + ")");
+    ASSERT_TRUE(comes_back());
+    EXPECT_THAT(connection->take_notices(), ElementsAre(HasSubstr("Database connection restored after ")));
 }
 
 TEST_F(OdbcConnectionTest, SurvivesAKilledServer)

@@ -527,6 +527,7 @@ void OdbcConnection::lose(const LinkLost& lost)
         return;
     }
     const auto former = session_->link->facts().session;
+    lost_schema_ = LostSchema{session_->tables.schema_version(), has_tables(session_->link->facts())};
     session_.reset();
     forget_turn();
     notices_.push_back("Database connection lost: " + lost.reason);
@@ -540,12 +541,42 @@ void OdbcConnection::find_way_back()
     if (!link) {
         return;
     }
+    if (auto reason = reason_against(link->facts()); !reason.empty()) {
+        reconnector_.refuse();
+        if (reason != refused_) {
+            notices_.push_back(
+                "The database " + reason + ": it is left alone until it is the right one again");
+        }
+        refused_ = std::move(reason);
+        return;
+    }
+    refused_.clear();
     use(std::move(link));
     auto notice = "Database connection restored after " + seconds_text(away);
     if (const auto lost = std::exchange(lost_rows_, 0); lost > 0) {
         notice += "; " + std::to_string(lost) + " log lines could not be kept";
     }
     notices_.push_back(std::move(notice));
+}
+
+/// Why a database that answers again is not used; empty when it is. Meanwhile somebody may have restored
+/// another one in its place.
+std::string OdbcConnection::reason_against(const ServerFacts& facts) const
+{
+    const auto version = "has schema version " + std::to_string(facts.schema_version);
+    if (facts.schema_version > static_cast<int>(facts.server->migrations.size())) {
+        return version + ", which is newer than this program";
+    }
+    if (lost_schema_ && facts.schema_version < lost_schema_->version) {
+        return version + ", but had " + std::to_string(lost_schema_->version) + " before";
+    }
+    return lost_schema_ && lost_schema_->has_tables && !has_tables(facts) ? "has no tables any more" : "";
+}
+
+/// Also for tables without a version, which somebody made by hand.
+bool OdbcConnection::has_tables(const ServerFacts& facts)
+{
+    return facts.columns.contains("users");
 }
 
 bool OdbcConnection::waits(const Table& table)

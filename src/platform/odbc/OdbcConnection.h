@@ -94,6 +94,8 @@ private:
     template <typename Work> auto with_session(Work work);
     void lose(const LinkLost& lost);
     void find_way_back();
+    std::string reason_against(const ServerFacts& facts) const;
+    static bool has_tables(const ServerFacts& facts);
 
     /// True for the tables whose rows nobody refuses, and which have no change counter.
     static bool waits(const Table& table);
@@ -101,9 +103,9 @@ private:
     static std::optional<std::int64_t> take_key(Session& open, const Table& table);
     void add_waiting(Session& open, const Table& table, std::int64_t key, const RowChange& row);
     ResultSet select(Session& open, const Match& match, const Prepared& prepared);
+    std::optional<std::uint64_t> counted_mark(Session& open, const Table& table) const;
     ResultSet select_kept(
         Session& open, const std::string& sql, const Match& match, const Prepared& prepared);
-    std::optional<std::uint64_t> counted_mark(Session& open, const Table& table) const;
     bool must_flush_for(const Prepared& prepared) const;
     void flush(Session& open);
     void flush_and_commit(Session& open);
@@ -126,8 +128,6 @@ private:
     std::optional<EngineError> turn_failure_;    // a write that waited failed: the turn will not be stored
     std::unordered_map<std::string, Kept> kept_; // by text
     std::uint64_t common_changes_;
-    std::vector<std::string> notices_;
-};
     std::uint64_t uncounted_looks_ = 0; // at the marks of tables whose changes nobody counts
     struct LostSchema {
         int version = 0;
@@ -135,5 +135,7 @@ private:
     };
     std::optional<LostSchema> lost_schema_; // of the session that was lost
     std::string refused_;                   // why the database that answers is not used
+    std::vector<std::string> notices_;
+};
 
 } // namespace qz::platform
