@@ -81,24 +81,38 @@ void ServerCommands::SendLastVersionToClients()
 
 void ServerCommands::CheckServerCommand()
 {
+    const auto is_away = [&] {
+        return database_.connection().State() == platform::ConnectionState::Closed;
+    };
     guarded(journal_, "CheckServerCommand", no_address, [&] {
-        if (database_.connection().State() == platform::ConnectionState::Closed) {
+        if (is_away()) {
             return; // an outage of the database is logged once, not with each tick
         }
-        std::optional<std::uint64_t> mark;
-        attempt([&] { mark = database_.connection().change_mark(store::tables::kCommand); });
-        if (mark && mark == empty_mark_) {
-            return;
-        }
-        auto rows = database_.open(store::statements::kSelectCommands);
-        if (rows.RecordCount() == 0) {
-            empty_mark_ = mark;
-        }
-        for (; !rows.AtEnd(); rows.MoveNext()) {
-            carry_out(rows.Fields("Action").text(), rows.Fields("Parameters").text());
-            delete_ServerCommand(rows.Fields("IDCommand").integer());
+        try {
+            poll();
+        } catch (const EngineError&) {
+            if (!is_away()) { // a link that breaks here is told of by its connection
+                throw;
+            }
         }
     });
+}
+
+void ServerCommands::poll()
+{
+    std::optional<std::uint64_t> mark;
+    attempt([&] { mark = database_.connection().change_mark(store::tables::kCommand); });
+    if (mark && mark == empty_mark_) {
+        return;
+    }
+    auto rows = database_.open(store::statements::kSelectCommands);
+    if (rows.RecordCount() == 0) {
+        empty_mark_ = mark;
+    }
+    for (; !rows.AtEnd(); rows.MoveNext()) {
+        carry_out(rows.Fields("Action").text(), rows.Fields("Parameters").text());
+        delete_ServerCommand(rows.Fields("IDCommand").integer());
+    }
 }
 
 void ServerCommands::carry_out(const std::string& action, const std::string& parameters)

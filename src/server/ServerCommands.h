@@ -53,6 +53,7 @@ public:
     void CheckServerCommand();
 
 private:
+    void poll();
     void carry_out(const std::string& action, const std::string& parameters);
     void carry_out_remote_command(const std::string& parameters);
 

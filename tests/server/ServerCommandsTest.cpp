@@ -103,3 +103,18 @@ TEST_F(ServerCommandsTest, AFailureLeavesTheRestForTheNextTick)
     tick();
     EXPECT_THAT(server.events.take(), ElementsAre("Log All active connections closed", "OnLine 0"));
 }
+
+TEST_F(ServerCommandsTest, AnOutageOfTheDatabaseIsToldByItsConnectionOnly)
+{
+    server.engine.commands.PushCloseAllConnections();
+    server.settle();
+    server.machine.watch = [&](const std::string& sql) {
+        if (sql.starts_with("SELECT * FROM command")) {
+            server.engine.database.ClosedbConnection(); // as a lost link does
+            throw qz::database_error(qz::DatabaseError::Unspecified, "gone");
+        }
+    };
+    tick();
+    tick();
+    EXPECT_THAT(server.events.take_starting("Error CheckServerCommand"), IsEmpty());
+}
