@@ -225,6 +225,18 @@ private:
     bool kept_ = false;
 };
 
+/// The source as it is at one moment: the server of another home may write to the same database.
+class Moment {
+public:
+    explicit Moment(Maintenance& source) : source_(source) { source.begin_reading(); }
+    ~Moment() { source_.roll_back(); }
+    Moment(const Moment&) = delete;
+    Moment& operator=(const Moment&) = delete;
+
+private:
+    Maintenance& source_;
+};
+
 std::uint64_t count_all(Maintenance& tables)
 {
     std::uint64_t all = 0;
@@ -290,6 +302,7 @@ void run_db_copy(const DbCopyOptions& options)
     if (!options.replace) {
         require_empty(target);
     }
+    const Moment moment(source);
     Change change(target);
     if (!compare(target, copy_all(source, target))) {
         throw CommandError(Exit::Failed, "the copy differs from the original");

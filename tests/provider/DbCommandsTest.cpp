@@ -9,11 +9,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -170,6 +172,33 @@ TEST_F(DbCommandsTest, WhatIsCopiedToAServerAndBackIsTheSame)
     EXPECT_EQ(status.at("schema_version"), status.at("current_schema_version"));
     ASSERT_EQ(target.run({"user", "add", "later", "--password-stdin"}, "secret\n"), 0)
         << "new rows get keys behind those that were copied: " << target.output;
+}
+
+TEST_F(DbCommandsTest, ACopyIsOneMomentOfASourceThatOthersWriteTo)
+{
+    std::vector<std::vector<Value>> log;
+    for (std::int64_t i = 1; i <= 5'000; ++i) { // lies between the two tables that change
+        log.push_back({i, "2026-01-01 12:00:00", "anna", "long enough"});
+    }
+    put(source, kLog, {"IDLog", "ActionTime", "UserName", "Action"}, log);
+    std::atomic<bool> copied = false;
+    std::thread writer([&] {
+        const auto connection = open_file(source);
+        auto& tables = connection->maintenance();
+        for (std::int64_t i = 1; !copied; ++i) {
+            const auto name = "user" + std::to_string(i);
+            tables.begin();
+            tables.write_rows(kUsers, {{"IDUserName", "UserName"}, {{i, name}}, nullptr, {}});
+            tables.write_rows(kLastLogOn, {{"IDLastLogOn", "UserName"}, {{i, name}}, nullptr, {}});
+            tables.commit();
+        }
+    });
+    EXPECT_EQ(copy(source, target), 0) << source.output;
+    copied = true;
+    writer.join();
+    ASSERT_EQ(copy(target, second), 0) << target.output;
+    const auto connection = open_file(second);
+    EXPECT_EQ(connection->maintenance().count_rows(kUsers), connection->maintenance().count_rows(kLastLogOn));
 }
 
 TEST_F(DbCommandsTest, OneDatabaseUnderTwoNamesIsNeverCopiedOntoItself)

@@ -247,6 +247,20 @@ TEST_F(OdbcConnectionTest, MarksForeignChangesOnly)
     EXPECT_THAT(connection->query(std::string(kSelectCommands.text)).rows, IsEmpty());
 }
 
+TEST_F(OdbcConnectionTest, ReadsOneMomentWhileOthersWrite)
+{
+    if (!test::server_under_test()->locks_rows()) {
+        GTEST_SKIP();
+    }
+    connection->maintenance().begin_reading();
+    EXPECT_THAT(connection->maintenance().count_rows(kRooms), 0U);
+    other->Execute(fill(kInsertUser, {"anna", "p", "", "", ""}));
+    other->end_turn();
+    EXPECT_EQ(connection->maintenance().count_rows(kUsers), 0U);
+    connection->maintenance().roll_back();
+    EXPECT_EQ(connection->maintenance().count_rows(kUsers), 1U);
+}
+
 TEST_F(OdbcConnectionTest, KeepsEveryCharacter)
 {
     std::string text = "Zo\xC3\xAB \xF0\x9F\x98\x80 \\ \\' \" ` %_ ?:$1 \xE2\x80\x99 \n\t end";

@@ -371,6 +371,9 @@ class Session:
         while is_symbol(tokens, 2, ","):
             tokens = tokens[:1] + tokens[3:]  # several that are set alike
         name = plain(tokens[1]).upper() if len(tokens) > 2 else ""
+        if name == "TRANSACTION":
+            expect(tokens, expect(tokens, expect(tokens, 2, "ISOLATION"), "LEVEL"), "SERIALIZABLE")
+            return tokens[5:]
         if name == "IDENTITY_INSERT":
             table, on = plain(tokens[2]).lower(), is_word(tokens, 3, "ON")
             expect(tokens, 3, "ON", "OFF")

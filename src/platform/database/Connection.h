@@ -59,8 +59,12 @@ public:
     /// fails, nothing of them is kept. Tables must not be made in between.
     /// @return false when the database takes nothing back: every operation then lasts at once.
     virtual bool begin() = 0;
+    /// From here to roll_back, rows are read as they are now, whatever others write meanwhile. Nothing is to
+    /// be written in between.
+    virtual void begin_reading() = 0;
     virtual void commit() = 0;
-    /// Takes back what followed begin. Never fails: with a broken connection it has been taken back.
+    /// Takes back what followed begin, or ends the reading. Never fails: with a broken connection it has been
+    /// taken back.
     virtual void roll_back() noexcept = 0;
 
     /// Two connections may reach one database by different addresses. What one of them marks, the other then

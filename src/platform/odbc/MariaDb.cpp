@@ -144,6 +144,11 @@ constexpr std::array<std::string_view, 4> kSafeguardTables{
     R"sql(CREATE UNIQUE INDEX IF NOT EXISTS lastlogon_UserName ON lastlogon (UserName))sql",
 };
 
+constexpr std::array<std::string_view, 2> kBeginReading{
+    "SET TRANSACTION ISOLATION LEVEL REPEATABLE READ",
+    "START TRANSACTION WITH CONSISTENT SNAPSHOT, READ ONLY",
+};
+
 /// Texts of waiting messages with several recipients: the rows of `queue` refer to them.
 constexpr std::array<std::string_view, 2> kQueueTexts{
     R"sql(CREATE TABLE IF NOT EXISTS queuetext (
@@ -165,6 +170,7 @@ const ServerDatabase kMariaDb{
     .lock_patience_in_seconds = true,
     .time_zone = "SET time_zone = '{}'",
     .begin = "BEGIN",
+    .begin_reading = kBeginReading,
     .commit = "COMMIT",
     .rollback = "ROLLBACK",
     .transaction_count = "SELECT @@in_transaction",

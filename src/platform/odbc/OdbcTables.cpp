@@ -315,6 +315,16 @@ bool OdbcTables::begin()
     return together_;
 }
 
+void OdbcTables::begin_reading()
+{
+    std::vector<Step> steps;
+    for (const auto text : link_.server().begin_reading) {
+        steps.push_back({std::string(text)});
+    }
+    run(std::move(steps));
+    together_ = true;
+}
+
 void OdbcTables::commit()
 {
     if (together_) {

@@ -13,6 +13,8 @@ constexpr std::array<std::string_view, 2> kSession{
     "SET client_min_messages = error",
 };
 
+constexpr std::array<std::string_view, 1> kBeginReading{"BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY"};
+
 // Names are folded to lower case by the server. Text ignores case by its collation. Version 12 replaces no
 // triggers: each is dropped and made in one statement, so that no change goes uncounted.
 constexpr std::array<std::string_view, 28> kFirstTables{
@@ -158,6 +160,7 @@ const ServerDatabase kPostgreSql{
     .lock_patience = "SET lock_timeout = {}",
     .time_zone = "SET TIME ZONE INTERVAL '{}' HOUR TO MINUTE",
     .begin = "BEGIN",
+    .begin_reading = kBeginReading,
     .commit = "COMMIT",
     .rollback = "ROLLBACK",
     .transaction_count = "", // a failing statement takes the transaction with it

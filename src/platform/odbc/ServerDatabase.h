@@ -21,6 +21,8 @@ struct ServerDatabase {
     /// Sets the session's local time to {}, for instance +01:00. Empty where a session has none.
     std::string_view time_zone;
     std::string_view begin;
+    /// Begins a transaction that reads everything as it was at one moment.
+    std::span<const std::string_view> begin_reading;
     std::string_view commit;
     std::string_view rollback;
     /// A row with 0 when no transaction is open. Empty where a failing statement always takes it with it.

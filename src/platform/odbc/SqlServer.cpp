@@ -140,6 +140,12 @@ constexpr std::array<std::string_view, 4> kSafeguardTables{
     CREATE UNIQUE INDEX lastlogon_UserName ON lastlogon (UserName) WHERE UserName IS NOT NULL)sql",
 };
 
+/// Snapshots have to be allowed by the database. Like this, what was read is locked until the end.
+constexpr std::array<std::string_view, 2> kBeginReading{
+    "SET TRANSACTION ISOLATION LEVEL SERIALIZABLE",
+    "BEGIN TRANSACTION",
+};
+
 /// Texts of waiting messages with several recipients: the rows of `queue` refer to them.
 constexpr std::array<std::string_view, 2> kQueueTexts{
     R"sql(IF OBJECT_ID('queuetext') IS NULL CREATE TABLE queuetext (
@@ -160,6 +166,7 @@ const ServerDatabase kSqlServer{
     .lock_patience = "SET LOCK_TIMEOUT {}",
     .time_zone = "",
     .begin = "BEGIN TRANSACTION",
+    .begin_reading = kBeginReading,
     .commit = "IF @@TRANCOUNT > 0 COMMIT TRANSACTION",
     .rollback = "IF @@TRANCOUNT > 0 ROLLBACK TRANSACTION",
     .transaction_count = "SELECT @@TRANCOUNT",

@@ -129,6 +129,11 @@ bool SqliteTables::begin()
     return true;
 }
 
+void SqliteTables::begin_reading()
+{
+    database_.run("BEGIN; SELECT 1 FROM sqlite_master"); // the first read is the moment
+}
+
 void SqliteTables::commit()
 {
     database_.run("COMMIT");

@@ -22,6 +22,7 @@ public:
     void write_rows(const Table& table, const ResultSet& rows) override;
     void delete_rows(const Table& table) override;
     bool begin() override;
+    void begin_reading() override;
     void commit() override;
     void roll_back() noexcept override;
     std::string set_mark() override;
