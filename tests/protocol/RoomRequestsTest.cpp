@@ -280,8 +280,8 @@ TEST_F(RoomRequestsTest, WithTheSafeguardNamesAreLowerCaseAndLimited)
         {fifty + "y", "The room " + fifty + failed + "has more than 50 characters"},
         {"a\r\nb", "The room a\\r\\nb" + failed + "has control characters"},
         {"a\x1B[2J", "The room a\\x1b[2j" + failed + "has control characters"},
-        {"_", "The room  " + failed + "is blank"},
-        {"", "The room " + failed + "is blank"},
+        {"_", "A room needs a name"},
+        {"", "A room needs a name"},
         {"_a", "The room  a" + failed + "begins or ends with a blank"},
         {"a#b", "The room a#b" + failed + "has a #, which clients write before the name of a room"},
     };
