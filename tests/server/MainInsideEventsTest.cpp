@@ -41,9 +41,9 @@ protected:
     {
         events.on_event = [this, event, act](const std::string& raised) {
             if (raised.starts_with(event)) {
+                const auto copy = act; // this function goes with the next line
                 events.on_event = nullptr;
-                const auto keep = act; // the function is being destroyed
-                keep();
+                copy();
             }
         };
     }
@@ -201,13 +201,14 @@ TEST(MainInsideRealEvents, HostAndMachineMayGoWhenTheLoopHasStopped)
         main->Server_Start();
         qz::test::LoopbackPeer peer(machine->port());
         peer.send(envelope("lastversion ") + envelope("echo "));
-        events->on_event = [&](const std::string& raised) {
+        const std::function<void(const std::string&)> leaves = [&](const std::string& raised) {
             if (raised.starts_with(event)) {
                 main.reset();
                 machine->loop().stop();
-                events.reset(); // with this function
+                events.reset();
             }
         };
+        events->on_event = std::cref(leaves);
         machine->loop().run();
         EXPECT_EQ(main, nullptr);
         machine.reset();
