@@ -115,4 +115,25 @@ void reload_unchanged_users(benchmark::State& state)
 }
 BENCHMARK(reload_unchanged_users);
 
+/// SetUsers when another program may have changed one of 10,000 users.
+void load_all_users(benchmark::State& state)
+{
+    Store store;
+    int number = 0;
+    const auto add_user = [&] {
+        store.database.execute(qz::store::statements::kInsertUser,
+            {"user" + std::to_string(++number), "#0123456789abcdef", "First", "Last", "user@example.org"});
+    };
+    while (number < 10'000) {
+        add_user();
+    }
+    while (state.KeepRunning()) {
+        state.PauseTiming();
+        add_user();
+        state.ResumeTiming();
+        store.directory.SetUsers();
+    }
+}
+BENCHMARK(load_all_users)->Unit(benchmark::kMillisecond);
+
 } // namespace
