@@ -77,6 +77,10 @@ public:
     {
         return noting([&] { return inner_->change_mark(table); });
     }
+    std::uint64_t own_changes(const platform::Table& table) const override
+    {
+        return inner_->own_changes(table);
+    }
     std::string description() const override { return inner_->description(); }
     std::vector<std::string> take_notices() override { return inner_->take_notices(); }
     platform::Maintenance& maintenance() override { return inner_->maintenance(); }

@@ -55,6 +55,11 @@ public:
         connection_->update_row(table, key, row);
         connection_->end_turn();
     }
+    void remove(const platform::Table& table, std::int64_t key)
+    {
+        connection_->delete_row(table, key);
+        connection_->end_turn();
+    }
     void run(const std::string& sql)
     {
         connection_->Execute(sql);

@@ -85,6 +85,10 @@ public:
     }
     void abandon_turn() override { inner_->abandon_turn(); }
     std::uint64_t change_mark(const platform::Table& table) override { return inner_->change_mark(table); }
+    std::uint64_t own_changes(const platform::Table& table) const override
+    {
+        return inner_->own_changes(table);
+    }
     std::string description() const override { return inner_->description(); }
     std::vector<std::string> take_notices() override { return inner_->take_notices(); }
     platform::Maintenance& maintenance() override { return inner_->maintenance(); }

@@ -140,6 +140,10 @@ public:
     /// A number that stays the same as long as nobody, in this process or another, has changed the table.
     /// Costs microseconds and reads no row. It may also change without a change of this table.
     virtual std::uint64_t change_mark(const Table& table) = 0;
+    /// How much of the mark this connection itself has made up by changing the table, at most: as long as the
+    /// rest of the mark is the same, nobody else has changed the table, and nothing of this connection was
+    /// taken back.
+    virtual std::uint64_t own_changes(const Table& /*table*/) const { return 0; }
 
     /// What is connected, for people: "SQLite 3.40.1, /var/lib/velto/VELTO.db".
     virtual std::string description() const = 0;

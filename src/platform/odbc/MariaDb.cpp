@@ -181,6 +181,7 @@ const ServerDatabase kMariaDb{
     .key_at_end = " RETURNING {}",
     .default_values = " () VALUES ()",
     .reserve_keys = "INSERT INTO {} ({key}) SELECT NULL FROM seq_1_to_{count} RETURNING {key}",
+    .counts_rows = true,
     .columns = "SELECT table_name, column_name, data_type FROM information_schema.columns "
                "WHERE table_schema = DATABASE() ORDER BY table_name, ordinal_position",
     .before_keys = "",

@@ -207,8 +207,11 @@ void OdbcConnection::Execute(const std::string& sql)
         if (prepared.reads) {
             open.turn.read(step);
         } else {
-            open.turn.write(step);
+            const auto outcome = open.turn.write(step);
             open.marks_read.reset();
+            if (table != nullptr) {
+                count_own_change(open, *table, outcome.changed_rows);
+            }
         }
     });
 }
@@ -244,6 +247,7 @@ ResultSet OdbcConnection::select(Session& open, const Match& match, const Prepar
 ResultSet OdbcConnection::select_kept(
     Session& open, const std::string& sql, const Match& match, const Prepared& prepared)
 {
+    notice_repeated_turn(open);
     const auto mark = counted_mark(open, *match.shape->statement.table);
     const auto known = kept_.find(sql);
     if (mark && known != kept_.end() && known->second.mark == mark) {
@@ -300,6 +304,7 @@ std::int64_t OdbcConnection::insert_row(const Table& table, const RowChange& row
                 return with_key;
             });
         open.marks_read.reset();
+        count_own_change(open, table, 1);
         return static_cast<std::int64_t>(outcome.result.rows.at(0).at(0).number());
     });
 }
@@ -363,6 +368,7 @@ void OdbcConnection::update_row(const Table& table, std::int64_t key, const RowC
         }
         const auto changed = open.turn.write(open.tables.update(table, key, row)).changed_rows;
         open.marks_read.reset();
+        count_own_change(open, table, changed);
         // Some servers do not count a row that had these values already.
         if (changed == 0 && open.turn.read(open.tables.count(table, key)).rows.at(0).at(0).number() == 0) {
             throw row_gone();
@@ -382,6 +388,7 @@ void OdbcConnection::delete_row(const Table& table, std::int64_t key)
         }
         const auto outcome = open.turn.write(open.tables.remove(table, key));
         open.marks_read.reset();
+        count_own_change(open, table, outcome.changed_rows);
         if (outcome.changed_rows == 0) {
             throw row_gone();
         }
@@ -434,9 +441,19 @@ void OdbcConnection::forget_turn()
 std::uint64_t OdbcConnection::change_mark(const Table& table)
 {
     return with_session([&](Session& open) {
+        notice_repeated_turn(open);
         const auto counted = counted_mark(open, table);
         return counted ? *counted : common_changes_ + ++uncounted_looks_;
     });
+}
+
+/// Rows that the turn has added have other keys and times when its statements were run again.
+void OdbcConnection::notice_repeated_turn(Session& open)
+{
+    if (open.turn.take_repeated()) {
+        common_changes_ = first_mark();
+        kept_.clear();
+    }
 }
 
 /// Nothing for a table whose changes nobody counts.
@@ -456,6 +473,24 @@ std::optional<std::uint64_t> OdbcConnection::counted_mark(Session& open, const T
     }
     const auto mark = open.marks.find(table.name);
     return mark == open.marks.end() ? std::nullopt : std::optional(common_changes_ + mark->second);
+}
+
+std::uint64_t OdbcConnection::own_changes(const Table& table) const
+{
+    const auto own = own_changes_.find(table.name);
+    return own == own_changes_.end() ? 0 : own->second;
+}
+
+/// Never more than the server's trigger counts, or a change of another program would be taken for one of our
+/// own: a trigger of statements may or may not count one that changes no row.
+void OdbcConnection::count_own_change(Session& open, const Table& table, std::int64_t rows)
+{
+    if (!open.marks.contains(table.name)) {
+        return; // nobody counts, or nobody has asked yet
+    }
+    const auto changed = (std::max)(rows, std::int64_t{0});
+    const auto counted = open.link->server().counts_rows ? changed : (std::min)(changed, std::int64_t{1});
+    own_changes_[table.name] += static_cast<std::uint64_t>(counted);
 }
 
 std::string OdbcConnection::description() const

@@ -50,6 +50,7 @@ public:
     void end_turn() override;
     void abandon_turn() override;
     std::uint64_t change_mark(const Table& table) override;
+    std::uint64_t own_changes(const Table& table) const override;
     std::string description() const override;
     std::vector<std::string> take_notices() override { return std::exchange(notices_, {}); }
     Maintenance& maintenance() override;
@@ -112,6 +113,9 @@ private:
     void write_log_slowly(Session& open, std::vector<Step> rows);
     void note_log_failure(const OdbcFailure& failure);
     void forget_turn();
+    void notice_repeated_turn(Session& open);
+    /// @param rows  that a statement of this connection has changed.
+    void count_own_change(Session& open, const Table& table, std::int64_t rows);
 
     OdbcTimes times_;
     Catalogue catalogue_;
@@ -133,8 +137,9 @@ private:
         int version = 0;
         bool has_tables = false;
     };
-    std::optional<LostSchema> lost_schema_; // of the session that was lost
-    std::string refused_;                   // why the database that answers is not used
+    std::optional<LostSchema> lost_schema_;                 // of the session that was lost
+    std::string refused_;                                   // why the database that answers is not used
+    std::map<std::string_view, std::uint64_t> own_changes_; // by table
     std::vector<std::string> notices_;
 };
 

@@ -156,6 +156,7 @@ void OdbcTurn::recover(const OdbcFailure& failure)
 
 void OdbcTurn::run_again()
 {
+    repeated_ = repeated_ || !done_.empty();
     std::vector<Step> steps{{std::string(link_.server().begin)}};
     steps.insert(steps.end(), done_.begin(), done_.end());
     if (link_.ask(steps, deadline_of(steps)).failure) {

@@ -39,6 +39,8 @@ public:
 
     /// True once after the server threw the turn's changes away.
     bool take_lost() { return std::exchange(lost_, false); }
+    /// True once after the turn's statements were run again.
+    bool take_repeated() { return std::exchange(repeated_, false); }
 
 private:
     std::chrono::milliseconds deadline_of(const std::vector<Step>& steps) const;
@@ -52,6 +54,7 @@ private:
     OdbcTimes times_;
     bool open_ = false;
     bool lost_ = false;
+    bool repeated_ = false;
     std::vector<Step> done_;
     /// Until then nobody waits for locks.
     std::chrono::steady_clock::time_point impatient_until_{};

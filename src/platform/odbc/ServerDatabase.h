@@ -42,6 +42,8 @@ struct ServerDatabase {
     std::string_view reserve_keys;
     /// Many rows go in one text as an array for each column, in the words of PostgreSQL.
     bool takes_arrays = false;
+    /// Change counters count each row that a statement changes, not the statement.
+    bool counts_rows = false;
     /// Rows (table, column, type) in the order of the columns.
     std::string_view columns;
     /// Around rows that bring their keys along: {} is the table. May be empty.

@@ -321,6 +321,13 @@ std::uint64_t SqliteConnection::change_mark(const Table& table)
     return common_changes_ + changes_of(table);
 }
 
+std::uint64_t SqliteConnection::own_changes(const Table& table) const
+{
+    const auto known = std::find_if(own_changes_.begin(), own_changes_.end(),
+        [&](const auto& changes) { return changes.first == table.name; });
+    return known == own_changes_.end() ? 0 : known->second;
+}
+
 std::string SqliteConnection::description() const
 {
     return std::string("SQLite ") + sqlite3_libversion() + ", "

@@ -47,6 +47,7 @@ public:
     void end_turn() override;
     void abandon_turn() override;
     std::uint64_t change_mark(const Table& table) override;
+    std::uint64_t own_changes(const Table& table) const override;
     std::string description() const override;
     Maintenance& maintenance() override;
 
