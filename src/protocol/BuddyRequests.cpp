@@ -4,8 +4,6 @@
 #include "helpers/ProtocolKeywords.h"
 #include "protocol/Values.h"
 
-#include <algorithm>
-
 namespace qz::protocol {
 
 using helpers::protocol_keywords;
@@ -16,10 +14,8 @@ namespace {
 store::BuddyRecord record_of(
     const store::Directory& directory, const std::string& user, const std::string& buddy)
 {
-    const auto& list = directory.list_of(user);
-    const auto found = std::find_if(list.begin(), list.end(),
-        [&](std::size_t number) { return directory.buddies()[number].Buddy == buddy; });
-    return found == list.end() ? store::BuddyRecord{} : directory.buddies()[*found];
+    const auto* found = directory.buddy_named(user, buddy);
+    return found == nullptr ? store::BuddyRecord{} : *found;
 }
 
 } // namespace
@@ -40,9 +36,10 @@ void BuddyRequests::Request_NewBuddy(const Request& request)
 void BuddyRequests::New_Buddy(const Entry& entry, const std::string& group, const std::string& remote_ip)
 {
     guarded(journal_, "New_Buddy", remote_ip, [&] {
-        records_.buddies.insert(
-            parser_.CleanText(entry.user), parser_.CleanText(entry.buddy), parser_.CleanText(group));
-        records_.buddies.RemoveDuplicatedBuddies();
+        const auto user = parser_.CleanText(entry.user);
+        const auto buddy = parser_.CleanText(entry.buddy);
+        records_.buddies.insert(user, buddy, parser_.CleanText(group));
+        records_.buddies.remove_duplicates_of(user, buddy);
         records_.directory.SetMyBuddies();
     });
 }

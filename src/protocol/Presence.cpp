@@ -66,8 +66,8 @@ std::vector<std::int16_t> Presence::watching_sockets(const std::string& user, st
 {
     std::vector<std::int16_t> sockets;
     std::unordered_set<std::string_view> owners;
-    for (const auto entry : directory_.entries_listing(user)) {
-        const auto& owner = directory_.buddies()[entry].UserName;
+    for (const auto* entry : directory_.entries_listing(user)) {
+        const auto& owner = entry->UserName;
         if (!owners.insert(owner).second) {
             continue;
         }

@@ -19,8 +19,8 @@ void PresenceLists::get_OnLine_Buddies(const Asker& asker)
 {
     guarded(journal_, "Get_OnLine_Buddies", asker.remote_ip, [&] {
         ListText list;
-        for (const auto entry : directory_.list_of(asker.user)) {
-            const auto& buddy = directory_.buddies()[entry].Buddy;
+        for (const auto* entry : directory_.list_of(asker.user)) {
+            const auto& buddy = entry->Buddy;
             if (connections_.UserIsOnline(buddy)) {
                 list.add({buddy, presence_.get_UserStatus(buddy)});
             }
@@ -47,9 +47,8 @@ void PresenceLists::GetAllBuddies(const Asker& asker)
 {
     guarded(journal_, "GetAllBuddies", asker.remote_ip, [&] {
         ListText list;
-        for (const auto entry : directory_.list_of(asker.user)) {
-            const auto& buddy = directory_.buddies()[entry];
-            list.add({buddy.Buddy, buddy.Group, presence_.get_UserStatus(buddy.Buddy)});
+        for (const auto* entry : directory_.list_of(asker.user)) {
+            list.add({entry->Buddy, entry->Group, presence_.get_UserStatus(entry->Buddy)});
         }
         send(asker, protocol_keywords().AllBuddies, list, "Get all buddies from " + asker.user);
     });

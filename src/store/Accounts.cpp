@@ -65,11 +65,13 @@ bool Accounts::set_NewScreenName(const std::string& name, const std::string& ema
         if (trim(name).empty() || ScreenNameExist(name)) {
             return false;
         }
-        store_password(password, [&] {
+        const auto stored_name = lower(parser_.CleanText(name));
+        const auto insert = [&] {
             database_.execute(statements::kInsertUser,
-                {lower(parser_.CleanText(name)), parser_.CleanText(password), parser_.CleanText(first_name),
+                {stored_name, parser_.CleanText(password), parser_.CleanText(first_name),
                     parser_.CleanText(last_name), parser_.CleanText(email)});
-        });
+        };
+        store_password(password, [&] { directory_.add_user(stored_name, insert); });
         journal_.log_own("Addded new screenname (" + name + ")");
         return true;
     });
@@ -91,7 +93,7 @@ bool Accounts::set_MyDetails(
         row.SetField("Fax", details.Fax);
         row.SetField("HomePage", details.HomePage);
         row.SetField("Country", details.Country);
-        store_password(details.Password, [&] { row.Update(); });
+        store_password(details.Password, [&] { update(name, row); });
         directory_.SetUsers();
         return true;
     });
@@ -106,7 +108,7 @@ bool Accounts::set_ScreenNamePassword(
             return false;
         }
         row.SetField("Password", password);
-        store_password(password, [&] { row.Update(); });
+        store_password(password, [&] { update(name, row); });
         directory_.SetUsers();
         return true;
     });
@@ -123,7 +125,7 @@ bool Accounts::ChangeUserNamePassword(const std::string& name, const std::string
         auto row = row_of(statements::kSelectPassword, name);
         if (!row.AtEnd()) {
             row.SetField("Password", new_password);
-            store_password(new_password, [&] { row.Update(); });
+            store_password(new_password, [&] { update(name, row); });
         }
         journal_.Log("Password Changed for " + name, name, remote_ip);
         service_message = "The password has been changed successfully, please relogon!";
@@ -137,7 +139,7 @@ void Accounts::set_ScreenName_Enabled(const std::string& name, bool enabled)
         auto row = row_of(statements::kSelectUser, name);
         if (!row.AtEnd()) {
             row.SetField("AccountActive", enabled);
-            row.Update();
+            update(name, row);
         }
         directory_.SetUsers();
         directory_.ListAllUsers();
@@ -153,7 +155,7 @@ bool Accounts::save_client_version(
             return false;
         }
         row.SetField("IMClientInUse", version);
-        row.Update();
+        update(name, row);
         return true;
     });
 }
@@ -248,6 +250,11 @@ template <typename Step> void Accounts::store_password(const std::string& passwo
 platform::Recordset Accounts::row_of(const platform::Statement& statement, const std::string& name)
 {
     return database_.open(statement, {parser_.CleanText(name)});
+}
+
+void Accounts::update(const std::string& name, platform::Recordset& row)
+{
+    directory_.change_user(parser_.CleanText(name), [&] { row.Update(); });
 }
 
 std::string Accounts::field(std::string_view name, std::string UserRecord::*member) const

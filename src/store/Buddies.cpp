@@ -6,8 +6,6 @@
 #include "helpers/ProtocolKeywords.h"
 #include "store/Statements.h"
 
-#include <algorithm>
-
 namespace qz::store {
 
 Buddies::Buddies(Database& database, Directory& directory, Accounts& accounts,
@@ -18,7 +16,9 @@ Buddies::Buddies(Database& database, Directory& directory, Accounts& accounts,
 
 void Buddies::insert(const std::string& user_name, const std::string& buddy, const std::string& group)
 {
-    database_.execute(statements::kInsertBuddy, {user_name, buddy, group});
+    directory_.add_buddy(user_name, buddy, [&] {
+        database_.execute(statements::kInsertBuddy, {user_name, buddy, group});
+    });
 }
 
 std::int16_t Buddies::BuddyDuplicated(const std::string& user_name, const std::string& buddy)
@@ -47,24 +47,38 @@ void Buddies::RemoveDuplicatedBuddies()
             return;
         }
         clean_.reset();
-        if (!remove_duplicates()) {
+        auto rows = database_.open(statements::kSelectDuplicatedBuddies);
+        if (!remove_duplicates(rows)) {
             clean_ = marks;
         }
     });
 }
 
+void Buddies::remove_duplicates_of(const std::string& user_name, const std::string& buddy)
+{
+    guarded(journal_, "RemoveDuplicatedBuddies", no_address, [&] {
+        if (buddy.empty() && accounts_.ScreenNameExist(user_name)) {
+            return; // entries without a name are never counted, and there may be many of them
+        }
+        auto rows = database_.open(statements::kSelectBuddyEntries, {user_name, buddy});
+        if (rows.RecordCount() > 1) {
+            remove_duplicates(rows);
+        }
+    });
+}
+
 /// @return whether anything was deleted.
-bool Buddies::remove_duplicates()
+bool Buddies::remove_duplicates(platform::Recordset& rows)
 {
     bool deleted = false;
-    auto rows = database_.open(statements::kSelectDuplicatedBuddies);
     for (; !rows.AtEnd(); rows.MoveNext()) {
         const auto owner = rows.Fields("UserName").text();
         const auto buddy = rows.Fields("Buddy").text();
         // The oldest row survives: rows are visited newest first, and counted anew each time.
         if (!accounts_.ScreenNameExist(owner, helpers::protocol_keywords().HostAddress)
             || BuddyDuplicated(owner, buddy) >= 2) {
-            rows.Delete();
+            const BuddyRecord gone{rows.Fields("IDBuddies").integer(), buddy, {}, {}, {}, {}, owner};
+            directory_.remove_row(gone, [&] { rows.Delete(); });
             rows.Update();
             deleted = true;
         }
@@ -76,25 +90,27 @@ void Buddies::Delete_Buddy(
     const std::string& user_name, const std::string& buddy, const std::string& remote_ip, Quiet quiet)
 {
     guarded(journal_, "Delete_Buddy", remote_ip, [&] {
-        database_.execute(statements::kDeleteBuddy, {user_name, parser_.CleanText(buddy)});
+        const auto clean_buddy = parser_.CleanText(buddy);
+        directory_.change_buddy(user_name, clean_buddy, [&] {
+            database_.execute(statements::kDeleteBuddy, {user_name, clean_buddy});
+        });
         if (quiet == Quiet::Yes) {
             return;
         }
-        RemoveDuplicatedBuddies();
-        directory_.SetMyBuddies();
+        directory_.SetMyBuddies(); // no entry of the pair is left that could stand twice
         journal_.Log("Buddy delete (" + buddy + ") for " + user_name, user_name, remote_ip);
     });
 }
 
 std::string Buddies::Retrieve_BuddyGroup(const std::string& user_name, const std::string& buddy) const
 {
-    const auto* found = entry(user_name, buddy);
+    const auto* found = directory_.buddy_named(user_name, buddy);
     return found == nullptr ? std::string{} : found->Group;
 }
 
 std::string Buddies::Retrieve_BuddyPassword(const std::string& user_name, const std::string& buddy) const
 {
-    const auto* found = entry(user_name, buddy);
+    const auto* found = directory_.buddy_named(user_name, buddy);
     return found == nullptr ? std::string{} : found->key;
 }
 
@@ -103,8 +119,10 @@ bool Buddies::Update_BuddyDetail(const std::string& user_name, const std::string
     const std::string& remote_ip)
 {
     return guarded(journal_, "Update_BuddyDetail", remote_ip, false, [&] {
-        database_.execute(
-            statements::kUpdateBuddy, {key, comment, group, parser_.CleanText(buddy), user_name});
+        const auto clean_buddy = parser_.CleanText(buddy);
+        directory_.change_buddy(user_name, clean_buddy, [&] {
+            database_.execute(statements::kUpdateBuddy, {key, comment, group, clean_buddy, user_name});
+        });
         return true;
     });
 }
@@ -115,18 +133,10 @@ bool Buddies::Update_BuddyPassword(const std::string& buddy, const std::string& 
         auto row = database_.open(statements::kSelectBuddyKey, {buddy, owner});
         if (!row.AtEnd()) {
             row.SetField("key", key);
-            row.Update();
+            directory_.change_buddy(owner, buddy, [&] { row.Update(); });
         }
         return true;
     });
-}
-
-const BuddyRecord* Buddies::entry(const std::string& user_name, const std::string& buddy) const
-{
-    const auto& list = directory_.list_of(user_name);
-    const auto found = std::find_if(list.begin(), list.end(),
-        [&](std::size_t number) { return directory_.buddies()[number].Buddy == buddy; });
-    return found == list.end() ? nullptr : &directory_.buddies()[*found];
 }
 
 } // namespace qz::store

@@ -31,6 +31,10 @@ public:
     /// Of entries that stand more than once the oldest stays; when their owner has no account none does.
     /// Costs no query when the tables are unchanged since a pass that found nothing to delete.
     void RemoveDuplicatedBuddies();
+    /// The same for one owner's entries of one buddy alone, after one was added: what it costs does not grow
+    /// with the table. Both texts go into the statement as they stand; errors are reported under
+    /// "RemoveDuplicatedBuddies".
+    void remove_duplicates_of(const std::string& user_name, const std::string& buddy);
     /// @param user_name  goes into the statement as it stands.
     void Delete_Buddy(
         const std::string& user_name, const std::string& buddy, const std::string& remote_ip, Quiet quiet);
@@ -48,8 +52,7 @@ public:
 private:
     using Marks = std::pair<std::uint64_t, std::uint64_t>; // of `buddies` and `users`
 
-    bool remove_duplicates();
-    const BuddyRecord* entry(const std::string& user_name, const std::string& buddy) const;
+    bool remove_duplicates(platform::Recordset& rows);
 
     Database& database_;
     Directory& directory_;

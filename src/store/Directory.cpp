@@ -2,69 +2,56 @@
 
 #include "base/Guarded.h"
 #include "base/Text.h"
-#include "platform/database/ColumnFinder.h"
+#include "store/RecordRows.h"
 #include "store/Statements.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qz::store {
 
 namespace {
 
-/// The row at hand while a table is read.
-struct Row {
-    const platform::Value& Fields(std::string_view name) { return values[finder.find(columns, name)]; }
-
-    platform::ColumnFinder& finder;
-    const std::vector<std::string>& columns;
-    const std::vector<platform::Value>& values;
-};
-
-// A null leaves the record's field empty; only the key column is read without that test.
-
-void read(Row& row, UserRecord& user)
+/// Whether the indexes of one record hold for the other.
+bool same_in_indexes(const UserRecord& left, const UserRecord& right)
 {
-    user.IDUserName = row.Fields("IDUserName").integer();
-    user.UserName = row.Fields("UserName").text();
-    user.Password = row.Fields("Password").text();
-    user.IMClientInUse = row.Fields("IMClientInUse").text();
-    user.FirstName = row.Fields("FirstName").text();
-    user.LastName = row.Fields("LastName").text();
-    user.Email = row.Fields("Email").text();
-    user.AccountActive = row.Fields("AccountActive").boolean();
-    user.CreationTime = row.Fields("CreationTime").date();
-    user.Phone = row.Fields("Phone").text();
-    user.Fax = row.Fields("Fax").text();
-    user.HomePage = row.Fields("HomePage").text();
-    user.Country = row.Fields("Country").text();
+    return left.UserName == right.UserName && left.FirstName == right.FirstName
+        && left.LastName == right.LastName;
+}
+bool same_in_indexes(const BuddyRecord& left, const BuddyRecord& right)
+{
+    return left.UserName == right.UserName && left.Buddy == right.Buddy;
+}
+bool same_in_indexes(const RoomRecord& left, const RoomRecord& right)
+{
+    return left.RoomName == right.RoomName;
 }
 
-void read(Row& row, BuddyRecord& buddy)
+bool is_before(const BuddyRecord* left, const BuddyRecord* right)
 {
-    buddy.IDBuddies = row.Fields("IDBuddies").integer();
-    buddy.Buddy = row.Fields("Buddy").text();
-    buddy.key = row.Fields("key").text();
-    buddy.Comment = row.Fields("Comment").text();
-    buddy.Group = row.Fields("Group").text();
-    buddy.CreationTime = row.Fields("CreationTime").date();
-    buddy.UserName = row.Fields("UserName").text();
+    return RecordOrder()(*left, *right);
 }
 
-void read(Row& row, RoomRecord& room)
+/// A name gets its first record in the order of the copy.
+template <typename Index> void enter_first(Index& index, const std::string& name, const UserRecord& user)
 {
-    room.IDRoom = row.Fields("IDRoom").integer();
-    room.RoomName = row.Fields("RoomName").text();
-    room.CreationTime = row.Fields("CreationTime").date();
-    room.key = row.Fields("key").text();
-    room.UserName_Owner = row.Fields("UserName_Owner").text();
+    const auto [entry, is_new] = index.emplace(name, &user);
+    if (!is_new && RecordOrder()(user, *entry->second)) {
+        entry->second = &user;
+    }
+}
+template <typename Index> void leave_first(Index& index, const std::string& name, const UserRecord& user)
+{
+    const auto entry = index.find(name);
+    if (entry != index.end() && entry->second == &user) {
+        index.erase(entry);
+    }
 }
 
-const std::vector<std::size_t>& list_in(
-    const std::unordered_map<std::string_view, std::vector<std::size_t>>& index, std::string_view name)
+template <typename Index> auto found_in(const Index& index, std::string_view name)
 {
-    static const std::vector<std::size_t> kNone;
-    const auto found = name.empty() ? index.end() : index.find(name);
-    return found == index.end() ? kNone : found->second;
+    const auto entry = name.empty() ? index.end() : index.find(name);
+    return entry == index.end() ? nullptr : entry->second;
 }
 
 } // namespace
@@ -76,8 +63,7 @@ Directory::Directory(Database& database, const Counters& counters, Journal& jour
 
 void Directory::SetUsers()
 {
-    load(users_,
-        {"SetUsers", tables::kUsers, statements::kSelectUsers, &Counters::users, &Directory::index_users});
+    load(users_, {"SetUsers", tables::kUsers, statements::kSelectUsers, &Counters::users});
 }
 
 void Directory::load_users_once()
@@ -89,124 +75,325 @@ void Directory::load_users_once()
 
 std::optional<std::uint64_t> Directory::refresh_users()
 {
-    if (!attempt([&] { database_.connection().change_mark(tables::kUsers); })) {
+    if (!mark_of(tables::kUsers)) {
         return std::nullopt;
     }
     SetUsers();
-    return users_.loaded_mark;
+    return users_.mark ? std::optional(users_.mark->total) : std::nullopt;
 }
 
 void Directory::SetMyBuddies()
 {
-    load(buddies_,
-        {"SetMyBuddies", tables::kBuddies, statements::kSelectBuddies, &Counters::buddies,
-            &Directory::index_buddies});
+    load(buddies_, {"SetMyBuddies", tables::kBuddies, statements::kSelectBuddies, &Counters::buddies});
 }
 
 void Directory::SetRooms()
 {
-    load(rooms_,
-        {"SetRooms", tables::kRooms, statements::kSelectRooms, &Counters::rooms, &Directory::index_rooms});
+    load(rooms_, {"SetRooms", tables::kRooms, statements::kSelectRooms, &Counters::rooms});
 }
 
 template <typename Record> void Directory::load(Snapshot<Record>& snapshot, const Source& source)
 {
     // Taken before the rows are read: a change that comes in between makes the next load read again. Where
     // there is no mark (a closed connection), the load goes on and reports what is wrong.
-    std::optional<std::uint64_t> mark;
-    attempt([&] { mark = database_.connection().change_mark(source.table); });
-    if (mark && mark == snapshot.loaded_mark) {
+    const auto now = mark_of(source.table);
+    if (now && snapshot.is_known(*now) && (snapshot.changes.empty() || follow(snapshot))) {
         return;
     }
     snapshot.loaded_before = true;
-    snapshot.loaded_mark.reset();
+    snapshot.forget();
     guarded(journal_, source.loader, no_address, [&] {
-        // Counted a second time: the first count only tells an empty table.
-        auto count = (counters_.*source.count)();
-        if (count.value_or(0) >= 1) {
-            count = (counters_.*source.count)();
-        }
-        const Indexing indexing{*this, source.index};
-        snapshot.records.assign(static_cast<std::size_t>((std::max)(count.value_or(0), 1)), {});
-        if (count.value_or(0) >= 1) {
-            read_rows(snapshot, source);
-        }
-        if (count) {
-            snapshot.loaded_mark = mark;
+        if (load_all(snapshot, source)) {
+            snapshot.mark = now;
         }
     });
 }
 
-template <typename Record> void Directory::read_rows(Snapshot<Record>& snapshot, const Source& source)
+/// @return false when the table could not be counted, which has been reported: the copy then stays, so that
+/// the users are known while the database is away.
+template <typename Record> bool Directory::load_all(Snapshot<Record>& snapshot, const Source& source)
 {
-    platform::ColumnFinder finder;
-    auto record = snapshot.records.begin();
-    database_.connection().visit(platform::fill(source.rows, {}),
-        [&](const std::vector<std::string>& columns, std::vector<platform::Value>& values) {
-            if (record == snapshot.records.end()) { // the table grew between the count and the query
-                throw runtime_error(RuntimeError::SubscriptOutOfRange);
+    auto count = (counters_.*source.count)();
+    if (count.value_or(0) >= 1) { // counted a second time, as hosts that look on know it
+        count = (counters_.*source.count)();
+    }
+    if (!count) {
+        return false;
+    }
+    // On every way out, before a failure is reported: whoever hears of it may ask the directory.
+    struct KeepingOne {
+        Directory& directory;
+        Snapshot<Record>& snapshot;
+        ~KeepingOne() { directory.keep_one(snapshot); }
+    };
+    const KeepingOne keeping{*this, snapshot};
+    bool is_old = true;
+    const auto drop_old = [&] {
+        if (std::exchange(is_old, false)) {
+            clear_indexes(snapshot);
+            snapshot.records.clear();
+            snapshot.last_key = 0;
+        }
+    };
+    if (*count >= 1) {
+        visit(std::string(source.rows.text), [&](Row& row) {
+            drop_old();
+            Record record;
+            read(row, record);
+            snapshot.last_key = (std::max)(snapshot.last_key, key_of(record).id);
+            enter(*snapshot.records.insert(snapshot.records.end(), std::move(record)));
+        });
+    }
+    drop_old();
+    return true;
+}
+
+/// Does to the copy what the engine has done to the table.
+/// @return false when that is not all: a row that was added is not found, or the database fails.
+template <typename Record> bool Directory::follow(Snapshot<Record>& snapshot)
+{
+    Following following;
+    const bool was_read = attempt([&] {
+        for (const auto& [text, change] : snapshot.changes) {
+            following.missing += change.added;
+            for (const auto& row : change.removed) {
+                remove(snapshot, row, following);
             }
+        }
+        for (const auto& [text, change] : snapshot.changes) {
+            visit(text, [&](Row& row) {
+                Record record;
+                read(row, record);
+                put(snapshot, std::move(record), following);
+            });
+        }
+    });
+    keep_one(snapshot);
+    if (!was_read || following.missing > 0) {
+        return false;
+    }
+    snapshot.changes.clear();
+    return true;
+}
+
+template <typename Record>
+void Directory::put(Snapshot<Record>& snapshot, Record record, Following& following)
+{
+    auto& records = snapshot.records;
+    const auto key = key_of(record).id;
+    snapshot.last_key = (std::max)(snapshot.last_key, key);
+    const auto known = records.find(record);
+    if (known == records.end()) {
+        following.missing -= following.taken_out.contains(key) ? 0 : 1;
+        if (snapshot.is_empty()) {
+            leave(*records.begin());
+            records.clear();
+        }
+        enter(*records.insert(std::move(record)).first);
+        return;
+    }
+    const bool in_place = same_in_indexes(*known, record);
+    if (!in_place) {
+        leave(*known);
+    }
+    auto node = records.extract(known); // its address stays
+    node.value() = std::move(record);
+    const auto placed = records.insert(std::move(node)).position;
+    if (!in_place) {
+        enter(*placed);
+    }
+}
+
+template <typename Record>
+void Directory::remove(Snapshot<Record>& snapshot, const Record& record, Following& following)
+{
+    const auto known = snapshot.records.find(record);
+    if (known == snapshot.records.end()) { // it was added, and removed before it was ever read
+        --following.missing;
+        return;
+    }
+    following.taken_out.insert(key_of(record).id);
+    leave(*known);
+    snapshot.records.erase(known);
+}
+
+template <typename Record> void Directory::keep_one(Snapshot<Record>& snapshot)
+{
+    if (snapshot.records.empty()) {
+        enter(*snapshot.records.insert(Record{}).first);
+    }
+}
+
+template <typename Visitor> void Directory::visit(const std::string& text, Visitor visitor)
+{
+    if (text.empty()) {
+        return;
+    }
+    platform::ColumnFinder finder;
+    database_.connection().visit(
+        text, [&](const std::vector<std::string>& columns, std::vector<platform::Value>& values) {
             Row row{finder, columns, values};
-            read(row, *record++);
+            visitor(row);
         });
 }
 
-void Directory::index_users()
+std::optional<TableMark> Directory::mark_of(const platform::Table& table)
+{
+    std::optional<TableMark> mark;
+    attempt([&] {
+        auto& connection = database_.connection();
+        const auto total = connection.change_mark(table);
+        mark = TableMark{total, connection.own_changes(table)};
+    });
+    return mark;
+}
+
+template <typename Record>
+void Directory::run(Snapshot<Record>& snapshot, const platform::Table& table, const Change& change,
+    const std::string& text, OwnChange<Record> note)
+{
+    const auto before = database_.connection().own_changes(table);
+    change();
+    snapshot.note(before, database_.connection().own_changes(table), text, std::move(note));
+}
+
+void Directory::add_user(std::string_view name, const Change& change)
+{
+    run(users_, tables::kUsers, change, platform::fill(statements::kSelectUser, {name}), {{}, 1});
+}
+
+void Directory::change_user(std::string_view name, const Change& change)
+{
+    run(users_, tables::kUsers, change, platform::fill(statements::kSelectUser, {name}), {});
+}
+
+/// Only what is newer than the copy is read again: an owner may have many entries of one buddy.
+void Directory::add_buddy(std::string_view owner, std::string_view buddy, const Change& change)
+{
+    const auto last = std::to_string(buddies_.last_key);
+    run(buddies_, tables::kBuddies, change,
+        platform::fill(statements::kSelectNewBuddyEntries, {owner, buddy, last}), {{}, 1});
+}
+
+/// Which rows are concerned is asked of the database, whose comparison of names is not that of the copy.
+/// Without any, the statement would change nothing but the table's mark, at the price of a load.
+void Directory::change_buddy(std::string_view owner, std::string_view buddy, const Change& change)
+{
+    const auto text = platform::fill(statements::kSelectBuddyEntries, {owner, buddy});
+    OwnChange<BuddyRecord> concerned; // taken out, and put back as far as they are still there
+    const bool is_known =
+        attempt([&] { visit(text, [&](Row& row) { read(row, concerned.removed.emplace_back()); }); });
+    if (!is_known) {
+        change();
+    } else if (!concerned.removed.empty()) {
+        run(buddies_, tables::kBuddies, change, text, std::move(concerned));
+    }
+}
+
+void Directory::add_room(std::string_view name, const Change& change)
+{
+    const auto last = std::to_string(rooms_.last_key);
+    run(rooms_, tables::kRooms, change, platform::fill(statements::kSelectNewRooms, {name, last}), {{}, 1});
+}
+
+void Directory::remove_row(const BuddyRecord& row, const Change& change)
+{
+    run(buddies_, tables::kBuddies, change, {}, {{row}, 0});
+}
+
+void Directory::remove_row(const RoomRecord& row, const Change& change)
+{
+    run(rooms_, tables::kRooms, change, {}, {{row}, 0});
+}
+
+void Directory::clear_indexes(const Snapshot<UserRecord>& /*users*/)
 {
     user_by_name_.clear();
     user_by_lower_name_.clear();
-    user_by_name_.reserve(users().size());
-    user_by_lower_name_.reserve(users().size());
-    for (std::size_t i = 0; i < users().size(); ++i) {
-        user_by_name_.emplace(users()[i].UserName, i); // emplace keeps the first
-        user_by_lower_name_.emplace(lower(users()[i].UserName), i);
-    }
+    ++version_of_names_;
 }
 
-void Directory::index_buddies()
+void Directory::clear_indexes(const Snapshot<BuddyRecord>& /*buddies*/)
 {
-    buddies_by_owner_.clear();
-    buddies_by_buddy_.clear();
-    for (std::size_t i = 0; i < buddies().size(); ++i) {
-        buddies_by_owner_[buddies()[i].UserName].push_back(i);
-        buddies_by_buddy_[buddies()[i].Buddy].push_back(i);
-    }
+    entries_by_buddy_.clear();
 }
 
-void Directory::index_rooms()
+void Directory::enter(const UserRecord& user)
 {
-    room_by_name_.clear();
-    for (std::size_t i = 0; i < rooms().size(); ++i) {
-        room_by_name_.emplace(rooms()[i].RoomName, i);
+    enter_first(user_by_name_, user.UserName, user);
+    enter_first(user_by_lower_name_, lower(user.UserName), user);
+    ++version_of_names_;
+}
+
+void Directory::leave(const UserRecord& user)
+{
+    leave_first(user_by_name_, user.UserName, user);
+    leave_first(user_by_lower_name_, lower(user.UserName), user);
+    ++version_of_names_;
+}
+
+void Directory::enter(const BuddyRecord& entry)
+{
+    auto& entries = entries_by_buddy_[entry.Buddy];
+    const bool is_last = entries.empty() || is_before(entries.back(), &entry);
+    entries.insert(
+        is_last ? entries.end() : std::upper_bound(entries.begin(), entries.end(), &entry, is_before),
+        &entry);
+}
+
+void Directory::leave(const BuddyRecord& entry)
+{
+    const auto listed = entries_by_buddy_.find(entry.Buddy);
+    auto& entries = listed->second;
+    entries.erase(std::lower_bound(entries.begin(), entries.end(), &entry, is_before));
+    if (entries.empty()) {
+        entries_by_buddy_.erase(listed);
     }
 }
 
 const UserRecord* Directory::user_named(std::string_view name) const
 {
-    const auto found = name.empty() ? user_by_name_.end() : user_by_name_.find(name);
-    return found == user_by_name_.end() ? nullptr : &users()[found->second];
+    return found_in(user_by_name_, name);
 }
 
 const UserRecord* Directory::user_named_in_any_case(std::string_view name) const
 {
-    const auto found = name.empty() ? user_by_lower_name_.end() : user_by_lower_name_.find(lower(name));
-    return found == user_by_lower_name_.end() ? nullptr : &users()[found->second];
+    return found_in(user_by_lower_name_, lower(name));
 }
 
 const RoomRecord* Directory::room_named(std::string_view name) const
 {
-    const auto found = name.empty() ? room_by_name_.end() : room_by_name_.find(name);
-    return found == room_by_name_.end() ? nullptr : &rooms()[found->second];
+    const auto [begin, end] = rooms().equal_range(NameToFind{name});
+    const auto found =
+        std::find_if(begin, end, [&](const RoomRecord& room) { return room.RoomName == name; });
+    return found == end || name.empty() ? nullptr : &*found;
 }
 
-const std::vector<std::size_t>& Directory::list_of(std::string_view owner) const
+const BuddyRecord* Directory::buddy_named(std::string_view owner, std::string_view buddy) const
 {
-    return list_in(buddies_by_owner_, owner);
+    const auto [begin, end] = buddies().equal_range(NameToFind{owner, buddy});
+    const auto found = std::find_if(begin, end,
+        [&](const BuddyRecord& entry) { return entry.UserName == owner && entry.Buddy == buddy; });
+    return found == end || owner.empty() ? nullptr : &*found;
 }
 
-const std::vector<std::size_t>& Directory::entries_listing(std::string_view buddy) const
+std::vector<const BuddyRecord*> Directory::list_of(std::string_view owner) const
 {
-    return list_in(buddies_by_buddy_, buddy);
+    std::vector<const BuddyRecord*> list;
+    const auto [begin, end] = buddies().equal_range(NameToFind{owner});
+    for (auto entry = begin; entry != end && !owner.empty(); ++entry) {
+        if (entry->UserName == owner) {
+            list.push_back(&*entry);
+        }
+    }
+    return list;
+}
+
+const std::vector<const BuddyRecord*>& Directory::entries_listing(std::string_view buddy) const
+{
+    static const std::vector<const BuddyRecord*> kNone;
+    const auto found = buddy.empty() ? entries_by_buddy_.end() : entries_by_buddy_.find(buddy);
+    return found == entries_by_buddy_.end() ? kNone : found->second;
 }
 
 std::vector<std::string> Directory::ListAllUsers_web() const

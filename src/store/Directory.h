@@ -5,10 +5,13 @@
 #include "store/Counters.h"
 #include "store/Database.h"
 #include "store/Records.h"
+#include "store/Snapshot.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -16,15 +19,20 @@
 
 namespace qz::store {
 
-/// Each copy is sized to the count of its table, and holds one empty record when the table is empty. It is
-/// rebuilt whole by its loader, never patched; a loader that finds its table unchanged since its last load
-/// keeps the copy. Look-ups give the first match in the order of the records, from an index. Records and what
-/// is returned from them stay valid until the next load of the same copy.
+/// Each copy holds the rows of its table, and one empty record when the table is empty. After a load it is
+/// what the loader's query gives, in the order of RecordOrder. A loader that finds its table unchanged since
+/// its last load keeps the copy; after changes by this engine alone it reads the rows concerned; otherwise
+/// everything. Look-ups give the first match in the order of the records, at a cost that does not grow with
+/// the tables. Records and what is returned from them stay valid until the next load of the same copy.
 class Directory {
 public:
+    template <typename Record> using Records = std::set<Record, RecordOrder>;
+    using Change = std::function<void()>;
+
     Directory(Database& database, const Counters& counters, Journal& journal);
 
-    /// Loaders. A failure is reported under the loader's name and leaves what was read so far.
+    /// Loaders. A failure is reported under the loader's name. When the table cannot be counted, or its query
+    /// fails before the first row, the copy stays as it is; later it is left with what was read so far.
     void SetUsers();
     void SetMyBuddies();
     void SetRooms();
@@ -37,19 +45,35 @@ public:
     /// lack some of them.
     std::optional<std::uint64_t> refresh_users();
 
-    /// In order of name; buddies in order of owner, then buddy.
-    const std::vector<UserRecord>& users() const { return users_.records; }
-    const std::vector<BuddyRecord>& buddies() const { return buddies_.records; }
-    const std::vector<RoomRecord>& rooms() const { return rooms_.records; }
+    // Changes of the tables by this engine go through these: `change` runs the statement, and the next load
+    // reads only the rows concerned. What else the engine changes makes it read everything. Names are given
+    // as they stand in statements, between single quotes. What `change` throws is passed on.
+    void add_user(std::string_view name, const Change& change);
+    void change_user(std::string_view name, const Change& change);
+    void add_buddy(std::string_view owner, std::string_view buddy, const Change& change);
+    /// @param change  changes or deletes all entries of the pair; it is not run when there are none.
+    void change_buddy(std::string_view owner, std::string_view buddy, const Change& change);
+    void add_room(std::string_view name, const Change& change);
+    /// @param row  names and key of the one row that `change` deletes.
+    void remove_row(const BuddyRecord& row, const Change& change);
+    void remove_row(const RoomRecord& row, const Change& change);
+
+    const Records<UserRecord>& users() const { return users_.records; }
+    const Records<BuddyRecord>& buddies() const { return buddies_.records; }
+    const Records<RoomRecord>& rooms() const { return rooms_.records; }
 
     /// First record of exactly this name; none for the empty name.
     const UserRecord* user_named(std::string_view name) const;
     /// First record whose name has the same lower-case form.
     const UserRecord* user_named_in_any_case(std::string_view name) const;
     const RoomRecord* room_named(std::string_view name) const;
-    /// Indexes into buddies(), ascending: the list of one owner, and every entry that lists one buddy.
-    const std::vector<std::size_t>& list_of(std::string_view owner) const;
-    const std::vector<std::size_t>& entries_listing(std::string_view buddy) const;
+    /// First entry of exactly these names; none for the empty owner.
+    const BuddyRecord* buddy_named(std::string_view owner, std::string_view buddy) const;
+    /// In the order of the copy: the list of one owner, and every entry that lists one buddy.
+    std::vector<const BuddyRecord*> list_of(std::string_view owner) const;
+    const std::vector<const BuddyRecord*>& entries_listing(std::string_view buddy) const;
+    /// Changes whenever pointers to users become invalid or one of their names is another one.
+    std::uint64_t version_of_names() const { return version_of_names_; }
 
     /// Kept for the interface: its only work, a copy of the names that nobody saw, is not done any more.
     void ListAllUsers() const { }
@@ -58,34 +82,47 @@ public:
     std::int32_t ListAllUsersCount_web() const;
 
 private:
-    using Index = std::unordered_map<std::string_view, std::size_t>;
-    using ListIndex = std::unordered_map<std::string_view, std::vector<std::size_t>>;
-
-    template <typename Record> struct Snapshot {
-        std::vector<Record> records{1};
-        std::optional<std::uint64_t> loaded_mark; // the table's change mark when it was loaded
-        bool loaded_before = false;
+    struct TextHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
     };
+    template <typename Value> using Index = std::unordered_map<std::string, Value, TextHash, std::equal_to<>>;
+
     struct Source {
         std::string_view loader;
         const platform::Table& table;
         const platform::Statement& rows;
         std::optional<std::int32_t> (Counters::*count)() const;
-        void (Directory::*index)();
     };
-    /// Indexes a copy on every way out of its load, before a failure is reported: whoever hears of it may ask
-    /// the directory.
-    struct Indexing {
-        Directory& directory;
-        void (Directory::*index)();
-        ~Indexing() { (directory.*index)(); }
+    /// While a copy follows the engine's own changes.
+    struct Following {
+        int missing = 0;                  // rows that were added and not found yet
+        std::set<std::int32_t> taken_out; // keys; such a row may come back
     };
-
     template <typename Record> void load(Snapshot<Record>& snapshot, const Source& source);
-    template <typename Record> void read_rows(Snapshot<Record>& snapshot, const Source& source);
-    void index_users();
-    void index_buddies();
-    void index_rooms();
+    template <typename Record> bool load_all(Snapshot<Record>& snapshot, const Source& source);
+    template <typename Record> bool follow(Snapshot<Record>& snapshot);
+    template <typename Record> void put(Snapshot<Record>& snapshot, Record record, Following& following);
+    template <typename Record>
+    void remove(Snapshot<Record>& snapshot, const Record& record, Following& following);
+    template <typename Record> void keep_one(Snapshot<Record>& snapshot);
+    /// @param visitor  is called with each Row of the text; of none for the empty text.
+    template <typename Visitor> void visit(const std::string& text, Visitor visitor);
+    template <typename Record>
+    void run(Snapshot<Record>& snapshot, const platform::Table& table, const Change& change,
+        const std::string& text, OwnChange<Record> note);
+    std::optional<TableMark> mark_of(const platform::Table& table);
+
+    // The indexes of the copies.
+    void clear_indexes(const Snapshot<UserRecord>& /*users*/);
+    void clear_indexes(const Snapshot<BuddyRecord>& /*buddies*/);
+    void clear_indexes(const Snapshot<RoomRecord>& /*rooms*/) { }
+    void enter(const UserRecord& user);
+    void enter(const BuddyRecord& entry);
+    void enter(const RoomRecord& /*room*/) { }
+    void leave(const UserRecord& user);
+    void leave(const BuddyRecord& entry);
+    void leave(const RoomRecord& /*room*/) { }
 
     Database& database_;
     const Counters& counters_;
@@ -94,12 +131,10 @@ private:
     Snapshot<BuddyRecord> buddies_;
     Snapshot<RoomRecord> rooms_;
 
-    // Keys point into the records' texts, but for the lower-case forms, which are kept beside them.
-    Index user_by_name_;
-    std::unordered_map<std::string, std::size_t> user_by_lower_name_;
-    Index room_by_name_;
-    ListIndex buddies_by_owner_;
-    ListIndex buddies_by_buddy_;
+    Index<const UserRecord*> user_by_name_;
+    Index<const UserRecord*> user_by_lower_name_;
+    Index<std::vector<const BuddyRecord*>> entries_by_buddy_;
+    std::uint64_t version_of_names_ = 0;
 };
 
 } // namespace qz::store

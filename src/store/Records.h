@@ -22,6 +22,7 @@ struct UserRecord {
     std::string Fax;
     std::string HomePage;
     std::string Country;
+    bool operator==(const UserRecord&) const = default;
 };
 
 struct BuddyRecord {
@@ -32,6 +33,7 @@ struct BuddyRecord {
     std::string Group;
     DateTime CreationTime;
     std::string UserName; // owner of the entry
+    bool operator==(const BuddyRecord&) const = default;
 };
 
 struct RoomRecord {
@@ -40,6 +42,7 @@ struct RoomRecord {
     DateTime CreationTime;
     std::string key;
     std::string UserName_Owner;
+    bool operator==(const RoomRecord&) const = default;
 };
 
 struct RoomMember {

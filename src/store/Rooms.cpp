@@ -5,7 +5,7 @@
 
 namespace qz::store {
 
-Rooms::Rooms(Database& database, const Directory& directory, RoomMembers& members,
+Rooms::Rooms(Database& database, Directory& directory, RoomMembers& members,
     const helpers::MessageParser& parser, const Clock& clock, Journal& journal)
     : database_(database), directory_(directory), members_(members), parser_(parser), clock_(clock),
       journal_(journal)
@@ -22,7 +22,7 @@ bool Rooms::RoomCreate(const std::string& room_name, const std::string& owner, c
         row.SetField("UserName_Owner", owner);
         row.SetField("CreationTime", clock_.now());
         row.SetField("key", key);
-        row.Update();
+        directory_.add_room(parser_.CleanText(room_name), [&] { row.Update(); });
         return true;
     });
 }
@@ -36,7 +36,8 @@ std::string Rooms::RoomDelete(
         if (row.AtEnd()) {
             return "No room " + name + " found, maybe you are not the owner!";
         }
-        row.Delete();
+        const RoomRecord gone{row.Fields("IDRoom").integer(), row.Fields("RoomName").text(), {}, {}, {}};
+        directory_.remove_row(gone, [&] { row.Delete(); });
         row.Update();
         return std::string{};
     });

@@ -15,7 +15,7 @@ namespace qz::store {
 
 class Rooms {
 public:
-    Rooms(Database& database, const Directory& directory, RoomMembers& members,
+    Rooms(Database& database, Directory& directory, RoomMembers& members,
         const helpers::MessageParser& parser, const Clock& clock, Journal& journal);
 
     // Creating and deleting leave the directory as it is; the caller reloads it.
@@ -49,7 +49,7 @@ public:
 
 private:
     Database& database_;
-    const Directory& directory_;
+    Directory& directory_;
     RoomMembers& members_;
     const helpers::MessageParser& parser_;
     const Clock& clock_;

@@ -10,15 +10,16 @@ std::span<const platform::Statement> all_statements()
     static constexpr std::array kAll{kSelectUsers, kSelectUser, kSelectUserForDetails, kSelectPassword,
         kSelectPasswordForSetting, kSelectPlainPasswords, kInsertUser, kSelectUserNames,
         kSelectUserNamesForActivity, kSelectClientVersions, kSelectClientInUse, kCountUsers, kProbe,
-        kSelectBuddies, kCountBuddies, kCountBuddyEntries, kSelectDuplicatedBuddies, kDeleteBuddy,
-        kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms, kSelectRoomsForAdding, kSelectOwnedRoom,
-        kCountRooms, kSelectMessagesForAdding, kSelectMessage, kFindMessage, kSelectLastMessage,
-        kSelectMsgIDs, kSelectMessagesByMsgID, kSelectMessagesOfRecipient, kSelectQueue, kSelectQueueTexts,
-        kFindQueueRow, kUpdateQueueSent, kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog,
-        kSelectOldestLogRow, kDeleteFirstOldLogRows, kSelectLogLines, kSelectLastActivity,
-        kSelectInactiveUsers, kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand,
-        kDeleteAllCommands, kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage,
-        kSelectLastLogOn, kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
+        kSelectBuddies, kCountBuddies, kCountBuddyEntries, kSelectDuplicatedBuddies, kSelectBuddyEntries,
+        kSelectNewBuddyEntries, kDeleteBuddy, kInsertBuddy, kUpdateBuddy, kSelectBuddyKey, kSelectRooms,
+        kSelectRoomsForAdding, kSelectOwnedRoom, kSelectNewRooms, kCountRooms, kSelectMessagesForAdding,
+        kSelectMessage, kFindMessage, kSelectLastMessage, kSelectMsgIDs, kSelectMessagesByMsgID,
+        kSelectMessagesOfRecipient, kSelectQueue, kSelectQueueTexts, kFindQueueRow, kUpdateQueueSent,
+        kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog, kSelectOldestLogRow,
+        kDeleteFirstOldLogRows, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers,
+        kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands,
+        kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage, kSelectLastLogOn,
+        kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};
     return kAll;
 }
 

@@ -93,6 +93,13 @@ inline constexpr Statement kSelectDuplicatedBuddies{
     " (SELECT UserName, buddy FROM buddies GROUP BY UserName, buddy HAVING COUNT(*) > 1) AS Tmp"
     " ON Tmp.UserName = buddies.UserName AND Tmp.buddy = buddies.buddy"
     " ORDER BY buddies.UserName, buddies.buddy, IDBuddies DESC"};
+/// An owner's entries for one buddy, newest first: owner, buddy.
+inline constexpr Statement kSelectBuddyEntries{
+    "SELECT * FROM buddies WHERE UserName = '{}' AND Buddy = '{}' ORDER BY IDBuddies DESC",
+    &tables::kBuddies};
+/// Those that are newer than a key: owner, buddy, key.
+inline constexpr Statement kSelectNewBuddyEntries{
+    "SELECT * FROM buddies WHERE UserName = '{}' AND Buddy = '{}' AND IDBuddies > {}", &tables::kBuddies};
 /// owner, buddy.
 inline constexpr Statement kDeleteBuddy{
     "DELETE From buddies WHERE UserName = '{}' AND buddy = '{}'", &tables::kBuddies};
@@ -117,6 +124,9 @@ inline constexpr Statement kSelectRoomsForAdding{"SELECT * FROM rooms", &tables:
 /// A room of one owner: name, and the owner as a whole literal with its quotes.
 inline constexpr Statement kSelectOwnedRoom{
     "SELECT * FROM rooms WHERE RoomName  = '{}' AND UserName_Owner = {}", &tables::kRooms};
+/// Rooms of a name that are newer than a key: name, key.
+inline constexpr Statement kSelectNewRooms{
+    "SELECT * FROM rooms WHERE RoomName = '{}' AND IDRoom > {}", &tables::kRooms};
 /// Field CountOfRooms.
 inline constexpr Statement kCountRooms{"SELECT Count(IDRoom) AS CountOfRooms FROM rooms"};
 

@@ -20,6 +20,18 @@ namespace {
 class DirectoryTest : public testing::Test {
 protected:
     void add_user(const char* name) { store.foreign().add(kUsers, {{"UserName", name}}); }
+    template <typename Records> static const auto& at(const Records& records, int number)
+    {
+        return *std::next(records.begin(), number);
+    }
+    static Texts texts(const std::vector<const qz::store::BuddyRecord*>& entries)
+    {
+        Texts result;
+        for (const auto* entry : entries) {
+            result.push_back(entry->UserName + "-" + entry->Buddy);
+        }
+        return result;
+    }
     Texts names() const
     {
         Texts result;
@@ -71,22 +83,22 @@ TEST_F(DirectoryTest, ReadsEveryField)
     directory.SetUsers();
     directory.SetMyBuddies();
     directory.SetRooms();
-    const auto& ann = directory.users()[0];
+    const auto& ann = at(directory.users(), 0);
     EXPECT_EQ((Texts{ann.UserName, ann.Password, ann.IMClientInUse, ann.FirstName, ann.LastName, ann.Email,
                   ann.Phone, ann.Fax, ann.HomePage, ann.Country}),
         (Texts{"ann", "p", "1.2", "f", "l", "e", "t", "x", "h", "c"}));
     EXPECT_EQ(ann.IDUserName, 1);
     EXPECT_FALSE(ann.AccountActive);
     EXPECT_EQ(ann.CreationTime, created);
-    const auto& bert = directory.users()[1];
+    const auto& bert = at(directory.users(), 1);
     EXPECT_EQ(bert.Email + bert.Password + bert.Country, "");
     EXPECT_TRUE(bert.AccountActive);
     EXPECT_EQ(bert.CreationTime, store.clock.now());
-    const auto& buddy = directory.buddies()[0];
+    const auto& buddy = at(directory.buddies(), 0);
     EXPECT_EQ((Texts{buddy.UserName, buddy.Buddy, buddy.key, buddy.Comment, buddy.Group}),
         (Texts{"ann", "bert", "k", "c", "g"}));
     EXPECT_EQ(buddy.CreationTime, created);
-    const auto& room = directory.rooms()[0];
+    const auto& room = at(directory.rooms(), 0);
     EXPECT_EQ((Texts{room.RoomName, room.key, room.UserName_Owner}), (Texts{"lobby", "k", "ann"}));
 }
 
@@ -106,16 +118,14 @@ TEST_F(DirectoryTest, KeepsOrderAndFindsTheFirst)
     directory.SetMyBuddies();
     directory.SetRooms();
     EXPECT_THAT(names(), ElementsAre("ann", "bert", "carl"));
-    EXPECT_EQ(directory.user_named("bert"), &directory.users()[1]);
+    EXPECT_EQ(directory.user_named("bert"), &at(directory.users(), 1));
     EXPECT_EQ(directory.user_named("BERT"), nullptr);
-    EXPECT_EQ(directory.user_named_in_any_case("BERT"), &directory.users()[1]);
-    EXPECT_THAT(directory.list_of("ann"), ElementsAre(0, 1, 2));
-    EXPECT_EQ(directory.buddies()[2].Buddy, "carl");
-    EXPECT_THAT(directory.list_of("bert"), ElementsAre(3, 4));
-    EXPECT_EQ(directory.buddies()[3].Buddy, "ann");
-    EXPECT_THAT(directory.entries_listing("bert"), ElementsAre(0, 1));
+    EXPECT_EQ(directory.user_named_in_any_case("BERT"), &at(directory.users(), 1));
+    EXPECT_THAT(texts(directory.list_of("ann")), ElementsAre("ann-bert", "ann-bert", "ann-carl"));
+    EXPECT_THAT(texts(directory.list_of("bert")), ElementsAre("bert-ann", "bert-carl"));
+    EXPECT_THAT(texts(directory.entries_listing("carl")), ElementsAre("ann-carl", "bert-carl"));
     EXPECT_THAT(directory.list_of("dora"), IsEmpty());
-    EXPECT_EQ(directory.room_named("lobby"), &directory.rooms()[0]);
+    EXPECT_EQ(directory.room_named("lobby"), &at(directory.rooms(), 0));
     EXPECT_EQ(directory.ListAllUsers_web(), names());
     EXPECT_EQ(directory.ListAllUsersCount_web(), 3);
 }
@@ -149,34 +159,64 @@ TEST_F(DirectoryTest, ReadsOnlyWhatHasChanged)
     EXPECT_EQ(queries, 3) << "a new connection has missed what came in between";
 }
 
-TEST_F(DirectoryTest, AFailedLoadKeepsWhatItReadAndReadsAgain)
+TEST_F(DirectoryTest, ReadsWhatIsThereWhenTheTableGrowsMeanwhile)
 {
     add_user("ann");
-    add_user("bert");
     directory.SetUsers();
-    // The table grows between the count and the query.
-    bool grown = false;
     store.watch = [&](const std::string& sql) {
-        if (sql.starts_with("SELECT * FROM users order") && !grown) {
-            grown = true;
+        if (sql.starts_with("SELECT * FROM users order")) { // between the count and the query
+            store.watch = nullptr;
             store.foreign_program.add(kUsers, {{"UserName", "aaron"}});
         }
     };
-    store.foreign().run("DELETE From buddies WHERE UserName = 'x' AND buddy = 'y'");
     add_user("carl");
     directory.SetUsers();
-    EXPECT_THAT(store.failures(), ElementsAre("SetUsers 9"));
-    EXPECT_THAT(names(), ElementsAre("aaron", "ann", "bert"));
-    EXPECT_EQ(directory.user_named("ann"), &directory.users()[1]);
-    EXPECT_EQ(directory.user_named("carl"), nullptr);
-    directory.SetUsers();
-    EXPECT_THAT(names(), ElementsAre("aaron", "ann", "bert", "carl"));
+    EXPECT_THAT(store.failures(), IsEmpty());
+    EXPECT_THAT(names(), ElementsAre("aaron", "ann", "carl"));
+}
 
+TEST_F(DirectoryTest, KeepsTheCopyWhileTheDatabaseIsAway)
+{
+    const auto user = store.foreign().add(kUsers, {{"UserName", "ann"}});
+    const auto buddy = store.foreign().add(kBuddies, {{"UserName", "ann"}, {"Buddy", "bert"}});
+    const auto room = store.foreign().add(kRooms, {{"RoomName", "lobby"}});
+    const auto load_all = [&] {
+        directory.SetUsers();
+        directory.SetMyBuddies();
+        directory.SetRooms();
+    };
+    load_all();
+    const auto expect_all = [&] {
+        EXPECT_THAT(names(), ElementsAre("ann"));
+        EXPECT_NE(directory.user_named("ann"), nullptr);
+        EXPECT_THAT(texts(directory.list_of("ann")), ElementsAre("ann-bert"));
+        EXPECT_NE(directory.room_named("lobby"), nullptr);
+    };
     store.database.ClosedbConnection();
-    directory.SetUsers();
-    EXPECT_THAT(names(), ElementsAre("")) << "a count that fails is 0";
-    EXPECT_EQ(directory.user_named("ann"), nullptr);
-    EXPECT_THAT(store.failures(), ElementsAre("get_BuddiesCount 3709"));
+    load_all();
+    expect_all();
+    EXPECT_THAT(store.failures(),
+        ElementsAre("get_BuddiesCount 3709", "get_CountOfBuddies 3709", "get_CountOfRooms 3709"));
+    EXPECT_FALSE(directory.refresh_users());
+
+    store.database.BuildConnectionString();
+    store.watch = [](const std::string& sql) {
+        if (sql.starts_with("SELECT * FROM")) {
+            throw qz::database_error(qz::DatabaseError::Timeout, "locked");
+        }
+    };
+    load_all();
+    expect_all();
+    EXPECT_THAT(store.failures(), SizeIs(3));
+
+    store.watch = nullptr;
+    store.foreign().remove(kUsers, user);
+    store.foreign().remove(kBuddies, buddy);
+    store.foreign().remove(kRooms, room);
+    load_all();
+    EXPECT_THAT(names(), ElementsAre("")) << "a count of 0 does empty it";
+    EXPECT_THAT(directory.list_of("ann"), IsEmpty());
+    EXPECT_EQ(directory.room_named("lobby"), nullptr);
 }
 
 namespace {
@@ -209,18 +249,13 @@ TEST(DirectoryReport, FindsTheDirectoryWhole)
         }
         EXPECT_EQ(directory.user_named("bert"), nullptr) << "of the copy before";
     };
-    int counts = 0;
-    store.watch = [&](const std::string& sql) {
-        if (sql.starts_with("SELECT * FROM users")) { // the table has grown since the count
-            store.foreign_program.add(kUsers, {{"UserName", "aaron"}});
-        } else if (++counts == 4) {
-            throw qz::database_error(qz::DatabaseError::Timeout, "locked");
-        }
-    };
-    store.foreign().add(kUsers, {{"UserName", "ann"}});
-    directory.SetUsers();
-    EXPECT_THAT(directory.users(), SizeIs(2));
-    directory.SetUsers(); // fails in its second count
+    store.foreign().add(kUsers, {{"UserName", "aaron"}});
+    constexpr std::int64_t too_great = 5'000'000'000;
+    if (qz::test::server_under_test() != nullptr) {
+        GTEST_SKIP() << "later keys of the server would be as great";
+    }
+    store.foreign().add(kUsers, {{"UserName", "ann"}, {"IDUserName", too_great}});
+    directory.SetUsers(); // fails in its second row
     EXPECT_THAT(directory.users(), SizeIs(1));
-    EXPECT_EQ(journal.failures.size(), 2U);
+    EXPECT_EQ(journal.failures.size(), 1U);
 }

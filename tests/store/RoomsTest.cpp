@@ -33,7 +33,7 @@ TEST_F(RoomsTest, CreatesAndDeletesByOwner)
     EXPECT_TRUE(rooms.RoomExists("lobby"));
     EXPECT_FALSE(rooms.RoomExists("Lobby"));
     EXPECT_FALSE(rooms.RoomExists(""));
-    const auto& lobby = directory.rooms()[1];
+    const auto& lobby = *std::next(directory.rooms().begin());
     EXPECT_EQ(lobby.UserName_Owner + "/" + lobby.key, "anna/k1");
     EXPECT_EQ(lobby.CreationTime, clock.now());
 
