@@ -1,17 +1,16 @@
 #include "protocol/PresenceLists.h"
 
 #include "base/Guarded.h"
-#include "base/Text.h"
 #include "helpers/ProtocolKeywords.h"
 
 namespace qz::protocol {
 
 using helpers::protocol_keywords;
 
-PresenceLists::PresenceLists(const net::ConnectionTable& connections, const store::Directory& directory,
+PresenceLists::PresenceLists(const net::ConnectionTable& connections, store::Directory& directory,
     const store::RoomMembers& members, const Presence& presence, net::Sender& sender, Journal& journal)
     : connections_(connections), directory_(directory), members_(members), presence_(presence),
-      sender_(sender), journal_(journal)
+      sender_(sender), journal_(journal), search_(directory)
 {
 }
 
@@ -82,18 +81,8 @@ void PresenceLists::GetWhereIAm(const Asker& asker, const std::string& buddy)
 void PresenceLists::SearchBuddy(const Asker& asker, const std::string& text)
 {
     guarded(journal_, "SearchBuddy", asker.remote_ip, [&] {
-        const auto wanted = lower(text);
-        const auto holds = [&](const std::string& name) {
-            return lower(name).find(wanted) != std::string::npos;
-        };
-        ListText list;
-        for (const auto& user : directory_.users()) {
-            if (!wanted.empty() && user.AccountActive
-                && (holds(user.UserName) || holds(user.FirstName) || holds(user.LastName))) {
-                list.add({user.UserName, user.FirstName, user.LastName});
-            }
-        }
-        send(asker, protocol_keywords().FindBuddy, list,
+        directory_.refresh_users(); // accounts that another program has added are found, too
+        send(asker, protocol_keywords().FindBuddy, search_.find(text),
             "SearchBuddy from " + asker.user + " for buddy string: " + text);
     });
 }

@@ -5,6 +5,7 @@
 #include "net/ConnectionTable.h"
 #include "net/Sender.h"
 #include "protocol/Presence.h"
+#include "protocol/UserSearch.h"
 #include "protocol/Values.h"
 #include "store/Directory.h"
 #include "store/RoomMembers.h"
@@ -26,7 +27,7 @@ public:
         std::string remote_ip;
     };
 
-    PresenceLists(const net::ConnectionTable& connections, const store::Directory& directory,
+    PresenceLists(const net::ConnectionTable& connections, store::Directory& directory,
         const store::RoomMembers& members, const Presence& presence, net::Sender& sender, Journal& journal);
 
     /// The user's buddies that are on line: name, status.
@@ -48,11 +49,12 @@ private:
         const Asker& asker, std::string_view keyword, const ListText& list, const std::string& log_line);
 
     const net::ConnectionTable& connections_;
-    const store::Directory& directory_;
+    store::Directory& directory_;
     const store::RoomMembers& members_;
     const Presence& presence_;
     net::Sender& sender_;
     Journal& journal_;
+    UserSearch search_;
 };
 
 } // namespace qz::protocol

@@ -40,4 +40,10 @@ void ListText::add(std::initializer_list<std::string_view> fields)
     }
 }
 
+void ListText::add_entry(std::string_view entry)
+{
+    text_ += text_.empty() ? std::string_view{} : kEntrySeparator;
+    text_ += entry;
+}
+
 } // namespace qz::protocol

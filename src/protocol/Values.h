@@ -22,6 +22,8 @@ class ListText {
 public:
     /// An empty field becomes '-', a '#' inside a field U+FFFD: a name or a status cannot forge an entry.
     void add(std::initializer_list<std::string_view> fields);
+    /// @param entry  the text of another list, of one entry.
+    void add_entry(std::string_view entry);
 
     bool empty() const { return text_.empty(); }
     const std::string& text() const { return text_; }

@@ -73,3 +73,11 @@ TEST_F(RequestCost, NoRequestReadsAWholeTable)
     EXPECT_THAT(server.machine.database().rows(kBuddies, {"UserName", "Buddy"}),
         ElementsAre("ann|carl", "bob|carl", "ann|"));
 }
+
+TEST_F(RequestCost, ASearchFindsAnAccountOfAnotherProgram)
+{
+    server.machine.database().add(kUsers, {{"UserName", "zoe"}});
+    server.events.list.clear();
+    request("findbuddy screennametofind=zoe");
+    EXPECT_THAT(server.events.list, Contains(StartsWith("Log SearchBuddy from")));
+}
