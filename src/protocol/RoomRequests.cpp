@@ -6,7 +6,6 @@
 #include "protocol/RoomNames.h"
 #include "protocol/Values.h"
 
-#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -133,10 +132,8 @@ std::optional<std::string> RoomRequests::reason_not_to_create(const Call& call) 
         }
     }
     const auto most = deployment_.rooms_per_user();
-    const auto& rooms = directory_.rooms();
-    const auto owned = std::count_if(
-        rooms.begin(), rooms.end(), [&](const auto& room) { return room.UserName_Owner == call.user; });
-    if (most && owned >= *most && !rooms_.RoomExists(call.room)) {
+    const auto owned = directory_.count_rooms_of(call.user);
+    if (most && std::cmp_greater_equal(owned, *most) && !rooms_.RoomExists(call.room)) {
         return "you have " + std::to_string(owned) + " rooms already";
     }
     return std::nullopt;
@@ -146,11 +143,7 @@ std::optional<std::string> RoomRequests::reason_not_to_create(const Call& call) 
 /// itself.
 bool RoomRequests::exists_in_any_case(const std::string& room) const
 {
-    const auto& rooms = directory_.rooms();
-    return rooms_.RoomExists(room)
-        || (deployment_.room_names() && std::any_of(rooms.begin(), rooms.end(), [&](const auto& each) {
-               return equal_ignoring_case(each.RoomName, room);
-           }));
+    return rooms_.RoomExists(room) || (deployment_.room_names() && directory_.has_room_in_any_case(room));
 }
 
 /// Only with the safeguard: without it who was in a deleted room is in the next one of its name.

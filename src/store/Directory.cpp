@@ -24,7 +24,7 @@ bool same_in_indexes(const BuddyRecord& left, const BuddyRecord& right)
 }
 bool same_in_indexes(const RoomRecord& left, const RoomRecord& right)
 {
-    return left.RoomName == right.RoomName;
+    return left.RoomName == right.RoomName && left.UserName_Owner == right.UserName_Owner;
 }
 
 bool is_before(const BuddyRecord* left, const BuddyRecord* right)
@@ -45,6 +45,14 @@ template <typename Index> void leave_first(Index& index, const std::string& name
     const auto entry = index.find(name);
     if (entry != index.end() && entry->second == &user) {
         index.erase(entry);
+    }
+}
+
+template <typename Index> void count_one_less(Index& counts, const std::string& name)
+{
+    const auto entry = counts.find(name);
+    if (--entry->second == 0) {
+        counts.erase(entry);
     }
 }
 
@@ -351,6 +359,24 @@ void Directory::leave(const BuddyRecord& entry)
     }
 }
 
+void Directory::clear_indexes(const Snapshot<RoomRecord>& /*rooms*/)
+{
+    rooms_of_owner_.clear();
+    rooms_of_lower_name_.clear();
+}
+
+void Directory::enter(const RoomRecord& room)
+{
+    ++rooms_of_owner_[room.UserName_Owner];
+    ++rooms_of_lower_name_[lower(room.RoomName)];
+}
+
+void Directory::leave(const RoomRecord& room)
+{
+    count_one_less(rooms_of_owner_, room.UserName_Owner);
+    count_one_less(rooms_of_lower_name_, lower(room.RoomName));
+}
+
 const UserRecord* Directory::user_named(std::string_view name) const
 {
     return found_in(user_by_name_, name);
@@ -367,6 +393,17 @@ const RoomRecord* Directory::room_named(std::string_view name) const
     const auto found =
         std::find_if(begin, end, [&](const RoomRecord& room) { return room.RoomName == name; });
     return found == end || name.empty() ? nullptr : &*found;
+}
+
+bool Directory::has_room_in_any_case(std::string_view name) const
+{
+    return !name.empty() && rooms_of_lower_name_.contains(lower(name));
+}
+
+std::size_t Directory::count_rooms_of(std::string_view owner) const
+{
+    const auto owned = rooms_of_owner_.find(owner);
+    return owned == rooms_of_owner_.end() ? 0 : owned->second;
 }
 
 const BuddyRecord* Directory::buddy_named(std::string_view owner, std::string_view buddy) const

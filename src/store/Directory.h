@@ -67,6 +67,10 @@ public:
     /// First record whose name has the same lower-case form.
     const UserRecord* user_named_in_any_case(std::string_view name) const;
     const RoomRecord* room_named(std::string_view name) const;
+    /// Whether a room has this name in any letter case.
+    bool has_room_in_any_case(std::string_view name) const;
+    /// Number of rooms whose owner is exactly this.
+    std::size_t count_rooms_of(std::string_view owner) const;
     /// First entry of exactly these names; none for the empty owner.
     const BuddyRecord* buddy_named(std::string_view owner, std::string_view buddy) const;
     /// In the order of the copy: the list of one owner, and every entry that lists one buddy.
@@ -116,13 +120,13 @@ private:
     // The indexes of the copies.
     void clear_indexes(const Snapshot<UserRecord>& /*users*/);
     void clear_indexes(const Snapshot<BuddyRecord>& /*buddies*/);
-    void clear_indexes(const Snapshot<RoomRecord>& /*rooms*/) { }
+    void clear_indexes(const Snapshot<RoomRecord>& /*rooms*/);
     void enter(const UserRecord& user);
     void enter(const BuddyRecord& entry);
-    void enter(const RoomRecord& /*room*/) { }
+    void enter(const RoomRecord& room);
     void leave(const UserRecord& user);
     void leave(const BuddyRecord& entry);
-    void leave(const RoomRecord& /*room*/) { }
+    void leave(const RoomRecord& room);
 
     Database& database_;
     const Counters& counters_;
@@ -134,6 +138,8 @@ private:
     Index<const UserRecord*> user_by_name_;
     Index<const UserRecord*> user_by_lower_name_;
     Index<std::vector<const BuddyRecord*>> entries_by_buddy_;
+    Index<std::size_t> rooms_of_owner_; // how many
+    Index<std::size_t> rooms_of_lower_name_;
     std::uint64_t version_of_names_ = 0;
 };
 

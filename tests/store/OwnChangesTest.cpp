@@ -66,6 +66,11 @@ protected:
         EXPECT_EQ(directory.buddies(), fresh.buddies());
         EXPECT_EQ(directory.rooms(), fresh.rooms());
         EXPECT_EQ(listed(directory, fresh.buddies()), listed(fresh, fresh.buddies()));
+        for (const auto& room : fresh.rooms()) {
+            EXPECT_EQ(
+                directory.count_rooms_of(room.UserName_Owner), fresh.count_rooms_of(room.UserName_Owner));
+            EXPECT_EQ(directory.has_room_in_any_case(room.RoomName), !room.RoomName.empty());
+        }
         for (const auto& user : fresh.users()) {
             const auto* found = directory.user_named_in_any_case(user.UserName);
             EXPECT_EQ(found, directory.user_named(user.UserName));
