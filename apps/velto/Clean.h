@@ -6,9 +6,7 @@
 
 namespace velto {
 
-/// A foreign text as it may be shown in one line of a terminal. Line breaks and tabs become blanks; all other
-/// control characters (C0, DEL, C1) and the characters that turn the direction of writing, which could make a
-/// line read as another, are taken out; bytes that are not UTF-8 become U+FFFD.
+/// A foreign text as it may be shown in one line of a terminal: see qz::visible_line.
 std::string clean(std::string_view text);
 
 } // namespace velto

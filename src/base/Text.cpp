@@ -1,12 +1,14 @@
 #include "base/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <cwctype>
+#include <span>
 #include <system_error>
 
 namespace qz {
@@ -142,6 +144,43 @@ bool are_plain(std::uint64_t bytes)
 char lower_ascii(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+struct Range {
+    char32_t first;
+    char32_t last;
+};
+
+bool is_within(char32_t character, std::span<const Range> ranges)
+{
+    return std::any_of(ranges.begin(), ranges.end(),
+        [&](const Range& range) { return character >= range.first && character <= range.last; });
+}
+
+bool is_control(char32_t character)
+{
+    return character < 0x20 || (character >= 0x7F && character < 0xA0);
+}
+
+bool breaks_line(char32_t character)
+{
+    constexpr char32_t kNextLine = 0x85;
+    return character == '\t' || character == '\n' || character == kNextLine
+        || (character >= 0x2028 && character <= 0x2029); // line and paragraph separator
+}
+
+/// Whether an invisible character belongs to the character before it.
+bool belongs_to(char32_t before, char32_t character)
+{
+    constexpr char32_t kFirstScript = 0x590; // scripts from Hebrew on, and symbols
+    constexpr std::array kJoiners{Range{0x200C, 0x200D}};
+    constexpr std::array kSelectors{
+        Range{0x034F, 0x034F}, Range{0x180B, 0x180F}, Range{0xFE00, 0xFE0F}, Range{0xE0020, 0xE01EF}};
+    if (before < kFirstScript) {
+        return false;
+    }
+    return is_within(character, kSelectors)
+        || (is_within(character, kJoiners) && !is_within(before, kJoiners));
 }
 
 /// Takes the run of plain characters off the front of a text.
@@ -310,6 +349,41 @@ SingleLine::SingleLine(const std::string& text) : given_(text)
     }
 }
 
+bool is_invisible(char32_t character)
+{
+    static constexpr std::array kInvisible{Range{0xAD, 0xAD}, Range{0x034F, 0x034F}, Range{0x061C, 0x061C},
+        Range{0x115F, 0x1160}, Range{0x17B4, 0x17B5}, Range{0x180B, 0x180F}, Range{0x200B, 0x200F},
+        Range{0x2028, 0x202E}, Range{0x2060, 0x206F}, Range{0x3164, 0x3164}, Range{0xFE00, 0xFE0F},
+        Range{0xFEFF, 0xFEFF}, Range{0xFFA0, 0xFFA0}, Range{0xFFF0, 0xFFFB}, Range{0x1BCA0, 0x1BCA3},
+        Range{0x1D173, 0x1D17A}, Range{0xE0000, 0xE0FFF}};
+    return is_control(character) || is_within(character, kInvisible);
+}
+
+std::string visible_line(std::string_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    char32_t before = 0; // the last character of the result that is not plain
+    while (!text.empty()) {
+        if (const auto plain = take_plain(text); !plain.empty()) {
+            result.append(plain);
+            before = 0;
+            continue;
+        }
+        const auto [value, length] = code_point_at(text, 0);
+        if (value == kNotACharacter) {
+            result.append(kReplacement);
+        } else if (breaks_line(value)) {
+            result.push_back(' ');
+        } else if (!is_invisible(value) || belongs_to(before, value)) {
+            result.append(text.substr(0, length));
+            before = value;
+        }
+        text.remove_prefix(length);
+    }
+    return result;
+}
+
 std::string printable(std::string_view text)
 {
     std::string result;
@@ -331,7 +405,7 @@ void append_printable(std::string& to, std::string_view text)
         const auto [value, length] = code_point_at(text, at);
         if (value == '\n' || value == '\r' || value == '\t') {
             to.append(value == '\n' ? "\\n" : value == '\r' ? "\\r" : "\\t");
-        } else if (value < 0x20 || (value >= 0x7F && value < 0xA0) || value == kNotACharacter) {
+        } else if (value == kNotACharacter || is_invisible(value)) {
             std::for_each_n(text.begin() + static_cast<std::ptrdiff_t>(at), length, escape);
         } else {
             to.append(text.substr(at, length));

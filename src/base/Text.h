@@ -51,10 +51,21 @@ private:
     std::optional<std::string> changed_;
 };
 
-/// Text for a terminal or a log line of the host: control characters (C0, C1, DEL) and bytes that are not
-/// UTF-8 are shown as \n, \r, \t or \xNN, so that nothing received can steer the terminal or forge a line.
+/// Whether a character cannot be seen: control characters (C0, C1, DEL), line and paragraph separators, the
+/// controls of the writing direction, and what has no width (Unicode's default ignorable code points).
+/// Letters that are written from right to left are none of these.
+bool is_invisible(char32_t character);
+
+/// Text for a terminal or a log line of the host: invisible characters and bytes that are not UTF-8 are shown
+/// as \n, \r, \t or \xNN, so that nothing received can steer the terminal, forge a line, or read as another
+/// text.
 std::string printable(std::string_view text);
 void append_printable(std::string& to, std::string_view text);
+
+/// A peer's text as people read it, in one line: line breaks and tabs become blanks, other invisible
+/// characters are removed, bytes that are not UTF-8 become U+FFFD. Joiners and variation selectors stay
+/// behind the letters and symbols that need them (Arabic, Indic, emoji).
+std::string visible_line(std::string_view text);
 
 /// The number at the start of a text: blanks, sign, digits, fraction, exponent. 0 when the text does not
 /// begin with a number; what follows the number is ignored.

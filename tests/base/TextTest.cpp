@@ -69,3 +69,17 @@ TEST(Text, MakesForeignTextHarmless)
                             "2J\xFF é"),
         "\\x1b[31mred\\n\\xc2\\x9b2J\\xff é");
 }
+
+TEST(Text, ShowsWhatCannotBeSeen)
+{
+    // What turns the direction of writing, breaks a line, or takes no room at all.
+    for (const std::string hidden :
+        {"\u202e", "\u202a", "\u2066", "\u2069", "\u200e", "\u200f", "\u061c", "\u200b", "\u200c", "\u200d",
+            "\u2060", "\ufeff", "\u00ad", "\u3164", "\ufe0f", "\u2028", "\ufffb", "\U000e0041"}) {
+        const auto shown = qz::printable("a" + hidden + "b");
+        EXPECT_EQ(shown.substr(0, 3), "a\\x") << shown;
+        EXPECT_EQ(shown.find(hidden), std::string::npos) << shown;
+    }
+    const std::string letters = "שלום مرحبا ไทย हिन्दी 日本 e\u0301 👩";
+    EXPECT_EQ(qz::printable(letters), letters);
+}

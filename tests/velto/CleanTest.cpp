@@ -18,6 +18,9 @@ TEST(Clean, NothingForeignSteersTheTerminal)
         {"\x1b[31mred\x1b]0;title\x07", "[31mred]0;title"}, {"a\r\nb\tc\n", "a b c "},
         {std::string("x\0y", 3), "xy"}, {"\u009b31m\u0090q\u009c\u0085end", "31mq end"}, {"\x7f\x08ok", "ok"},
         {"evil\u202etxt.exe\u202c \u2066a\u2069\u200f\u061c", "eviltxt.exe a"},
+        {"שלום مرحبا می\u200cخواهم क्\u200dष ❤️\u200d🔥",
+            "שלום مرحبا می\u200cخواهم क्\u200dष ❤️\u200d🔥"},
+        {"an\u200bn\u200da\u2060\ufe0f\u00ad \u200d👩\u200d\u200d", "anna 👩\u200d"}, // nothing to join there
         {"one\u2028two\u2029three\ufeff", "one two three"},
         {"\x9b\x33", "\uFFFD3"},                        // a C1 code as a single byte is no UTF-8
         {"\xc0\x9b[31m", "\uFFFD\uFFFD[31m"},           // ESC in two bytes
