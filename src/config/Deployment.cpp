@@ -277,6 +277,11 @@ std::optional<std::chrono::minutes> Deployment::offline_log_pause() const
     return minutes ? std::optional(std::chrono::minutes(*minutes)) : std::nullopt;
 }
 
+std::optional<std::int32_t> Deployment::status_length() const
+{
+    return status_length_.get(ini_, [&] { return number<std::int32_t>("Safeguards", "StatusLength"); });
+}
+
 std::int32_t Deployment::room_slots() const
 {
     return number<std::int32_t>("Safeguards", "RoomSlots").value_or(0);

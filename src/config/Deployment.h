@@ -89,6 +89,8 @@ public:
     /// Time after which the log is told again that a message waits for somebody who is off line; none: with
     /// each attempt to send it.
     std::optional<std::chrono::minutes> offline_log_pause() const;
+    /// Most characters of a status.
+    std::optional<std::int32_t> status_length() const;
     /// Least number of membership slots made at the start; 0 when the engine's own number holds.
     std::int32_t room_slots() const;
 
@@ -132,6 +134,7 @@ private:
     mutable KeptValue<std::optional<std::int32_t>> queued_bytes_per_recipient_;
     mutable KeptValue<std::optional<std::int32_t>> longest_expiration_;
     mutable KeptValue<std::optional<std::int32_t>> offline_log_pause_;
+    mutable KeptValue<std::optional<std::int32_t>> status_length_;
 };
 
 } // namespace qz::config

@@ -23,6 +23,7 @@ constexpr std::int32_t kMostQueued = 1'000'000;
 constexpr std::int32_t kMostRate = 1'000'000;
 constexpr std::int32_t kMostDays = 36'500;
 constexpr std::int32_t kMostMinutes = 525'600; // a year
+constexpr std::int32_t kLongestStatus = 100'000; // characters
 
 constexpr std::string_view kGeneral = "General SetUp";
 constexpr std::string_view kMailSetUp = "SMTP SetUp";
@@ -218,6 +219,9 @@ constexpr std::array kTable{
                   "Minutes between two log lines about messages for the same offline user; 0 for a line with "
                   "each attempt"),
         "60"),
+    with_init(integer(kSafeguards, "StatusLength", 0, kLongestStatus, "off",
+                  "Most characters of a status, without any that cannot be seen; 0 for no limit"),
+        "200"),
     with_init(integer(kSafeguards, "RoomSlots", 0, kMostSlots, "0",
                   "Least number of room memberships there is room for at the start"),
         "1000"),

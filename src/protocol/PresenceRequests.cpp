@@ -1,8 +1,11 @@
 #include "protocol/PresenceRequests.h"
 
 #include "base/Guarded.h"
+#include "base/Text.h"
 #include "helpers/ProtocolKeywords.h"
 #include "protocol/Values.h"
+
+#include <cstddef>
 
 namespace qz::protocol {
 
@@ -36,8 +39,7 @@ void PresenceRequests::Request_FindBuddy(const Request& request)
 
 void PresenceRequests::Request_Status(const Request& request)
 {
-    sources_.presence.Update_Status(
-        blank_value(parser_, request.parameters, "status"), request.user, request.socket, request.remote_ip);
+    sources_.presence.Update_Status(status_in(request), request.user, request.socket, request.remote_ip);
 }
 
 void PresenceRequests::Request_AdminScreenName(const Request& request)
@@ -72,6 +74,14 @@ void PresenceRequests::GetAllBuddies(const Request& request)
 void PresenceRequests::GetActiveRightNow(const Request& request)
 {
     sources_.lists.GetActiveRightNow(behind(request));
+}
+
+std::string PresenceRequests::status_in(const Request& request) const
+{
+    auto status = blank_value(parser_, request.parameters, "status");
+    const auto limit = sources_.deployment.status_length();
+    return limit ? std::string(first_characters(visible_line(status), static_cast<std::size_t>(*limit)))
+                 : status;
 }
 
 PresenceLists::Asker PresenceRequests::named_in(const Request& request)

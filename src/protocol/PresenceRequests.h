@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Journal.h"
+#include "config/Deployment.h"
 #include "config/Settings.h"
 #include "helpers/MessageParser.h"
 #include "net/ConnectionTable.h"
@@ -23,6 +24,7 @@ public:
         store::Accounts& accounts;
         notify::VersionNotices& version_notices;
         const config::Settings& settings;
+        const config::Deployment& deployment;
     };
     PresenceRequests(Sources sources, const net::ConnectionTable& connections,
         const helpers::MessageParser& parser, net::Sender& sender, Journal& journal);
@@ -39,6 +41,9 @@ public:
     void GetActiveRightNow(const Request& request);
 
 private:
+    /// A status as it is recorded: with the safeguard StatusLength a visible line of at most so many
+    /// characters.
+    std::string status_in(const Request& request) const;
     /// Whoever the request names, and whoever is on line on its socket.
     static PresenceLists::Asker named_in(const Request& request);
     PresenceLists::Asker behind(const Request& request) const;

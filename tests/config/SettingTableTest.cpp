@@ -122,7 +122,7 @@ TEST(Deployment, MissingOrMalformedLeavesTheEngineAsItIs)
             || deployment.durable_queue() || deployment.logon_throttle()
             || deployment.daily_jobs_once_per_day() || deployment.hide_passwords()
             || deployment.verify_receipt() || deployment.end_revoked_sessions()
-            || deployment.inactivity_by_last_logon())
+            || deployment.inactivity_by_last_logon() || deployment.status_length())
             << text;
     }
     EXPECT_EQ(deployment.listen_address(), "");
@@ -159,6 +159,7 @@ TEST(Deployment, ANewFileSwitchesOnWhatItSays)
         ini.WriteIniValue("Safeguards", "VerifySender", word);
         EXPECT_TRUE(deployment.verify_sender()) << word;
     }
+    EXPECT_EQ(deployment.status_length(), 200);
     ini.WriteIniValue("Transport", "ListenAddress", "10.0.0.999");
     EXPECT_EQ(deployment.listen_address(), "10.0.0.999") << "a mistake must not open all addresses";
     ini.WriteIniValue("Storage", "Provider", "ODBC");

@@ -227,6 +227,28 @@ TEST_P(PresenceConversation, AStatusCannotForgeAnything)
             wire("onlinebuddies ann x" + r + "bob" + r + r + "_y\tz_=_w")));
 }
 
+TEST_P(PresenceConversation, ALongStatusIsCutAndWhatCannotBeSeenTakenOut)
+{
+    auto bob = talk->on_line("bob");
+    auto ann = talk->on_line("ann");
+    bob.hear();
+    const std::string hostile = "\x1b[31m\u202egrü\u200bß\x7f" + std::string(9000, 'x');
+    const auto status_of = [&](const std::string& limit) {
+        talk->engine().ini.WriteIniValue("Safeguards", "StatusLength", limit);
+        ann.say("status", "screenname=ann status=" + hostile);
+        bob.hear();
+        return talk->engine().presence.get_UserStatus("ann");
+    };
+    EXPECT_EQ(status_of("7"), "[31mgrü");
+    EXPECT_EQ(status_of("8"), "[31mgrüß");
+    EXPECT_EQ(status_of("200").size(), 202U) << "200 characters";
+    EXPECT_TRUE(status_of("0") == hostile);
+    EXPECT_TRUE(status_of("") == hostile);
+    talk->engine().ini.WriteIniValue("Safeguards", "StatusLength", "200");
+    ann.say("status", wire("screenname=ann status=out_to שלום 👩\u200d🚀"));
+    EXPECT_THAT(bob.hear(), ElementsAre("status screenname=ann status=out to שלום 👩\u200d🚀"));
+}
+
 TEST_P(PresenceConversation, AdministratorAndClientVersion)
 {
     talk->engine().settings.set_AdminScreenName("boss");
