@@ -14,16 +14,18 @@ bool OncePerDay::may_run(std::string_view job)
         return true;
     }
     const auto today = clock_.now().date();
-    const auto last_run = last_runs_.find(job);
-    if (last_run != last_runs_.end() && last_run->second == today) {
+    auto last = last_runs_.find(job);
+    if (last == last_runs_.end()) {
+        const auto stored = DateTime::parse(ini_.ReadIniValue(kSection, job));
+        last = last_runs_.emplace(job, stored.value_or(DateTime()).date()).first;
+    }
+    const auto ahead = days_between(today, last->second);
+    if (ahead == 0 || ahead == 1) {
         return false;
     }
-    last_runs_.insert_or_assign(std::string(job), today); // holds even where the file cannot be written
-    if (ini_.ReadIniValue(kSection, job) == today.date_text()) {
-        return false;
-    }
+    last->second = today; // holds even where the file cannot be written
     ini_.WriteIniValue(kSection, job, today.date_text());
-    return true;
+    return ahead < 0;
 }
 
 } // namespace qz::notify

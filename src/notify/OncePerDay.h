@@ -11,7 +11,9 @@
 
 namespace qz::notify {
 
-/// The settings file holds the day of each job's last run, so that a restart does not repeat its mails.
+/// The settings file holds the day of each job's last run, so that a restart does not repeat its mails. A day
+/// in the future means that the clock was set back. Tomorrow is waited for; any other is replaced by today,
+/// which then counts as a run, so that the job runs again on the next day.
 class OncePerDay {
 public:
     OncePerDay(const config::Deployment& deployment, config::IniFile& ini, const Clock& clock)

@@ -12,6 +12,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <vector>
+
 using qz::notify::is_newer;
 using qz::store::tables::kLog;
 using qz::store::tables::kUsers;
@@ -203,6 +206,36 @@ TEST_F(VersionMailsTest, SafeguardLetsEachJobRunOnceADay)
     clock.advance(std::chrono::hours(15));
     EXPECT_TRUE(after_restart.may_run("Inactivity")) << "midnight has passed";
     EXPECT_FALSE(after_restart.may_run("Inactivity"));
+}
+
+TEST_F(VersionMailsTest, AClockThatIsSetBackNeitherRepeatsADailyJobNorStopsItForGood)
+{
+    ini.WriteIniValue("Safeguards", "DailyJobsOncePerDay", "True");
+    struct Step {
+        const char* day;
+        bool runs;
+    };
+    const std::vector<Step> cases[] = {
+        {{"2026-03-02", true}, {"2026-03-03", true}, {"2026-03-02", false}, {"2026-03-03", false},
+            {"2026-03-04", true}},
+        {{"2026-03-02", true}, {"2027-04-06", true}, {"2026-03-02", false}, {"2026-03-03", true},
+            {"2026-03-04", true}},
+        {{"2026-03-02", true}, {"2026-03-01", false}, {"2026-03-02", false}, {"2026-03-03", true}},
+    };
+    for (const bool restarts : {false, true}) {
+        for (const auto& steps : cases) {
+            ini.DeleteIniEntry("DailyJobs", "Inactivity");
+            std::optional<qz::notify::OncePerDay> once(std::in_place, deployment, ini, clock);
+            for (const auto& [day, runs] : steps) {
+                clock.set_now(qz::DateTime::parse(day).value().plus_seconds(36000));
+                if (restarts) {
+                    once.emplace(deployment, ini, clock);
+                }
+                EXPECT_EQ(once->may_run("Inactivity"), runs) << day << " of " << steps.size();
+                EXPECT_FALSE(once->may_run("Inactivity")) << day;
+            }
+        }
+    }
 }
 
 namespace {
