@@ -83,6 +83,16 @@ std::string read_new_secret(const std::string& prompt, Ask ask)
     return secret;
 }
 
+bool confirm(const std::string& question)
+{
+    if (!is_terminal()) {
+        throw CommandError(Exit::Usage, "nobody can be asked here: with --yes nothing is asked");
+    }
+    std::cerr << question << " [y/N] " << std::flush;
+    const auto answer = qz::lower(read_line());
+    return answer == "y" || answer == "yes";
+}
+
 std::string in_column(const std::string& text, std::size_t width)
 {
     const auto shown = qz::printable(text);

@@ -28,6 +28,10 @@ enum class Ask { Never, OnTerminal };
 /// @throws CommandError when there is no line, or the two differ.
 std::string read_new_secret(const std::string& prompt, Ask ask);
 
+/// Asks on the terminal; only "y" and "yes" are a yes.
+/// @throws CommandError 2 when standard input is no terminal.
+bool confirm(const std::string& question);
+
 /// Text that is safe to show, with blanks behind it up to a width and one more.
 std::string in_column(const std::string& text, std::size_t width);
 

@@ -275,17 +275,22 @@ void CommandLine::add_log()
 
 void CommandLine::add_inactivity()
 {
-    auto* sub = work_command(app_, "inactivity", "Who would be warned or disabled for not using the account",
-        R"(The job itself runs in the server, once a day where DailyJobsOncePerDay is on.
+    auto* sub =
+        work_command(app_, "inactivity", "Accounts that are not used: who is to be warned or disabled",
+            R"(The job itself runs in the server, once a day where DailyJobsOncePerDay is on.
 Examples:
   velto-server inactivity --dry-run
-  velto-server inactivity --dry-run --json | jq -r '.users[].user')",
-        [this] {
-            inactivity_.json = json_;
-            run_inactivity(home(), inactivity_);
-        });
-    sub->add_flag("--dry-run", inactivity_.dry_run, "Only tell; change and mail nothing");
+  velto-server inactivity --dry-run --json | jq -r '.users[].user'
+  velto-server inactivity --apply              disable now whom the server would not)",
+            [this] {
+                inactivity_.json = json_;
+                run_inactivity(home(), inactivity_);
+            });
+    auto* dry_run = sub->add_flag("--dry-run", inactivity_.dry_run, "Only tell; change and mail nothing");
     add_json(*sub);
+    auto* apply = sub->add_flag("--apply", inactivity_.apply, "Disable now, and mail those who are");
+    apply->excludes(dry_run)->excludes(sub->get_option("--json"));
+    sub->add_flag("--yes", inactivity_.yes, "Do not ask")->needs(apply);
 }
 
 void CommandLine::add_backup()

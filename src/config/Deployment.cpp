@@ -71,7 +71,8 @@ bool Deployment::safeguard(Safeguard which) const
 {
     static constexpr std::array<std::string_view, kSafeguards> kKeys{"VerifySender", "KeepUntilConfirmed",
         "DurableQueue", "LogonThrottle", "DailyJobsOncePerDay", "HidePasswords", "VerifyReceipt",
-        "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets", "RoomNames"};
+        "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets", "RoomNames",
+        "InactivityGuard"};
     const auto at = static_cast<std::size_t>(which);
     return safeguards_.at(at).get(
         ini_, [&] { return switch_value(valid_text("Safeguards", kKeys.at(at))).value_or(false); });
@@ -204,6 +205,11 @@ bool Deployment::reuse_resting_sockets() const
 bool Deployment::room_names() const
 {
     return safeguard(Safeguard::RoomNames);
+}
+
+bool Deployment::inactivity_guard() const
+{
+    return safeguard(Safeguard::InactivityGuard);
 }
 
 std::optional<std::int32_t> Deployment::messages_per_second() const

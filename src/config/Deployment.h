@@ -66,6 +66,7 @@ public:
     bool inactivity_by_last_logon() const;
     bool reuse_resting_sockets() const;
     bool room_names() const;
+    bool inactivity_guard() const;
     /// Units that a connection may send in a second before it is read more slowly.
     std::optional<std::int32_t> messages_per_second() const;
     /// Most messages of one sender, and for one recipient, that may wait in the queue.
@@ -107,8 +108,9 @@ private:
         InactivityByLastLogon,
         ReuseRestingSockets,
         RoomNames,
+        InactivityGuard,
     };
-    static constexpr std::size_t kSafeguards = 11;
+    static constexpr std::size_t kSafeguards = 12;
 
     std::string text(std::string_view section, std::string_view key) const;
     /// The value, or the last valid one instead of a malformed one.

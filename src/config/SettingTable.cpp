@@ -178,6 +178,7 @@ constexpr std::array kTable{
     safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon"),
     safeguard("ReuseRestingSockets",
         "Where all socket numbers rest, the one closed longest ago serves a new connection"),
+    safeguard("InactivityGuard", "Never disable the administrator's account, nor many accounts at once"),
     with_init(
         integer(kSafeguards, "MessagesPerSecond", 0, kMostRate, "off",
             "Messages a second from one connection beyond which it is read more slowly; 0 for no limit"),

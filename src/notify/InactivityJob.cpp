@@ -22,7 +22,7 @@ void InactivityJob::run()
         return;
     }
     nobody_due_.reset();
-    const auto findings = sources_.rule.look(limit - InactivityRule::kWarningDays);
+    const auto findings = sources_.rule.look(limit);
     if (!findings) {
         return;
     }
@@ -33,7 +33,10 @@ void InactivityJob::run()
         nobody_due_ = now;
     }
     for (const auto& user : findings->inactive) {
-        judge(user);
+        judge(user, findings->held);
+    }
+    if (findings->held) {
+        tell_held(*findings, limit);
     }
 }
 
@@ -49,7 +52,7 @@ std::optional<InactivityJob::State> InactivityJob::state(std::int16_t limit)
 }
 
 /// The limit is read anew for each user: a host may change it in the middle of a run, and switch the job off.
-void InactivityJob::judge(const store::InactiveUser& user)
+void InactivityJob::judge(const store::InactiveUser& user, bool held)
 {
     const std::int32_t limit = settings_.get_ClientInactivityDaysBeforeDisabling();
     switch (InactivityRule::step(limit, user.DaysAgo)) {
@@ -59,7 +62,9 @@ void InactivityJob::judge(const store::InactiveUser& user)
         warn(user, limit - user.DaysAgo);
         break;
     case InactivityRule::Step::Disable:
-        disable(user.UserName);
+        if (!held) {
+            disable(user.UserName);
+        }
         break;
     }
 }
@@ -82,6 +87,26 @@ void InactivityJob::disable(const std::string& user_name)
     mails_.send_to(user_name, "VELTO account is expired!", body);
     mails_.send_to_administrator("VELTO for " + user_name + " account is expired!", body);
     journal_.log_own("Expired account email sent to " + user_name);
+}
+
+void InactivityJob::tell_held(const InactivityRule::Findings& findings, std::int16_t limit)
+{
+    const auto today = clock_.now().date();
+    if (told_on_ == today) {
+        return;
+    }
+    told_on_ = today;
+    const auto what = std::to_string(findings.due) + " of " + std::to_string(findings.accounts)
+        + " accounts have been inactive for " + std::to_string(limit) + " days or more";
+    journal_.log_own("No account was disabled for inactivity: " + what
+        + "; see velto-server inactivity --dry-run, disable them with velto-server inactivity --apply");
+    const auto lines =
+        text_of({"No VELTO account was disabled, because too many are due at once:", what + ".",
+            "Please check the clock of the server and ClientInactivityDaysBeforeDisabling.",
+            "To see the accounts       : velto-server inactivity --dry-run",
+            "To disable them on purpose: velto-server inactivity --apply"});
+    mails_.send_to_administrator(
+        "VELTO disabled no accounts", mails_.notice_for(settings_.get_AdminScreenName(), lines));
 }
 
 } // namespace qz::notify

@@ -24,6 +24,9 @@ namespace qz::notify {
 /// the safeguard that lets it run once a day those mails leave with every tick. What it does remember is a
 /// run that found nobody: as long as day, limit and tables are the same, so is the answer, and a run costs no
 /// query. The engine's own log rows, which come with every line, leave it as it is: they are of today.
+///
+/// When the rule says that too many accounts are due, none is disabled, and the administrator is told once a
+/// day.
 class InactivityJob {
 public:
     /// What the job reads.
@@ -36,6 +39,8 @@ public:
         const Clock& clock, Journal& journal);
 
     void run();
+    /// Disables one account, and tells its user and the administrator.
+    void disable(const std::string& user_name);
 
 private:
     struct State {
@@ -47,9 +52,9 @@ private:
     };
 
     std::optional<State> state(std::int16_t limit);
-    void judge(const store::InactiveUser& user);
+    void judge(const store::InactiveUser& user, bool held);
     void warn(const store::InactiveUser& user, std::int32_t days_left);
-    void disable(const std::string& user_name);
+    void tell_held(const InactivityRule::Findings& findings, std::int16_t limit);
 
     Sources sources_;
     config::Settings& settings_;
@@ -58,6 +63,7 @@ private:
     const Clock& clock_;
     Journal& journal_;
     std::optional<State> nobody_due_; // when a run last found nobody
+    std::optional<DateTime> told_on_; // the last day on which too many were due
 };
 
 } // namespace qz::notify

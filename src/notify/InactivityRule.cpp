@@ -1,6 +1,9 @@
 #include "notify/InactivityRule.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
+#include <unordered_set>
 
 namespace qz::notify {
 
@@ -13,13 +16,54 @@ InactivityRule::Step InactivityRule::step(std::int32_t limit, std::int32_t days_
     return days_left > 0 ? Step::Warn : Step::Disable;
 }
 
-std::optional<InactivityRule::Findings> InactivityRule::look(std::int32_t least_days)
+std::optional<InactivityRule::Findings> InactivityRule::look(std::int32_t limit)
+{
+    auto findings = find(limit - kWarningDays);
+    if (findings && deployment_.inactivity_guard() && !guard(*findings, limit)) {
+        return std::nullopt;
+    }
+    return findings;
+}
+
+/// @return false when the accounts could not be read.
+bool InactivityRule::guard(Findings& findings, std::int32_t limit)
+{
+    const auto administrator = settings_.get_AdminScreenName();
+    std::erase_if(findings.inactive,
+        [&](const auto& user) { return equal_ignoring_case(user.UserName, administrator); });
+    std::unordered_set<std::string> due;
+    for (const auto& user : findings.inactive) {
+        if (step(limit, user.DaysAgo) == Step::Disable) {
+            due.insert(user.UserName);
+        }
+    }
+    if (due.size() <= kFewAccounts) {
+        return true;
+    }
+    const auto accounts = last_log_ons_.accounts();
+    if (!accounts) {
+        return false;
+    }
+    for (const auto& account : *accounts) {
+        findings.accounts += account.AccountActive ? 1U : 0U;
+        findings.due += account.AccountActive && due.contains(account.UserName) ? 1U : 0U;
+    }
+    findings.held = findings.due > kFewAccounts && findings.due * 10 > findings.accounts;
+    return true;
+}
+
+std::optional<InactivityRule::Findings> InactivityRule::find(std::int32_t least_days)
 {
     if (by_last_logon()) {
         return look_at_logons(least_days);
     }
     auto users = activity_.Retrieve_LastActivity(least_days);
-    return users ? std::optional(Findings{*std::move(users), {}}) : std::nullopt;
+    if (!users) {
+        return std::nullopt;
+    }
+    Findings findings;
+    findings.inactive = *std::move(users);
+    return findings;
 }
 
 std::optional<DateTime> InactivityRule::last_active(const std::string& user_name)

@@ -46,7 +46,7 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       mail([this](platform::MailerEvents& listener) { return machine_.create_mailer(listener); }, accounts,
           settings, deployment, journal),
       notice_mails(mail, accounts, settings, machine.clock()),
-      inactivity_rule(last_activity, last_log_ons, deployment, machine.clock()),
+      inactivity_rule(last_activity, last_log_ons, settings, deployment, machine.clock()),
       inactivity_job({inactivity_rule, database, activity_log}, settings, accounts, notice_mails,
           machine.clock(), journal),
       version_mails(

@@ -62,7 +62,7 @@ protected:
     qz::store::ActivityLog activity_log{database, settings, parser, journal};
     qz::store::LastActivity activity{database, journal};
     qz::store::LastLogOns last_log_ons{database, deployment, clock, journal};
-    qz::notify::InactivityRule rule{activity, last_log_ons, deployment, clock};
+    qz::notify::InactivityRule rule{activity, last_log_ons, settings, deployment, clock};
     qz::notify::InactivityJob job{{rule, database, activity_log}, settings, accounts, mails, clock, journal};
 };
 
@@ -200,6 +200,57 @@ TEST_F(InactivityJobTest, CountsFromTheLastLogOnWhereItIsAskedTo)
     last_log_ons.logged_on("d23");
     EXPECT_EQ(column(qz::store::tables::kLastLogOn, "LogOnTime").at(1), "2026-03-02 09:00:00")
         << "without the safeguard nothing is written";
+}
+
+TEST_F(InactivityJobTest, GuardNeverDisablesTheAdministratorNorManyAtOnce)
+{
+    ini.WriteIniValue("Safeguards", "InactivityGuard", "True");
+    log("boss", 99);
+    settings.set_AdminScreenName("BOSS");
+    for (int i = 0; i < 53; ++i) {
+        add(kUsers, {{"UserName", "in use " + std::to_string(i)}});
+    }
+    for (const auto* name : {"a", "b", "c", "d", "e", "f"}) {
+        user(name, 60, "");
+    }
+    add(kUsers, {{"UserName", "warned"}, {"Email", "warned@x.org"}});
+    log("warned", 25);
+    add(kUsers, {{"UserName", "off"}, {"AccountActive", false}}); // counts for neither
+    log("off", 99);
+    directory.SetUsers();
+
+    // Six of 61 enabled accounts are disabled, six of 59 are not.
+    accounts.set_ScreenName_Enabled("in use 1", false);
+    accounts.set_ScreenName_Enabled("in use 2", false);
+    const Texts held{"warned@x.org VELTO account is expiring!", "boss@x.org VELTO disabled no accounts"};
+    EXPECT_EQ(run(), held);
+    EXPECT_EQ(disabled(), (Texts{"in use 1", "in use 2", "off"}));
+    const auto& body = record.mails.back().body;
+    for (const auto* words : {"6 of 59 accounts", "30 days", "velto-server inactivity --dry-run",
+             "velto-server inactivity --apply"}) {
+        EXPECT_NE(body.find(words), std::string::npos) << words;
+    }
+    const auto lines = journal.lines.size();
+    EXPECT_EQ(run(), Texts{held.front()}) << "once a day, also where the job runs with every tick";
+    EXPECT_EQ(journal.lines.size(), lines + 1);
+    clock.advance(std::chrono::hours(24));
+    EXPECT_EQ(run(), held);
+
+    accounts.set_ScreenName_Enabled("in use 1", true);
+    accounts.set_ScreenName_Enabled("in use 2", true);
+    EXPECT_EQ(run().size(), 8U) << "the administrator is told of each";
+    EXPECT_EQ(disabled(), (Texts{"a", "b", "c", "d", "e", "f", "off"}));
+    EXPECT_TRUE(journal.failures.empty());
+}
+
+TEST_F(InactivityJobTest, GuardLetsAHandfulBeDisabledWhateverTheirShare)
+{
+    ini.WriteIniValue("Safeguards", "InactivityGuard", "True");
+    for (const auto* name : {"a", "b", "c", "d", "e"}) {
+        user(name, 60, "");
+    }
+    run();
+    EXPECT_EQ(disabled(), (Texts{"a", "b", "c", "d", "e"}));
 }
 
 TEST_F(InactivityJobTest, IsOffWithoutALimit)

@@ -60,7 +60,7 @@ protected:
     qz::notify::NoticeMails notices{mail, accounts, settings, clock};
     qz::store::LastActivity activity{database, journal};
     qz::store::LastLogOns last_log_ons{database, deployment, clock, journal};
-    qz::notify::InactivityRule rule{activity, last_log_ons, deployment, clock};
+    qz::notify::InactivityRule rule{activity, last_log_ons, settings, deployment, clock};
     qz::notify::VersionMails mails{{database, accounts, rule}, ini, settings, notices, clock, journal};
 };
 

@@ -1,4 +1,5 @@
 // The administration commands of the real program: what they print, how they end, what they leave behind.
+#include "support/OtherProgram.h"
 #include "system/Person.h"
 #include "system/ServerProcess.h"
 
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -106,6 +108,8 @@ TEST_F(CommandsTest, EndWithTheirExitCodesAndSayWhatTheyDid)
         {{"user", "show", "ADA", "--json"}, "", 0, "\"enabled\": true"},
         {{"inactivity"}, "", 2, "--dry-run"},
         {{"inactivity", "--dry-run"}, "", 0, "The job is off"},
+        {{"inactivity", "--apply", "--dry-run"}, "", 2, "excludes"},
+        {{"inactivity", "--apply", "--yes"}, "", 0, "The job is off"},
         {{"config", "set", "General SetUp/ClientInactivityDaysBeforeDisabling", "30"}, "", 0, ""},
         {{"inactivity", "--dry-run"}, "", 0, "count  ada: no logon is known"},
         {{"inactivity", "--dry-run", "--json"}, "", 0, "\"counted_from\": \"lastlogon\""},
@@ -138,6 +142,41 @@ TEST_F(CommandsTest, EndWithTheirExitCodesAndSayWhatTheyDid)
         EXPECT_EQ(server.run(call.arguments, call.input), call.exit_code) << server.output;
         EXPECT_THAT(server.output, HasSubstr(call.output));
     }
+}
+
+TEST_F(CommandsTest, InactivityIsAppliedByHandWhereTheJobDisablesNobody)
+{
+    std::string sql = "INSERT INTO lastlogon (username, logontime) VALUES ('boss', '2020-01-01 10:00:00')";
+    add_user("boss");
+    for (const auto* name : {"a", "b", "c", "d", "e", "f"}) {
+        add_user(name);
+        sql += ", ('" + std::string(name) + "', '2020-01-01 10:00:00')";
+    }
+    test::OtherProgram(server.home() / "VELTO.db").run(sql);
+    for (const auto& [key, value] : std::map<std::string, std::string>{
+             {"AdminScreenName", "boss"}, {"ClientInactivityDaysBeforeDisabling", "30"}}) {
+        ASSERT_EQ(server.run({"config", "set", "General SetUp/" + key, value}), 0) << server.output;
+    }
+    EXPECT_EQ(server.run({"inactivity", "--dry-run"}), 0);
+    EXPECT_THAT(server.output,
+        AllOf(HasSubstr("disable  a: last logon"), Not(HasSubstr("boss")), HasSubstr("6 of 7 accounts"),
+            HasSubstr("velto-server inactivity --apply")));
+    EXPECT_EQ(server.run({"inactivity", "--dry-run", "--json"}), 0);
+    EXPECT_TRUE(nlohmann::json::parse(server.output).at("held").get<bool>());
+    EXPECT_EQ(server.run({"inactivity", "--apply"}), 2) << "nobody is there to answer";
+    EXPECT_THAT(server.output, HasSubstr("--yes"));
+    EXPECT_EQ(server.run({"user", "show", "a"}), 0);
+    EXPECT_THAT(server.output, HasSubstr("enabled      yes"));
+    EXPECT_EQ(server.run({"inactivity", "--apply", "--yes"}), 0) << server.output;
+    EXPECT_THAT(server.output, HasSubstr("6 accounts disabled"));
+    EXPECT_EQ(server.run({"user", "show", "a"}), 0);
+    EXPECT_THAT(server.output, HasSubstr("enabled      no"));
+    EXPECT_EQ(server.run({"user", "show", "boss"}), 0);
+    EXPECT_THAT(server.output, HasSubstr("enabled      yes"));
+    EXPECT_EQ(server.run({"log", "-n", "1"}), 0);
+    EXPECT_THAT(server.output, HasSubstr("Expired account email sent to f"));
+    EXPECT_EQ(server.run({"inactivity", "--apply", "--yes"}), 0) << server.output;
+    EXPECT_THAT(server.output, HasSubstr("Nobody is due"));
 }
 
 TEST_F(CommandsTest, CheckNamesThePlaceAndChangesNothing)
