@@ -223,6 +223,18 @@ TEST_F(LogonThrottleTest, LogsEachFailureInOneForm)
             "Logon refused: address=192.0.2.8 reason=early name=a\\nLogon refused: address=10.0.0.1"));
 }
 
+TEST_F(LogonThrottleTest, MailsOfAWholeDayAreBounded)
+{
+    int mails = 0;
+    for (int minute = 0; minute < 24 * 60; ++minute) {
+        for (int tries = 0; tries < 20; ++tries) {
+            mails += throttle.may_mail() ? 1 : 0;
+        }
+        clock.advance(1min);
+    }
+    EXPECT_EQ(mails, 10 + 239) << "ten at once, then one every six minutes";
+}
+
 TEST(LogonThrottleConversation, RefusesWithoutJudgingAndMailsNoMoreThanTen)
 {
     qz::test::TestEngine server;
