@@ -71,8 +71,8 @@ bool Deployment::safeguard(Safeguard which) const
 {
     static constexpr std::array<std::string_view, kSafeguards> kKeys{"VerifySender", "KeepUntilConfirmed",
         "DurableQueue", "LogonThrottle", "DailyJobsOncePerDay", "HidePasswords", "VerifyReceipt",
-        "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets", "RoomNames",
-        "InactivityGuard"};
+        "EndRevokedSessions", "InactivityByLastLogon", "ReuseRestingSockets", "RoomNames", "InactivityGuard",
+        "ClockGuard"};
     const auto at = static_cast<std::size_t>(which);
     return safeguards_.at(at).get(
         ini_, [&] { return switch_value(valid_text("Safeguards", kKeys.at(at))).value_or(false); });
@@ -210,6 +210,11 @@ bool Deployment::room_names() const
 bool Deployment::inactivity_guard() const
 {
     return safeguard(Safeguard::InactivityGuard);
+}
+
+bool Deployment::clock_guard() const
+{
+    return safeguard(Safeguard::ClockGuard);
 }
 
 std::optional<std::int32_t> Deployment::messages_per_second() const

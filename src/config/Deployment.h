@@ -67,6 +67,7 @@ public:
     bool reuse_resting_sockets() const;
     bool room_names() const;
     bool inactivity_guard() const;
+    bool clock_guard() const;
     /// Units that a connection may send in a second before it is read more slowly.
     std::optional<std::int32_t> messages_per_second() const;
     /// Most messages of one sender, and for one recipient, that may wait in the queue.
@@ -109,8 +110,9 @@ private:
         ReuseRestingSockets,
         RoomNames,
         InactivityGuard,
+        ClockGuard,
     };
-    static constexpr std::size_t kSafeguards = 12;
+    static constexpr std::size_t kSafeguards = 13;
 
     std::string text(std::string_view section, std::string_view key) const;
     /// The value, or the last valid one instead of a malformed one.

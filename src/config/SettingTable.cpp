@@ -22,7 +22,7 @@ constexpr std::int32_t kMostSlots = 1'000'000;
 constexpr std::int32_t kMostQueued = 1'000'000;
 constexpr std::int32_t kMostRate = 1'000'000;
 constexpr std::int32_t kMostDays = 36'500;
-constexpr std::int32_t kMostMinutes = 525'600; // a year
+constexpr std::int32_t kMostMinutes = 525'600;   // a year
 constexpr std::int32_t kLongestStatus = 100'000; // characters
 
 constexpr std::string_view kGeneral = "General SetUp";
@@ -178,7 +178,11 @@ constexpr std::array kTable{
     safeguard("InactivityByLastLogon", "Inactivity counts from the last successful logon"),
     safeguard("ReuseRestingSockets",
         "Where all socket numbers rest, the one closed longest ago serves a new connection"),
-    safeguard("InactivityGuard", "Never disable the administrator's account, nor many accounts at once"),
+    safeguard("InactivityGuard",
+        "Never disable the administrator's account, nor many accounts at once, nor while the clock is in "
+        "doubt"),
+    safeguard("ClockGuard",
+        "While the clock is in doubt no message expires, no daily job runs, and the activity log is kept"),
     with_init(
         integer(kSafeguards, "MessagesPerSecond", 0, kMostRate, "off",
             "Messages a second from one connection beyond which it is read more slowly; 0 for no limit"),

@@ -83,8 +83,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       receiver(connections, units, sender, closer, parser, {dispatcher, *this}, journal),
       announcements(connections, sender, journal),
       on_line_info(ini, connections, directory, presence, machine.clock(), journal),
-      commands(database, parser, *this, journal), housekeeping(settings, *this, journal),
-      figures(connections, pool, message_queue, database, counters)
+      commands(database, parser, *this, journal), clock_guard(deployment, machine.clock(), journal),
+      housekeeping(settings, *this, journal), figures(connections, pool, message_queue, database, counters)
 {
     journal.attach(activity_log, line_quota);
     database.tell(*this);
@@ -179,6 +179,9 @@ void Engine::create_components()
 void Engine::begin_start_record()
 {
     start_time = machine_.clock().now();
+    if (!ready_ && clock_guard.is_on()) {
+        clock_guard.begin(activity_log.time_of_newest_earlier_row());
+    }
     connections.reset(counters.get_BuddiesCount());
     reset_room_members();
     message_queue.QueueMessage_ClearQueue();
@@ -196,10 +199,7 @@ void Engine::reset_room_members()
 /// Commands from before the start are discarded, plain passwords encoded, and the tables copied into memory.
 void Engine::prepare_data()
 {
-    clearing_log_ = deployment.daily_jobs_once_per_day(); // by and by then
-    if (!clearing_log_) {
-        activity_log.ClearOldLog();
-    }
+    clear_old_log();
     commands.delete_ServerCommand(0);
     accounts.EncryptDBPasswords();
     accept_incoming_connections = true;
@@ -207,6 +207,20 @@ void Engine::prepare_data()
     directory.SetMyBuddies();
     directory.SetRooms();
     directory.SetUsers();
+}
+
+/// With the daily jobs the log is cleared by and by, on the ticks.
+void Engine::clear_old_log()
+{
+    clearing_log_ = deployment.daily_jobs_once_per_day();
+    if (clearing_log_) {
+        return;
+    }
+    if (clock_guard.holds_daily_jobs()) {
+        journal.log_own("The activity log is not cleared at this start: the clock is in doubt");
+        return;
+    }
+    activity_log.ClearOldLog();
 }
 
 /// The pool grows only to 757 by its own rule; a deployment that wants more has the sockets made at the
@@ -348,10 +362,12 @@ void Engine::run_frequent_jobs()
     commands.CheckServerCommand();
     chunks.sweep(machine_.clock().now());
     close_incomplete();
-    message_queue.QueueMessage_PurgeExpired();
+    if (!clock_guard.holds_expiry()) {
+        message_queue.QueueMessage_PurgeExpired();
+    }
     message_queue.QueueMessage_MoveFromQueue(0);
     message_queue.read_numbers();
-    clearing_log_ = clearing_log_ && activity_log.clear_some();
+    clearing_log_ = clearing_log_ && (clock_guard.holds_daily_jobs() || activity_log.clear_some());
     message_queue.shrink();
     events_.TimerActivity();
 }
@@ -388,17 +404,18 @@ void Engine::clean_up_buddies()
 /// Also starts the daily clearing of the log, which goes on with the ticks.
 void Engine::run_inactivity_job()
 {
-    if (deployment.daily_jobs_once_per_day() && once_per_day.may_run("ClearLog")) {
+    if (deployment.daily_jobs_once_per_day() && !clock_guard.holds_daily_jobs()
+        && once_per_day.may_run("ClearLog")) {
         clearing_log_ = true;
     }
-    if (once_per_day.may_run("Inactivity")) {
+    if (!clock_guard.holds_inactivity() && once_per_day.may_run("Inactivity")) {
         inactivity_job.run();
     }
 }
 
 void Engine::check_client_versions()
 {
-    if (once_per_day.may_run("ClientVersions")) {
+    if (!clock_guard.holds_daily_jobs() && once_per_day.may_run("ClientVersions")) {
         version_mails.CheckOldVersions();
     }
 }

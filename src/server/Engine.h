@@ -48,6 +48,7 @@
 #include "protocol/TransferRequests.h"
 #include "protocol/Welcome.h"
 #include "queue/MessageQueue.h"
+#include "server/ClockGuard.h"
 #include "server/FigureSource.h"
 #include "server/Housekeeping.h"
 #include "server/LineQuota.h"
@@ -172,6 +173,7 @@ public: // the rooms, for the members of Main that forward to them
     online::OnLineInfoWriter on_line_info;
 
     ServerCommands commands;
+    ClockGuard clock_guard;
     Housekeeping housekeeping;
     FigureSource figures;
 
@@ -186,6 +188,7 @@ private:
     void begin_start_record();
     void reset_room_members();
     void prepare_data();
+    void clear_old_log();
     void load_sockets();
     void open_listening_socket();
     void announce_ready();

@@ -104,6 +104,21 @@ bool ActivityLog::clear_some()
     return more;
 }
 
+std::optional<DateTime> ActivityLog::time_of_newest_earlier_row()
+{
+    std::optional<DateTime> time;
+    attempt([&] {
+        auto rows = database_.open(statements::kSelectLogTimes, {std::to_string(rows_written_ + 1)});
+        for (auto own = rows_written_; own > 0 && !rows.AtEnd(); --own) {
+            rows.MoveNext();
+        }
+        if (!rows.AtEnd()) {
+            time = rows.Fields("ActionTime").date();
+        }
+    });
+    return time;
+}
+
 std::vector<std::string> ActivityLog::get_Log_web(std::int32_t last_record)
 {
     std::vector<std::string> lines;

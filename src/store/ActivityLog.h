@@ -1,6 +1,7 @@
 // The activity log: the table `log`, one row for every line that the engine logs.
 #pragma once
 
+#include "base/DateTime.h"
 #include "base/Journal.h"
 #include "config/Settings.h"
 #include "helpers/MessageParser.h"
@@ -8,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,6 +36,10 @@ public:
     /// hold everybody up. Stops at the first row that is younger.
     /// @return whether there may be more. Errors are ignored, and end it.
     bool clear_some();
+
+    /// Time of the newest row that was there before this object inserted its own; nothing when there is none.
+    /// Errors are ignored.
+    std::optional<DateTime> time_of_newest_earlier_row();
 
     /// The newest lines, newest first: "time/user/address/action".
     /// @param last_record  how many at the most.

@@ -16,7 +16,7 @@ std::span<const platform::Statement> all_statements()
         kSelectMessage, kFindMessage, kSelectLastMessage, kSelectMsgIDs, kSelectMessagesByMsgID,
         kSelectMessagesOfRecipient, kSelectQueue, kSelectQueueTexts, kFindQueueRow, kUpdateQueueSent,
         kDeleteQueueRow, kSelectQueueCount, kInsertLogRow, kDeleteOldLog, kSelectOldestLogRow,
-        kDeleteFirstOldLogRows, kSelectLogLines, kSelectLastActivity, kSelectInactiveUsers,
+        kDeleteFirstOldLogRows, kSelectLogLines, kSelectLogTimes, kSelectLastActivity, kSelectInactiveUsers,
         kSelectRecentLogOn, kSelectCommands, kInsertCommand, kDeleteCommand, kDeleteAllCommands,
         kSelectAutoReply, kSelectAutoReplyEnabled, kSelectAutoReplyMessage, kSelectLastLogOn,
         kSelectLastLogOnsForAdding, kSelectAccountsWithLastLogOn};

@@ -207,6 +207,8 @@ inline constexpr Statement kDeleteFirstOldLogRows{
 inline constexpr Statement kSelectLogLines{
     "SELECT TOP {} (CAST([ActionTime] AS char(20)) + '/' + UserName + '/' + RemoteIP + '/' + Action) "
     "FROM log ORDER BY IDLog DESC;"};
+/// The times of the newest lines: number of lines.
+inline constexpr Statement kSelectLogTimes{"SELECT TOP {} ActionTime FROM log ORDER BY IDLog DESC"};
 /// Field LastOfActionTime of an account's rows: name. No row when it has none.
 /// As it stands a database would group the whole log to find one user.
 inline constexpr Statement kSelectLastActivity{

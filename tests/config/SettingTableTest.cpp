@@ -123,7 +123,7 @@ TEST(Deployment, MissingOrMalformedLeavesTheEngineAsItIs)
             || deployment.daily_jobs_once_per_day() || deployment.hide_passwords()
             || deployment.verify_receipt() || deployment.end_revoked_sessions()
             || deployment.inactivity_by_last_logon() || deployment.inactivity_guard()
-            || deployment.status_length())
+            || deployment.clock_guard() || deployment.status_length())
             << text;
     }
     EXPECT_EQ(deployment.listen_address(), "");
@@ -153,7 +153,8 @@ TEST(Deployment, ANewFileSwitchesOnWhatItSays)
     EXPECT_TRUE(deployment.verify_sender() && deployment.keep_until_confirmed() && deployment.durable_queue()
         && deployment.logon_throttle() && deployment.daily_jobs_once_per_day() && deployment.hide_passwords()
         && deployment.verify_receipt() && deployment.end_revoked_sessions()
-        && deployment.inactivity_by_last_logon() && deployment.inactivity_guard());
+        && deployment.inactivity_by_last_logon() && deployment.inactivity_guard()
+        && deployment.clock_guard());
     for (const char* word : {"true", "Yes", "ON", "1"}) {
         ini.WriteIniValue("Safeguards", "VerifySender", "False");
         EXPECT_FALSE(deployment.verify_sender()) << word;
