@@ -330,7 +330,10 @@ TEST_F(OdbcConnectionTest, ALockFailsItsStatementsAndNothingElse)
 TEST_F(OdbcConnectionTest, AFrozenServerHoldsNobodyUpForLong)
 {
     add_user("anna"); // written, not committed: goes with its turn
+    SystemClock machine;
+    const auto event = machine.now();
     log("before");
+    const auto after_event = machine.now();
     auto& program = test::server_under_test()->program();
     program.freeze();
     const auto begin = std::chrono::steady_clock::now();
@@ -348,6 +351,8 @@ TEST_F(OdbcConnectionTest, AFrozenServerHoldsNobodyUpForLong)
     connection->end_turn();
     EXPECT_THAT(seen(kUsers, 1), ElementsAre("dora"));
     EXPECT_THAT(seen(kLog, 4), ElementsAre("before", "meanwhile"));
+    const auto time = DateTime::parse(seen(kLog, 1).front()).value();
+    EXPECT_TRUE(time >= event && time <= after_event) << "its insert came a second later: " << time.text();
 }
 
 TEST_F(OdbcConnectionTest, ComesBackToItsOwnTablesOnly)
@@ -396,7 +401,7 @@ TEST_F(OdbcConnectionTest, SurvivesAKilledServer)
     server->program().end();
     EXPECT_EQ(failure_of([&] { connection->end_turn(); }), kUnspecified);
     for (int i = 0; i < 30'000; ++i) { // more than is kept
-        log("meanwhile");
+        log(i == 29'999 ? "last" : "meanwhile");
     }
     connection->end_turn();
     server->start();
@@ -407,7 +412,8 @@ TEST_F(OdbcConnectionTest, SurvivesAKilledServer)
     connection->end_turn();
     other = open(false);
     EXPECT_EQ(seen(kLog, 4).size(), 20'000U);
-    EXPECT_EQ(seen(kLog, 4).front(), "before");
+    EXPECT_EQ(seen(kLog, 4).front(), "meanwhile") << "the oldest go first";
+    EXPECT_EQ(seen(kLog, 4).back(), "last");
     EXPECT_THAT(seen(kUsers, 1), ElementsAre("anna"));
 }
 

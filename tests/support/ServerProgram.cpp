@@ -158,8 +158,7 @@ int ServerProgram::wait()
 void ServerProgram::end()
 {
     if (process_ != 0) {
-        send_signal_to_all(SIGCONT);
-        send_signal(SIGKILL);
+        send_signal_to_all(SIGKILL); // children that were left alone might go on for a moment
         wait();
     }
 }

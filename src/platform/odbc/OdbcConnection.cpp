@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <iterator>
 
 namespace qz::platform {
 
@@ -20,7 +21,6 @@ constexpr auto kMarksFresh = 100ms;
 constexpr std::size_t kMostKept = 4096;
 constexpr std::size_t kMostRowsKept = 64;
 constexpr std::size_t kKeysTogether = 256;
-constexpr std::string_view kLog = "log";
 
 /// Marks of different sessions never meet: see SqliteConnection.
 std::uint64_t first_mark()
@@ -87,6 +87,24 @@ std::shared_ptr<const ManyRows> many_texts(const Translation& insert)
     const auto head = insert.sql.substr(0, lower(insert.sql).rfind(" values "));
     return std::make_shared<const ManyRows>(
         ManyRows{{}, {}, {}, head + " SELECT * FROM unnest(" + arrays + ")"});
+}
+
+std::vector<LogWrite> single_rows(LogWrite write)
+{
+    std::vector<LogWrite> single;
+    for (std::size_t i = 0; i < write.step.rows.size(); ++i) {
+        auto& one =
+            single.emplace_back(LogWrite{{write.step.sql, {std::move(write.step.rows[i])}, write.step.many}});
+        if (!write.times.empty()) {
+            one.times = {write.times[i]};
+        }
+    }
+    return single;
+}
+
+std::string lost_lines(std::int64_t count)
+{
+    return std::to_string(count) + " log lines could not be kept";
 }
 
 std::string seconds_text(std::chrono::seconds time)
@@ -189,12 +207,8 @@ void OdbcConnection::Execute(const std::string& sql)
     const auto match = catalogue_.look_up(sql);
     const auto* table = match.shape->statement.table;
     if (const auto* known = prepared_.empty() ? nullptr : &prepare(*match.shape);
-        known != nullptr && known->inserts && table != nullptr && table->name == kLog) {
-        if (!log_.full()) { // also without a session
-            log_.add({known->translation.sql, {values_of(match, *known)}, known->many});
-        } else {
-            ++lost_rows_;
-        }
+        known != nullptr && known->inserts && table != nullptr && table->name == kLogTable.name) {
+        log({known->translation.sql, {values_of(match, *known)}, known->many});
         return;
     }
     with_session([&](Session& open) {
@@ -214,6 +228,19 @@ void OdbcConnection::Execute(const std::string& sql)
             }
         }
     });
+}
+
+/// Also without a session.
+void OdbcConnection::log(Step insert)
+{
+    if (!session_) {
+        backlog_.add({clock_.now(), std::move(insert.rows.front())});
+        return;
+    }
+    log_.add(insert, clock_.now());
+    if (log_.full()) {
+        with_session([&](Session& open) { flush(open); });
+    }
 }
 
 ResultSet OdbcConnection::query(const std::string& sql)
@@ -539,7 +566,7 @@ OdbcConnection::Prepared& OdbcConnection::prepare(const Shape& shape)
         prepared = std::make_unique<Prepared>(Prepared{translate(shape.statement, *server_->dialect),
             std::move(words), begins("select"), begins("insert"), begins("delete")});
         const auto* table = shape.statement.table;
-        if (server_->takes_arrays && prepared->inserts && table != nullptr && table->name == kLog) {
+        if (server_->takes_arrays && prepared->inserts && table != nullptr && table->name == kLogTable.name) {
             prepared->many = many_texts(prepared->translation);
         }
     }
@@ -565,6 +592,11 @@ void OdbcConnection::lose(const LinkLost& lost)
     lost_schema_ = LostSchema{session_->tables.schema_version(), has_tables(session_->link->facts())};
     session_.reset();
     forget_turn();
+    for (auto& write : log_.take()) {
+        for (auto& row : std::move(write).rows()) {
+            backlog_.add(std::move(row));
+        }
+    }
     notices_.push_back("Database connection lost: " + lost.reason);
     reconnector_.begin(connection_string_, former);
 }
@@ -588,8 +620,8 @@ void OdbcConnection::find_way_back()
     refused_.clear();
     use(std::move(link));
     auto notice = "Database connection restored after " + seconds_text(away);
-    if (const auto lost = std::exchange(lost_rows_, 0); lost > 0) {
-        notice += "; " + std::to_string(lost) + " log lines could not be kept";
+    if (const auto lost = backlog_.take_lost(); lost > 0) {
+        notice += "; " + lost_lines(lost);
     }
     notices_.push_back(std::move(notice));
 }
@@ -616,13 +648,13 @@ bool OdbcConnection::has_tables(const ServerFacts& facts)
 
 bool OdbcConnection::waits(const Table& table)
 {
-    return table.name == kLog || table.name == "messages" || table.name == "queue"
+    return table.name == kLogTable.name || table.name == "messages" || table.name == "queue"
         || table.name == "queuetext" || table.name == "queuecount";
 }
 
 bool OdbcConnection::must_flush_for(const Prepared& prepared) const
 {
-    if (!log_.empty() && prepared.words.contains(std::string(kLog))) {
+    if (!(log_.empty() && backlog_.empty()) && prepared.words.contains(std::string(kLogTable.name))) {
         return true;
     }
     return waiting_.concerns(prepared.words, prepared.reads);
@@ -640,7 +672,7 @@ void OdbcConnection::flush(Session& open)
             turn_failure_ = to_error(failure);
         }
     }
-    write_log_slowly(open, log_.take());
+    write_log_slowly(open, take_log(open));
 }
 
 /// All that waits and the commit in one go. When a write of the turn fails, nothing of it is stored; the log
@@ -659,61 +691,110 @@ void OdbcConnection::flush_and_commit(Session& open)
     auto steps = waiting_.steps(open.tables);
     waiting_.forget();
     const auto own = steps.size();
-    auto rows = log_.take();
-    if (own == 0 && rows.empty()) {
+    auto log = take_log(open);
+    if (own == 0 && log.empty()) {
         open.turn.commit();
         return;
     }
-    steps.insert(steps.end(), rows.begin(), rows.end());
+    for (const auto& write : log) {
+        steps.push_back(write.step);
+    }
     OdbcTurn::Ending ending;
     try {
         ending = open.turn.write_and_commit(steps);
     } catch (const LinkLost&) {
-        log_.put_back(std::move(rows));
+        put_back(std::move(log));
         throw;
     }
     if (!ending.failure) {
         waiting_told_ = false;
+        tell_lost_log_rows();
         return;
     }
     if (ending.done < own || ending.done == steps.size()) {
-        log_.put_back(std::move(rows));
+        put_back(std::move(log));
         abandon_turn();
         throw to_error(*ending.failure);
     }
     const auto written = static_cast<std::ptrdiff_t>(ending.done - own);
-    rows.erase(rows.begin(), rows.begin() + written);
-    write_log_slowly(open, std::move(rows));
+    log.erase(log.begin(), log.begin() + written);
+    write_log_slowly(open, std::move(log));
     open.turn.commit();
+}
+
+/// What waits from before gets the times of its events; a row of this turn gets its time from the server, as
+/// it is inserted.
+std::vector<LogWrite> OdbcConnection::take_log(Session& open)
+{
+    std::vector<LogWrite> all;
+    while (!backlog_.empty()) {
+        auto rows = backlog_.take(kMostLogRowsTogether);
+        LogWrite write;
+        try {
+            for (auto& row : rows) {
+                auto insert = open.tables.insert(kLogTable, LogBacklog::change_of(std::move(row)));
+                if (write.step.sql.empty()) {
+                    write.step = std::move(insert);
+                } else {
+                    write.step.rows.push_back(std::move(insert.rows.front()));
+                }
+            }
+            all.push_back(std::move(write));
+        } catch (const EngineError& error) { // a table that somebody made by hand
+            notices_.push_back("Log rows could not be written: " + error.description());
+        }
+    }
+    auto own = log_.take();
+    all.insert(all.end(), std::make_move_iterator(own.begin()), std::make_move_iterator(own.end()));
+    return all;
+}
+
+void OdbcConnection::put_back(std::vector<LogWrite> writes)
+{
+    std::vector<LogRow> rows;
+    for (auto& write : writes) {
+        auto each = std::move(write).rows();
+        rows.insert(rows.end(), std::make_move_iterator(each.begin()), std::make_move_iterator(each.end()));
+    }
+    backlog_.put_back(std::move(rows));
+}
+
+void OdbcConnection::tell_lost_log_rows()
+{
+    if (const auto lost = backlog_.take_lost(); lost > 0) {
+        notices_.push_back(lost_lines(lost));
+    }
 }
 
 /// Row by row where rows fail together, so that only those at fault are given up. What may succeed later
 /// waits on.
-void OdbcConnection::write_log_slowly(Session& open, std::vector<Step> rows)
+void OdbcConnection::write_log_slowly(Session& open, std::vector<LogWrite> writes)
 {
-    while (!rows.empty()) {
-        auto& write = rows.front();
+    for (auto write = writes.begin(); write != writes.end(); ++write) {
+        const auto rest = [&] {
+            return std::vector<LogWrite>(
+                std::make_move_iterator(write), std::make_move_iterator(writes.end()));
+        };
         try {
-            open.turn.write(write);
+            open.turn.write(write->step);
             waiting_told_ = false;
         } catch (const LinkLost&) {
-            log_.put_back(std::move(rows));
+            put_back(rest());
             throw;
         } catch (const OdbcFailure& failure) {
             note_log_failure(failure);
             if (failure.passing) {
-                log_.put_back(std::move(rows));
+                put_back(rest());
                 return;
             }
-            if (write.rows.size() > 1) {
-                std::vector<Step> single;
-                for (auto& row : write.rows) {
-                    single.push_back({write.sql, {std::move(row)}, write.many});
-                }
+            if (write->step.rows.size() > 1) {
+                auto single = single_rows(std::move(*write));
+                single.insert(
+                    single.end(), std::make_move_iterator(write + 1), std::make_move_iterator(writes.end()));
                 write_log_slowly(open, std::move(single));
+                return;
             }
         }
-        rows.erase(rows.begin());
     }
 }
 

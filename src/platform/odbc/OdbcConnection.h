@@ -2,8 +2,10 @@
 #pragma once
 
 #include "platform/Machine.h"
+#include "platform/SystemClock.h"
 #include "platform/database/Connection.h"
 #include "platform/database/Dialect.h"
+#include "platform/database/LogBacklog.h"
 #include "platform/database/Shape.h"
 #include "platform/odbc/OdbcLink.h"
 #include "platform/odbc/OdbcReconnector.h"
@@ -32,7 +34,7 @@ namespace qz::platform {
 /// what a query gave is kept as long as the change counter of its table stands still.
 ///
 /// When the link is lost, the connection is closed until end_turn has found the way back. The turn in which
-/// that happens is not stored; log rows, also those of the time between, are kept up to a bound.
+/// that happens is not stored; log rows, also those of the time between, wait with the times of their events.
 class OdbcConnection final : public Connection {
 public:
     OdbcConnection(const ConnectionOptions& options, const OdbcTimes& times);
@@ -100,6 +102,7 @@ private:
 
     /// True for the tables whose rows nobody refuses, and which have no change counter.
     static bool waits(const Table& table);
+    void log(Step insert);
     /// A key for a row that waits; none where the server gives them with the rows only.
     static std::optional<std::int64_t> take_key(Session& open, const Table& table);
     void add_waiting(Session& open, const Table& table, std::int64_t key, const RowChange& row);
@@ -110,7 +113,11 @@ private:
     bool must_flush_for(const Prepared& prepared) const;
     void flush(Session& open);
     void flush_and_commit(Session& open);
-    void write_log_slowly(Session& open, std::vector<Step> rows);
+    /// What is to be written to the log: what waits from before, and the rows of this turn.
+    std::vector<LogWrite> take_log(Session& open);
+    void put_back(std::vector<LogWrite> writes);
+    void write_log_slowly(Session& open, std::vector<LogWrite> writes);
+    void tell_lost_log_rows();
     void note_log_failure(const OdbcFailure& failure);
     void forget_turn();
     void notice_repeated_turn(Session& open);
@@ -126,8 +133,9 @@ private:
     std::unique_ptr<Session> session_;
     OdbcReconnector reconnector_;
     WaitingRows waiting_; // of this turn
-    PendingWrites log_;   // rows of the log: they wait on when a turn is lost
-    std::int64_t lost_rows_ = 0;
+    PendingWrites log_;   // of this turn
+    LogBacklog backlog_;  // rows of the log that could not be written
+    SystemClock clock_;
     bool waiting_told_ = false;                  // that log rows wait because of a failure
     std::optional<EngineError> turn_failure_;    // a write that waited failed: the turn will not be stored
     std::unordered_map<std::string, Kept> kept_; // by text

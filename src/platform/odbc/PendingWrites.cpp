@@ -1,6 +1,5 @@
 #include "platform/odbc/PendingWrites.h"
 
-#include <iterator>
 #include <utility>
 
 namespace qz::platform {
@@ -8,8 +7,6 @@ namespace qz::platform {
 namespace {
 
 constexpr std::size_t kMostRows = 20'000;
-/// Rows that are sent together: more would gain little.
-constexpr std::size_t kMostTogether = 500;
 
 } // namespace
 
@@ -18,31 +15,39 @@ bool PendingWrites::full() const
     return rows_ >= kMostRows;
 }
 
-void PendingWrites::add(const Step& insert)
+void PendingWrites::add(const Step& insert, DateTime time)
 {
-    if (!writes_.empty() && writes_.back().sql == insert.sql && writes_.back().rows.size() < kMostTogether) {
-        writes_.back().rows.push_back(insert.rows.front());
+    if (writes_.empty() || writes_.back().step.sql != insert.sql
+        || writes_.back().step.rows.size() >= kMostLogRowsTogether) {
+        writes_.push_back({insert, {time}});
     } else {
-        writes_.push_back(insert);
+        writes_.back().step.rows.push_back(insert.rows.front());
+        writes_.back().times.push_back(time);
     }
     ++rows_;
 }
 
-void PendingWrites::put_back(std::vector<Step> writes)
+std::vector<LogWrite> PendingWrites::take()
 {
-    for (const auto& write : writes) {
-        rows_ += write.rows.size();
-    }
-    writes_.insert(
-        writes_.begin(), std::make_move_iterator(writes.begin()), std::make_move_iterator(writes.end()));
+    rows_ = 0;
+    return std::exchange(writes_, {});
 }
 
-std::vector<Step> PendingWrites::take()
+std::vector<LogRow> LogWrite::rows() &&
 {
-    std::vector<Step> all(std::make_move_iterator(writes_.begin()), std::make_move_iterator(writes_.end()));
-    writes_.clear();
-    rows_ = 0;
-    return all;
+    std::vector<LogRow> rows;
+    rows.reserve(step.rows.size());
+    for (std::size_t i = 0; i < step.rows.size(); ++i) {
+        auto& values = step.rows[i];
+        if (times.empty()) {
+            const auto time = values.front().date();
+            values.erase(values.begin());
+            rows.push_back({time, std::move(values)});
+        } else {
+            rows.push_back({times[i], std::move(values)});
+        }
+    }
+    return rows;
 }
 
 } // namespace qz::platform
