@@ -265,6 +265,7 @@ TEST_F(CommandsTest, ABackupOfARunningServerMakesANewHome)
 TEST_F(CommandsTest, TellsWhenItsDatabaseIsTakenAway)
 {
     server.start();
+    status_when("accounts", 0); // it has started: before, it listens and does not watch yet
     const auto file = server.home() / "VELTO.db";
     std::filesystem::rename(file, server.home() / "moved.db");
     EXPECT_THAT(log_with("VELTO.db was deleted, moved or replaced"),
