@@ -90,7 +90,7 @@ private:
     std::vector<QueueEntry> left_; // in this turn, in their order
     std::vector<TextStep> text_steps_;
     std::vector<MessageText> left_texts_; // whose last entry left; one may have entered since
-    std::deque<QueueEntry> lost_;  // entered in turns that count as lost, the latest of them
+    std::deque<QueueEntry> lost_;         // entered in turns that count as lost, the latest of them
 };
 
 } // namespace qz::queue

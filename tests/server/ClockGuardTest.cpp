@@ -89,8 +89,8 @@ protected:
 };
 
 /// An engine that has started and had a few ticks.
-struct Run {
-    Run(qz::test::TestMachine& its_machine) : machine(its_machine)
+struct ServerRun {
+    explicit ServerRun(qz::test::TestMachine& its_machine) : machine(its_machine)
     {
         engine.Server_Start();
         machine.loop().run_pending();
@@ -171,10 +171,14 @@ TEST_P(ClockGuardStart, AServerThatStartsWithAWrongClockKeepsItsLogAndItsMessage
     const auto old_lines = [&] {
         return machine.database().rows(kLog, {"ActionTime"});
     };
-    queue_message(Run(machine).engine, machine.clock().now());
+    {
+        ServerRun run(machine);
+        queue_message(run.engine, machine.clock().now());
+        machine.loop().run_pending(); // stores it
+    }
     machine.clock().set_now(machine.clock().now().plus_seconds(400 * kDay));
     {
-        Run run(machine);
+        ServerRun run(machine);
         EXPECT_THAT(run.events.list,
             Contains(HasSubstr("The newest line of the activity log is of 2026-03-02 09:00:00; no account")));
         run.tick_for(8s);
@@ -185,7 +189,7 @@ TEST_P(ClockGuardStart, AServerThatStartsWithAWrongClockKeepsItsLogAndItsMessage
         EXPECT_THAT(old_lines(), Contains(StartsWith("2026-03-02")));
     }
     machine.clock().advance(1h);
-    Run run(machine); // with a clock that is as wrong as before
+    ServerRun run(machine); // with a clock that is as wrong as before
     run.tick_for(1s);
     EXPECT_THAT(old_lines(), Not(Contains(StartsWith("2026-03"))));
 }
