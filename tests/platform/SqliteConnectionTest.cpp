@@ -12,6 +12,7 @@
 #include "support/OtherProgram.h"
 #include "support/TemporaryFolder.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -292,7 +293,7 @@ TEST_F(SqliteConnectionTest, RowsThatWaitAreThoseThatAreWritten)
         EXPECT_EQ((std::vector<Value>{row[0], row[1], row[3], row[9]}), expected[i]) << i;
     }
     const auto lines = rows_of(*connection, kLog);
-    ASSERT_EQ(lines.rows.size(), 2U * kRows);
+    ASSERT_EQ(lines.rows.size(), 3U * kRows) << "also those of the turn that was given up";
     EXPECT_EQ(lines.rows.back()[1].text(), clock.now().text());
 }
 
@@ -626,18 +627,72 @@ TEST_F(SqliteConnectionTest, ALockedFileFailsOnceSlowlyThenFast)
     const auto connection = open();
     OtherProgram other(file);
     other.run("BEGIN IMMEDIATE");
-    const auto locked = error_of([&] { log(*connection, "x"); });
+    const auto add = [&] {
+        connection->insert_row(kRooms, {{"RoomName"}, {"hall"}});
+    };
+    const auto locked = error_of(add);
     EXPECT_EQ(locked.number(), number_of(DatabaseError::Unspecified));
     EXPECT_TRUE(mentions(locked.description(), "locked by another program"));
     EXPECT_EQ(actions(*connection), "") << "reading goes on";
     const auto start = std::chrono::steady_clock::now();
-    error_of([&] { log(*connection, "y"); });
+    error_of(add);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     connection->end_turn();
     other.run("COMMIT");
-    log(*connection, "z");
+    add();
     connection->end_turn();
-    EXPECT_EQ(actions(*connection), "z ");
+    EXPECT_EQ(rows_of(*connection, kRooms).rows.size(), 1U);
+}
+
+TEST_F(SqliteConnectionTest, LogRowsWaitWithTheirTimesUntilTheFileTakesThem)
+{
+    const auto connection = open();
+    OtherProgram other(file);
+    const auto begin = clock.now();
+    const auto log_later = [&](const std::string& action) {
+        log(*connection, action);
+        clock.advance(std::chrono::minutes(1));
+    };
+    connection->insert_row(kRooms, {{"RoomName"}, {"given up"}});
+    log_later("a");
+    connection->query(std::string(kSelectUsers.text));
+    rows_of(*connection, kLog); // is written for that
+    log_later("b");
+    connection->abandon_turn();
+    other.run("BEGIN IMMEDIATE");
+    log_later("c");
+    connection->end_turn();
+    log_later("d");
+    connection->end_turn();
+    EXPECT_EQ(actions(*connection), "");
+    other.run("COMMIT");
+    EXPECT_THAT(connection->take_notices(),
+        testing::ElementsAre(testing::HasSubstr("Log rows could not be written: ")));
+    connection->end_turn();
+    log_later("e");
+    connection->end_turn();
+    EXPECT_THAT(connection->take_notices(), testing::ElementsAre("Log rows are written again"));
+    EXPECT_EQ(actions(*connection), "a b c d e ");
+    const auto lines = rows_of(*connection, kLog);
+    for (std::size_t i = 0; i < lines.rows.size(); ++i) {
+        EXPECT_EQ(lines.rows[i][1].text(), begin.plus_seconds(60 * static_cast<std::int64_t>(i)).text());
+    }
+    EXPECT_TRUE(rows_of(*connection, kRooms).rows.empty());
+
+    other.run("BEGIN IMMEDIATE");
+    for (int i = 0; i < 20'002; ++i) {
+        log(*connection, std::to_string(i));
+    }
+    connection->end_turn();
+    other.run("COMMIT");
+    clock.advance(std::chrono::minutes(1));
+    connection->take_notices();
+    connection->Close();
+    EXPECT_THAT(connection->take_notices(),
+        testing::ElementsAre("Log rows are written again; 2 log lines could not be kept"));
+    const auto again = open();
+    EXPECT_EQ(rows_of(*again, kLog).rows.size(), 20'005U);
+    EXPECT_EQ(rows_of(*again, kLog).rows[5][4].text(), "2") << "the oldest go first";
 }
 
 TEST_F(SqliteConnectionTest, RefusesAFileThatItMayNotWrite)
@@ -725,34 +780,47 @@ TEST_F(SqliteConnectionTest, NothingThatAProcessDoesTakesItsLocksFromIt)
 TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)
 {
     const auto connection = open();
-    log(*connection, "before");
+    const auto add = [&](const std::string& message) {
+        connection->insert_row(kQueue, {{"Message"}, {message}});
+    };
+    const auto stored = [&] {
+        std::string messages;
+        for (const auto& row : connection->query(std::string(kSelectQueue.text)).rows) {
+            messages += row[4].text() + " ";
+        }
+        return messages;
+    };
+    add("before");
     connection->end_turn();
-    const auto mark = connection->change_mark(kLog);
+    const auto mark = connection->change_mark(kQueue);
 
     {
         const SmallDisk disk;
-        log(*connection, long_text(1'000'000));
+        add(long_text(1'000'000));
+        log(*connection, "first");
         const auto error = error_of([&] { connection->end_turn(); });
         EXPECT_EQ(error.number(), number_of(DatabaseError::Unspecified));
         EXPECT_TRUE(mentions(error.description(), "free space")) << error.description();
-        EXPECT_NE(connection->change_mark(kLog), mark);
+        EXPECT_NE(connection->change_mark(kQueue), mark);
 
         // A change that does not fit the cache fails at once, and takes the earlier ones with it.
-        log(*connection, "lost");
-        const auto early = error_of([&] { log(*connection, long_text(40'000'000)); });
+        log(*connection, "second");
+        add("lost");
+        const auto early = error_of([&] { add(long_text(40'000'000)); });
         EXPECT_TRUE(mentions(early.description(), "in the same turn is lost")) << early.description();
-        EXPECT_EQ(actions(*connection), "before ");
+        EXPECT_EQ(stored(), "before ");
     }
-    log(*connection, "after");
+    add("after");
     EXPECT_TRUE(mentions(error_of([&] { connection->end_turn(); }).description(), "were lost"))
         << "what was told about the lost changes must not go out";
-    EXPECT_EQ(actions(*connection), "before ") << "a turn is not stored by half";
-    log(*connection, "given up");
+    EXPECT_EQ(stored(), "before ") << "a turn is not stored by half";
+    add("given up");
     connection->abandon_turn();
     connection->abandon_turn();
-    log(*connection, "later");
+    add("later");
     connection->end_turn();
-    EXPECT_EQ(actions(*connection), "before later ");
+    EXPECT_EQ(stored(), "before later ");
+    EXPECT_EQ(actions(*connection), "first second ") << "the log tells of turns that are lost";
 }
 
 TEST_F(SqliteConnectionTest, AKilledProcessLosesNoFinishedTurn)

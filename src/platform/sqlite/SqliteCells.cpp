@@ -48,6 +48,23 @@ SqliteCell SqliteCells::cell(DateTime time)
     return {.type = SqliteCell::Type::Time, .content = std::bit_cast<std::int64_t>(time)};
 }
 
+Value SqliteCells::value(const SqliteCell& cell) const
+{
+    switch (cell.type) {
+    case SqliteCell::Type::Null:
+        break;
+    case SqliteCell::Type::Whole:
+        return {cell.content};
+    case SqliteCell::Type::Real:
+        return {std::bit_cast<double>(cell.content)};
+    case SqliteCell::Type::Text:
+        return {std::string(text(cell))};
+    case SqliteCell::Type::Time:
+        return {std::bit_cast<DateTime>(cell.content)};
+    }
+    return {};
+}
+
 bool SqliteCells::same(const SqliteCell& left, const SqliteCell& right) const
 {
     if (left.type != right.type) {

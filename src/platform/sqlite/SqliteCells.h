@@ -32,6 +32,7 @@ public:
     SqliteCell cell(const Token& literal);
     SqliteCell cell(std::string_view text);
     static SqliteCell cell(DateTime time);
+    Value value(const SqliteCell& cell) const;
     /// Whether two cells hold the same.
     bool same(const SqliteCell& left, const SqliteCell& right) const;
     /// No cell may be made from here to the end of the statement's run.

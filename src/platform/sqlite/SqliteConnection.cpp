@@ -127,6 +127,8 @@ void SqliteConnection::Close()
     session(); // an error when it is closed already
     const Release release{session_};
     end_turn();
+    backlog_due_ = {};
+    while (write_backlog(*session_)) { }
 }
 
 ConnectionState SqliteConnection::State() const
@@ -175,8 +177,30 @@ void SqliteConnection::execute(Session& open, const Match& match)
         return;
     }
     const auto& table = *match.shape->statement.table;
+    if (table.name == kLogTable.name && !begin_turn_to_log(open, match)) {
+        return;
+    }
     add_waiting(
         open, table, [&] { return open.waiting->add(table, prepared.waiting_columns, match.holes()); });
+}
+
+bool SqliteConnection::begin_turn_to_log(Session& open, const Match& match)
+{
+    try {
+        begin_turn(open);
+        return true;
+    } catch (const EngineError& failure) {
+        if (access_ == DatabaseAccess::Read) {
+            throw;
+        }
+        note_log_failure(failure);
+        LogRow row{clock_.now(), {}};
+        for (const auto& value : match.holes()) {
+            row.values.push_back(value_of(value));
+        }
+        backlog_.add(std::move(row));
+        return false;
+    }
 }
 
 ResultSet SqliteConnection::query(const std::string& sql)
@@ -291,7 +315,9 @@ void SqliteConnection::end_turn()
             abandon_turn();
             throw EngineError(failure);
         }
+        open.waiting->turn_stored();
     }
+    write_backlog(open);
 }
 
 void SqliteConnection::abandon_turn()
@@ -300,6 +326,7 @@ void SqliteConnection::abandon_turn()
         return;
     }
     auto& open = *session_;
+    keep_log(open);
     open.waiting->forget();
     open.numbers->turn_lost();
     open.turn_lost = false;
@@ -461,11 +488,87 @@ void SqliteConnection::notice_others(Session& open)
     }
 }
 
-void SqliteConnection::begin_turn(Session& open)
+void SqliteConnection::keep_log(Session& open)
 {
-    if (open.in_turn) {
+    for (auto& row : open.waiting->take_log()) {
+        backlog_.add(std::move(row));
+    }
+}
+
+/// Between turns: what the backlog fails for is no failure of a turn.
+/// @return true when some of it is written.
+bool SqliteConnection::write_backlog(Session& open)
+{
+    constexpr std::size_t kMostTogether = 1000; // take some milliseconds
+    constexpr auto kPause = 1s;
+    if (backlog_.empty() || open.in_turn || clock_.steady() < backlog_due_) {
+        return false;
+    }
+    auto rows = backlog_.take(kMostTogether);
+    try {
+        begin(open);
+        insert_backlog(open, rows);
+        open.waiting->forget_keys();
+        tell_log_written();
+        return true;
+    } catch (const EngineError& failure) {
+        if (open.database.in_transaction()) {
+            attempt([&] { open.database.run("ROLLBACK"); });
+        }
+        note_log_failure(failure);
+        if (failure.number() == number_of(DatabaseError::Unspecified)) { // may succeed later
+            backlog_.put_back(std::move(rows));
+        }
+        backlog_due_ = clock_.steady() + (open.locked_out ? 0s : kPause); // a look at a lock costs little
+    }
+    return false;
+}
+
+void SqliteConnection::insert_backlog(Session& open, const std::vector<LogRow>& rows)
+{
+    for (const auto& row : rows) {
+        const auto change = LogBacklog::change_of(row);
+        auto& statement = open.edits.statement(EditKind::Insert, kLogTable, change.columns);
+        const SqliteRun end(statement);
+        int parameter = 0;
+        for (const auto& value : change.values) {
+            statement.bind(++parameter, value);
+        }
+        if (const int code = statement.step(); code != SQLITE_DONE) {
+            throw open.database.error(code);
+        }
+    }
+    const SqliteRun end(*open.commit);
+    if (const int code = open.commit->step(); code != SQLITE_DONE) {
+        throw open.database.error(code);
+    }
+    changes_of(kLogTable) += rows.size();
+}
+
+/// Told once as long as the same goes on.
+void SqliteConnection::note_log_failure(const EngineError& failure)
+{
+    if (!std::exchange(log_failure_told_, true)) {
+        notices_.push_back("Log rows could not be written: " + failure.description());
+    }
+}
+
+void SqliteConnection::tell_log_written()
+{
+    if (!backlog_.empty()) {
         return;
     }
+    std::string notice = std::exchange(log_failure_told_, false) ? "Log rows are written again" : "";
+    if (const auto lost = backlog_.take_lost(); lost > 0) {
+        notice += (notice.empty() ? "" : "; ") + std::to_string(lost) + " log lines could not be kept";
+    }
+    if (!notice.empty()) {
+        notices_.push_back(std::move(notice));
+    }
+}
+
+void SqliteConnection::begin(Session& open)
+{
     // Who has waited in vain does not wait again until the lock is free: a program that holds it for long
     // would otherwise stop the engine for seconds with each of its writes.
     open.database.wait_for_locks(open.locked_out ? 0s : kLockPatience);
@@ -475,6 +578,15 @@ void SqliteConnection::begin_turn(Session& open)
     if (code != SQLITE_DONE) {
         throw open.database.error(code);
     }
+}
+
+void SqliteConnection::begin_turn(Session& open)
+{
+    if (open.in_turn) {
+        return;
+    }
+    write_backlog(open); // older rows of the log come first
+    begin(open);
     open.in_turn = true;
     notice_others(open);
 }
@@ -532,6 +644,7 @@ void SqliteConnection::fail(Session& open, int code)
         throw EngineError(failure); // only this statement failed
     }
     open.in_turn = false;
+    keep_log(open);
     open.waiting->forget();
     open.numbers->turn_lost();
     open.turn_lost = open.turn_lost || std::exchange(open.changed, false);

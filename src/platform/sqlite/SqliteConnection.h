@@ -3,6 +3,7 @@
 
 #include "platform/Machine.h"
 #include "platform/database/Connection.h"
+#include "platform/database/LogBacklog.h"
 #include "platform/database/Shape.h"
 #include "platform/sqlite/SqliteActivity.h"
 #include "platform/sqlite/SqliteCheckpoints.h"
@@ -13,6 +14,7 @@
 #include "platform/sqlite/SqliteTables.h"
 #include "platform/sqlite/SqliteWaitingRows.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -27,7 +29,8 @@
 namespace qz::platform {
 
 /// Reads run outside a transaction as long as the turn has not written anything. New rows of some tables wait
-/// until a text speaks of their table, or until the end of the turn (see SqliteWaitingRows).
+/// until a text speaks of their table, or until the end of the turn (see SqliteWaitingRows). Rows of the log
+/// outlive a lost turn, and wait with the times of their events while the file is locked or fails.
 class SqliteConnection final : public Connection {
 public:
     SqliteConnection(const ConnectionOptions& options, const Clock& clock);
@@ -49,6 +52,7 @@ public:
     std::uint64_t change_mark(const Table& table) override;
     std::uint64_t own_changes(const Table& table) const override;
     std::string description() const override;
+    std::vector<std::string> take_notices() override { return std::exchange(notices_, {}); }
     Maintenance& maintenance() override;
 
 private:
@@ -90,6 +94,16 @@ private:
     std::uint64_t& changes_of(const Table& table);
     void notice_others(Session& open);
     void begin_turn(Session& open);
+    static void begin(Session& open);
+    /// Begins the turn for a row of the log, or keeps the row.
+    /// @return false when it is kept.
+    bool begin_turn_to_log(Session& open, const Match& match);
+    /// Before the rows that wait of a turn are forgotten.
+    void keep_log(Session& open);
+    bool write_backlog(Session& open);
+    void insert_backlog(Session& open, const std::vector<LogRow>& rows);
+    void note_log_failure(const EngineError& failure);
+    void tell_log_written();
     void execute(Session& open, const Match& match);
     ResultSet run(Session& open, const Match& match);
     /// Begins the turn when the statement writes, and runs it.
@@ -109,6 +123,10 @@ private:
     /// Changes that cannot be told apart by table: by other connections, by lost turns, by opening.
     std::uint64_t common_changes_;
     std::vector<std::pair<std::string, std::uint64_t>> own_changes_; // by table, of which there are few
+    LogBacklog backlog_;
+    std::chrono::steady_clock::time_point backlog_due_; // when it is tried to be written
+    bool log_failure_told_ = false;
+    std::vector<std::string> notices_;
 };
 
 } // namespace qz::platform

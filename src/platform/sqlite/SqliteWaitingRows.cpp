@@ -1,5 +1,6 @@
 #include "platform/sqlite/SqliteWaitingRows.h"
 
+#include "base/Guarded.h"
 #include "base/Text.h"
 #include "platform/database/Shape.h"
 
@@ -15,6 +16,8 @@ namespace {
 
 constexpr std::array<Table, 4> kTables{
     {{"log", "IDLog"}, {"messages", "IDMessage"}, {"queue", "IDQueue"}, {"queuetext", "IDQueueText"}}};
+
+constexpr std::size_t kLogPosition = 0;
 
 bool same_column(const std::string& left, const std::string& right)
 {
@@ -132,22 +135,83 @@ bool SqliteWaitingRows::remove(const Table& table, std::int64_t key)
 int SqliteWaitingRows::write(Tables tables)
 {
     int code = SQLITE_DONE;
+    const bool too_much = full();
     for (std::size_t i = 0; i < tables_.size() && code == SQLITE_DONE; ++i) {
         if ((tables & waiting_ & (1U << i)) != 0) {
             waiting_ &= ~(1U << i);
-            code = write(tables_.at(i), kTables.at(i));
-            tables_.at(i).rows.clear();
-            tables_.at(i).cells.clear();
+            auto& waiting = tables_.at(i);
+            code = write(waiting, kTables.at(i));
+            if (i == kLogPosition) {
+                written_log_.insert(written_log_.end(), waiting.rows.begin(), waiting.rows.end());
+            } else {
+                waiting.cells.clear();
+            }
+            waiting.rows.clear();
         }
     }
-    if (waiting_ == 0) {
-        cells_.clear();
+    if (written_log_.empty() || (too_much && code == SQLITE_DONE)) {
+        forget_log();
     }
     return code;
 }
 
+void SqliteWaitingRows::turn_stored()
+{
+    if (!written_log_.empty()) {
+        forget_log();
+    }
+}
+
+/// Lets go of the cells of the log's rows, none of which waits.
+void SqliteWaitingRows::forget_log()
+{
+    written_log_.clear();
+    if ((waiting_ & (1U << kLogPosition)) == 0) {
+        tables_.at(kLogPosition).cells.clear();
+    }
+    if (waiting_ == 0) {
+        cells_.clear();
+    }
+}
+
+std::vector<LogRow> SqliteWaitingRows::take_log()
+{
+    const auto& waiting = tables_.at(kLogPosition);
+    std::vector<LogRow> rows;
+    for (const std::vector<Row>* some : {&std::as_const(written_log_), &waiting.rows}) {
+        for (const auto& row : *some) {
+            if (row.kind != nullptr) {
+                rows.push_back(log_row(waiting, row));
+            }
+        }
+    }
+    return rows;
+}
+
+LogRow SqliteWaitingRows::log_row(const Waiting& waiting, const Row& row) const
+{
+    LogRow result{clock_.now(), std::vector<Value>(3)};
+    for (std::size_t i = 0; i < row.kind->columns.size(); ++i) {
+        auto value = cells_.value(waiting.cells[row.first_cell + i]);
+        const auto is = [&](std::string_view column) {
+            return equal_ignoring_case(row.kind->columns[i], column);
+        };
+        if (is("ActionTime")) {
+            attempt([&] { result.time = value.date(); });
+        } else if (is("UserName")) {
+            result.values[0] = std::move(value);
+        } else if (is("RemoteIP")) {
+            result.values[1] = std::move(value);
+        } else if (is("Action")) {
+            result.values[2] = std::move(value);
+        }
+    }
+    return result;
+}
+
 void SqliteWaitingRows::forget()
 {
+    written_log_.clear();
     for (auto& waiting : tables_) {
         waiting.rows.clear();
         waiting.cells.clear();

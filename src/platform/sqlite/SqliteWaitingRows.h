@@ -5,6 +5,7 @@
 
 #include "base/Clock.h"
 #include "platform/database/Connection.h"
+#include "platform/database/LogBacklog.h"
 #include "platform/sqlite/SqliteCells.h"
 #include "platform/sqlite/SqliteColumns.h"
 #include "platform/sqlite/SqliteDatabase.h"
@@ -57,6 +58,11 @@ public:
     /// @return SQLITE_DONE or the code of a failure, which rows are lost to; the transaction is then of no
     /// use.
     int write(Tables tables);
+    /// The turn is stored.
+    void turn_stored();
+    /// Takes this turn's rows of the log out, also those that are written: the turn is about to be lost. A
+    /// turn that wrote more than may wait has only the latest of them.
+    std::vector<LogRow> take_log();
     /// Drops what waits.
     void forget();
     /// Others may have written: keys are counted anew, and no row is known to be stored. To be called while
@@ -107,6 +113,8 @@ private:
     std::int64_t last_key(Waiting& waiting, const Table& table);
     template <typename Values>
     std::int64_t add_all(const Table& table, const std::vector<std::string>& columns, const Values& values);
+    void forget_log();
+    LogRow log_row(const Waiting& waiting, const Row& row) const;
     static Row* row(Waiting& waiting, std::int64_t key);
     static bool is_stored(const Waiting& waiting, std::int64_t key);
     void change(Waiting& waiting, const Table& table, Row& row, const RowChange& change);
@@ -122,6 +130,7 @@ private:
     std::array<Waiting, 4> tables_;
     Tables waiting_ = 0;
     SqliteCells cells_;
+    std::vector<Row> written_log_;                              // in this turn; their cells are kept
     std::vector<std::pair<std::int64_t, std::size_t>> of_kind_; // key and first cell, while a kind is written
 };
 
