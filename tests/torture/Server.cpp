@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <netinet/in.h>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -37,18 +38,23 @@ sockaddr_in loopback(std::uint16_t port)
     return address;
 }
 
+/// Below those that the system gives to connections, of which one could have it whenever the server is down.
 std::uint16_t free_port()
 {
-    const int probe = socket(AF_INET, SOCK_STREAM, 0);
-    auto address = loopback(0);
-    socklen_t size = sizeof address;
-    auto* const raw = reinterpret_cast<sockaddr*>(&address);
-    const bool bound = bind(probe, raw, size) == 0 && getsockname(probe, raw, &size) == 0;
-    close(probe);
-    if (!bound) {
-        throw std::runtime_error("no free port");
+    constexpr int kLowest = 10'000;
+    constexpr int kHighest = 32'000;
+    std::random_device random;
+    for (int tries = 0; tries < 100; ++tries) {
+        const auto port = static_cast<std::uint16_t>(kLowest + random() % (kHighest - kLowest));
+        const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const auto address = loopback(port);
+        const bool bound = bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        close(probe);
+        if (bound) {
+            return port;
+        }
     }
-    return ntohs(address.sin_port);
+    throw std::runtime_error("no free port");
 }
 
 /// The library that gives a process a clock of its own, where its package is installed.

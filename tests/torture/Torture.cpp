@@ -113,7 +113,7 @@ private:
         } else if (!had_database_ && !is_up_) {
             database_.end_trouble();
         } else {
-            truth_.fail("the server ended by itself; see " + server_.log().string());
+            truth_.fail("the server ended by itself");
         }
         restart();
     }
@@ -298,8 +298,13 @@ private:
             std::cout << "FAILED: " << failure << "\n";
         }
         if (!calm()) {
-            std::cout << "Again: script/torture --provider " << options_.provider << " --seed "
-                      << options_.seed << " --kills " << options_.kills << "\n";
+            const auto kept = std::filesystem::temp_directory_path()
+                / ("velto-torture-" + std::to_string(options_.seed) + ".log");
+            std::filesystem::copy_file(
+                server_.log(), kept, std::filesystem::copy_options::overwrite_existing);
+            std::cout << "The server's log: " << kept.string() << "\nAgain: script/torture --provider "
+                      << options_.provider << " --seed " << options_.seed << " --kills " << options_.kills
+                      << "\n";
         }
         if (database_.is_embedded() && !server_.can_starve()) {
             std::cout << "The disk was never full: that needs root.\n";

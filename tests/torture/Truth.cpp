@@ -21,6 +21,12 @@ std::string Truth::next_text(const std::string& from, const std::string& to, std
     return messages_.back().text + " .." + std::string(length, '.');
 }
 
+void Truth::take_back()
+{
+    --last_sent_[{messages_.back().from, messages_.back().to}];
+    messages_.pop_back();
+}
+
 void Truth::sent(const std::string& text, client::MessageId id, bool may_expire)
 {
     auto& message = messages_.back();
@@ -65,7 +71,8 @@ void Truth::shown(const std::string& user, const client::Message& message)
     ++shown_;
     auto& last = last_shown_[{known.from, known.to}];
     if (known.number < last) {
-        fail(name + " was shown behind number " + std::to_string(last));
+        fail(name + " (MsgID " + std::to_string(known.id) + ") was shown behind number "
+            + std::to_string(last));
     }
     last = known.number;
 }

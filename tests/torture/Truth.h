@@ -19,6 +19,8 @@ public:
     /// The next message between two users.
     /// @return its text, which tells it from all others.
     std::string next_text(const std::string& from, const std::string& to, std::size_t length);
+    /// The last text was not sent at all.
+    void take_back();
     void sent(const std::string& text, client::MessageId id, bool may_expire);
     void accepted(client::MessageId id);
     void shown(const std::string& user, const client::Message& message);

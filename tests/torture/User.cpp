@@ -46,6 +46,10 @@ void User::write_to(const std::string& to, std::size_t length, std::optional<Dat
 {
     const auto text = truth_.next_text(name_, to, length);
     const auto sent = connection_.core().deliver_message({to, text, false, expires});
+    if (sent.result == client::SendResult::OutputFull) {
+        truth_.take_back(); // a little later, then
+        return;
+    }
     if (sent.result != client::SendResult::Sent) {
         truth_.fail(name_ + " could not write: " + std::string(client::describe(sent.result)));
         return;
