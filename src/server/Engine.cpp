@@ -356,6 +356,7 @@ void Engine::run_frequent_jobs()
     policing.UserIsOnlineHowManyTimes();
     revoked_sessions.end_revoked();
     while (const auto socket = admission.next_overdue()) {
+        const Journal::Cause cause(journal, stranger_on(*socket));
         closer.SocketClosing(*socket);
     }
     rate_limit.go_on();
@@ -477,6 +478,12 @@ void Engine::connection_requested(std::int32_t request)
     }
 }
 
+/// The address of a connection on which nobody is logged on; empty for a user's.
+std::string Engine::stranger_on(std::int16_t socket) const
+{
+    return connections.first_on(socket) == nullptr ? client_sockets_->remote_address(socket) : std::string();
+}
+
 void Engine::data_arrived(std::int16_t socket, const std::string& unit)
 {
     const Nesting::Scope scope(running);
@@ -484,9 +491,7 @@ void Engine::data_arrived(std::int16_t socket, const std::string& unit)
         if (!look_) {
             look_.emplace(ini);
         }
-        const Journal::Cause cause(journal,
-            connections.first_on(socket) == nullptr ? client_sockets_->remote_address(socket)
-                                                    : std::string());
+        const Journal::Cause cause(journal, stranger_on(socket));
         pool.touch(socket);
         rate_limit.arrived(socket);
         receiver.DataIncoming(socket, unit);
@@ -508,7 +513,7 @@ void Engine::close_incomplete()
 void Engine::closed(std::int16_t socket)
 {
     const Nesting::Scope scope(running);
-    const Journal::Cause cause(journal, {});
+    const Journal::Cause cause(journal, stranger_on(socket));
     closer.SocketClosing(socket);
 }
 

@@ -227,6 +227,7 @@ private:
     void turn_stored() override;
     void turn_lost() override;
     void close_incomplete();
+    std::string stranger_on(std::int16_t socket) const;
 
     std::optional<config::IniFile::OneLook> look_;            // at the settings, in this turn
     bool clearing_log_ = false;                               // some more with each tick

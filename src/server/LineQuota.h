@@ -32,6 +32,7 @@ public:
     {
     }
 
+    bool is_on() const { return deployment_.log_lines_per_address().has_value(); }
     /// Whether one more line that an address causes may be written.
     bool takes(std::string_view address);
     /// Forgets the minutes that are over. Run on every tick.

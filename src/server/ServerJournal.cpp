@@ -68,6 +68,9 @@ void ServerJournal::raise_error(
 
 void ServerJournal::ReportOnLineUsers(std::int32_t count)
 {
+    if (quota_ != nullptr && quota_->is_on() && !stranger().empty()) {
+        return; // a stranger does not change the count
+    }
     const auto& keywords = helpers::protocol_keywords();
     write("Now on line: " + std::to_string(count), keywords.HostName, keywords.HostAddress);
     events_.OnLineUsers(count);

@@ -39,6 +39,7 @@ public:
     void ReportError(std::string_view routine, const EngineError& error, const std::string& address) override;
     void raise_error(std::string_view routine, const EngineError& error, const std::string& address) override;
 
+    /// With the quota not on behalf of strangers.
     void ReportOnLineUsers(std::int32_t count) override;
 
 private:

@@ -110,6 +110,30 @@ TEST(LineQuotaTalk, CoversErrorsAndFailedLogonsButNoUser)
     EXPECT_THAT(talk->log(), SizeIs(20)) << "a user has no limit";
 }
 
+TEST(LineQuotaTalk, CoversTheCountOfUsersWhichAStrangerDoesNotChange)
+{
+    const auto talk = qz::test::talk_in_memory();
+    talk->add_user("ann");
+    talk->start();
+    talk->engine().ini.WriteIniValue("Safeguards", "LogLinesPerAddress", "6");
+    auto ann = talk->on_line("ann");
+    auto stranger = talk->connect();
+    const auto counts = [&] {
+        return talk->events().take_starting("OnLine").size();
+    };
+    counts();
+    for (int i = 0; i < 20; ++i) {
+        stranger.log_on("ann", "wrong");
+    }
+    EXPECT_EQ(counts(), 0U);
+    for (int i = 0; i < 20; ++i) {
+        talk->connect().wire().vanish();
+    }
+    EXPECT_EQ(counts(), 0U);
+    ann.wire().vanish();
+    EXPECT_THAT(talk->events().take(), Contains("OnLine 0")) << "a user is never left out";
+}
+
 TEST_F(LineQuotaTest, CountsConnectionsThatNeverLogOn)
 {
     server.engine.ini.WriteIniValue("Transport", "LogonSeconds", "60");
