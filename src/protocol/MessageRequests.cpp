@@ -126,6 +126,7 @@ queue::NewMessage MessageRequests::message_in(const Request& request) const
     message.text = parser_.value(request.parameters, "msg");
     message.msg_id = request.number;
     message.remote_ip = request.remote_ip;
+    message.lost_turns = ways_.queue.lost_turns();
     message.receipt_requested = !is_room(message.recipient)
         && helpers::read_boolean(parser_.value(request.parameters, "receiptrequested"));
     return message;
@@ -254,6 +255,9 @@ bool MessageRequests::tell_full(const queue::NewMessage& message, std::size_t me
 
 void MessageRequests::put(const queue::NewMessage& message)
 {
+    if (rules_.deployment.durable_queue() && message.lost_turns != ways_.queue.lost_turns()) {
+        return; // while the sender was being told something
+    }
     const bool queued =
         ways_.queue.QueueMessage_Put(message, people_.connections.UserIsOnline(message.recipient));
     if (!queued) {

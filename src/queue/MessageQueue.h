@@ -30,7 +30,8 @@ struct NewMessage {
     std::string remote_ip; // of the sender
     bool receipt_requested = false;
     DateTime expiration_time;
-    std::string room; // empty for a message to a user
+    std::string room;            // empty for a message to a user
+    std::int64_t lost_turns = 0; // MessageQueue::lost_turns when its request came
 };
 
 /// Every walk touches only what is due, whatever waits beside it.
@@ -93,7 +94,14 @@ public:
         kept_.turn_ending();
     }
     void turn_stored() { kept_.turn_stored(); }
-    void turn_lost() { kept_.turn_lost(table_); }
+    void turn_lost()
+    {
+        ++lost_turns_;
+        kept_.turn_lost(table_);
+    }
+    /// How many turns were lost. A request that began before the last of them must not put a message in any
+    /// more: its sender's connection is broken, and the message comes again behind those that were lost.
+    std::int64_t lost_turns() const { return lost_turns_; }
 
     std::vector<QueueMessageSmall> get_QueueMessages() const;
     std::size_t count() const { return table_.count_in_use(); }
@@ -135,6 +143,7 @@ private:
     helpers::MessageParser& parser_;
     const Clock& clock_;
     Journal& journal_;
+    std::int64_t lost_turns_ = 0;
 };
 
 } // namespace qz::queue

@@ -169,21 +169,33 @@ TEST_F(AsioSocketsTest, SendsOnceATurnAfterTheCommit)
     EXPECT_EQ(peer.take(), unit("one") + unit("one") + unit("two") + unit("two"));
 }
 
+namespace {
+
+struct Commit final : qz::platform::TurnListener {
+    explicit Commit(AsioClientSockets& its_sockets) : sockets(its_sockets) { }
+    void turn_ended() override
+    {
+        ++turns;
+        if (drops) {
+            sockets.drop_turn();
+        }
+    }
+    AsioClientSockets& sockets;
+    int turns = 0;
+    bool drops = false;
+};
+
+void wait_past_event_time()
+{
+    const auto end = std::chrono::steady_clock::now() + 8ms;
+    while (std::chrono::steady_clock::now() < end) { }
+}
+
+} // namespace
+
 TEST_F(AsioSocketsTest, ADroppedTurnIsNeverHeardOf)
 {
-    struct Commit final : qz::platform::TurnListener {
-        void turn_ended() override
-        {
-            ++turns;
-            if (drops) {
-                sockets->drop_turn();
-            }
-        }
-        int turns = 0;
-        AsioClientSockets* sockets = nullptr;
-        bool drops = false;
-    } commit;
-    commit.sockets = sockets.get();
+    Commit commit(*sockets);
     loop.add_listener(commit, TurnPhase::Commit);
     auto speaker = connect();
     const auto speaker_number = host.last;
@@ -218,6 +230,21 @@ TEST_F(AsioSocketsTest, ADroppedTurnIsNeverHeardOf)
     loop.remove_listener(commit);
 }
 
+TEST_F(AsioSocketsTest, WhoSpokeIsDroppedWithEveryTurnThatWorksOnIt)
+{
+    Commit commit(*sockets);
+    loop.add_listener(commit, TurnPhase::Commit);
+    auto speaker = connect();
+    host.on_unit = [&](std::int16_t, const std::string&) {
+        wait_past_event_time();
+        loop.yield_to_pending_events(); // ends a turn that is stored
+        commit.drops = true;
+    };
+    speaker.send(unit("go"));
+    EXPECT_TRUE(runner.until([&] { return host.losses.size() == 1; }));
+    loop.remove_listener(commit);
+}
+
 TEST_F(AsioSocketsTest, ASendOutsideATurnGoesOutToo)
 {
     auto peer = connect();
@@ -231,8 +258,7 @@ TEST_F(AsioSocketsTest, YieldingLetsTheOutputOut)
     std::size_t seen = 0;
     host.on_unit = [&](std::int16_t socket, const std::string&) {
         sockets->send(socket, "early");
-        const auto end = std::chrono::steady_clock::now() + 8ms;
-        while (std::chrono::steady_clock::now() < end) { }
+        wait_past_event_time();
         loop.yield_to_pending_events();
         seen = peer.available();
     };
@@ -249,8 +275,7 @@ TEST_F(AsioSocketsTest, NestedArrivalsKeepOrderAndBytes)
         if (text == unit("first")) {
             slow.send(unit("third"));
             other.send(unit(std::string(5000, 'o')));
-            const auto end = std::chrono::steady_clock::now() + 8ms;
-            while (std::chrono::steady_clock::now() < end) { }
+            wait_past_event_time();
             loop.yield_to_pending_events();
         }
     };

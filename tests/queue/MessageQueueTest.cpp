@@ -476,6 +476,34 @@ TEST_F(MessageQueueTest, WhatIsNotStoredIsNeitherQueuedNorTold)
     }
 }
 
+/// The notice that ben is off line ends a turn while ada's message is being handled.
+TEST_F(MessageQueueTest, AMessageIsAcceptedInOneTurnOrNotAtAll)
+{
+    switch_on("DurableQueue");
+    switch_on("KeepUntilConfirmed");
+    host.engine.accounts.set_NewScreenName("ben", "", "", "", "x");
+    host.settle();
+    int turns = 0;
+    int lost = 0;
+    host.machine.watch = [&](const std::string& sql) {
+        if (sql == "END OF TURN" && ++turns == lost) {
+            throw database_error(DatabaseError::Unspecified, "no");
+        }
+    };
+    host.machine.loop().set_events_slow(true);
+    for (lost = 1; lost <= 2; ++lost) { // in the middle, and at the end
+        SCOPED_TRACE(lost);
+        turns = 0;
+        ada.send(test::envelope("msg sessionidvalue=1 screennamefrom=ada screennameto=ben msg=text 1", 1));
+        host.settle();
+        EXPECT_GE(turns, lost);
+        EXPECT_TRUE(ada.ended()) << "so that it is sent again";
+        EXPECT_EQ(queue().count(), 0U) << "behind what was lost before it";
+        ada = host.client_on_line("ada", "1", "192.0.2.1");
+    }
+    host.machine.watch = nullptr;
+}
+
 TEST_F(MessageQueueTest, ATextForSeveralIsStoredOnceAndAsLongAsOneOfThemWaits)
 {
     switch_on("DurableQueue");

@@ -36,6 +36,7 @@ struct MemoryLink {
     bool peer_gone = false;
     bool server_ended = false;
     bool in_turn = false; // something came or was sent since the last turn ended
+    bool delivering = false;
 };
 
 using Phase = MemoryLink::Phase;
@@ -227,7 +228,9 @@ void MemoryClientSockets::bytes_came(const LinkPointer& link, std::string_view b
             break;
         }
         link->in_turn = true;
+        link->delivering = true;
         events_.data_arrived(link->number, *unit);
+        link->delivering = false;
     }
     if (link->phase == Phase::Open && !link->reading) {
         link->held.append(bytes);
@@ -255,7 +258,7 @@ void MemoryClientSockets::turn_ended()
         if (!each) {
             continue;
         }
-        each->in_turn = false;
+        each->in_turn = each->delivering; // the next turn works on the rest of its unit
         if (now >= each->deadline) {
             each->peer_gone = true;
             lose(each);

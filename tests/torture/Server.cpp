@@ -96,6 +96,12 @@ Server::Server(std::filesystem::path program, std::filesystem::path folder,
     run({"config", "set", "General SetUp/ListeningPort", std::to_string(port_)});
     run({"config", "set", "General SetUp/Client Message Expiration Time", "100000"});
     run({"config", "set", "SetUp/ServerSpeed", "0"});
+    for (const auto* quota : {"PerSender", "PerRecipient", "PerPair"}) { // what is refused is not accepted
+        run({"config", "set", std::string("Safeguards/Queued") + quota, "1000000"});
+    }
+    for (const auto* quota : {"PerSender", "PerRecipient"}) {
+        run({"config", "set", std::string("Safeguards/QueuedBytes") + quota, "2000000000"});
+    }
     if (database != nullptr) {
         use(*database);
     }

@@ -234,8 +234,13 @@ private:
         while (calm() && SteadyClock::now() < end && !truth_.missing().empty()) {
             turn();
         }
-        for (const auto& lost : truth_.missing()) {
-            truth_.fail(lost);
+        constexpr std::size_t kMostNamed = 10;
+        const auto missing = truth_.missing();
+        for (std::size_t i = 0; i < (std::min)(missing.size(), kMostNamed); ++i) {
+            truth_.fail(missing[i]);
+        }
+        if (missing.size() > kMostNamed) {
+            truth_.fail("and " + std::to_string(missing.size() - kMostNamed) + " more");
         }
         company_.finish();
         let_guests_log_on();
@@ -298,13 +303,16 @@ private:
             std::cout << "FAILED: " << failure << "\n";
         }
         if (!calm()) {
-            const auto kept = std::filesystem::temp_directory_path()
-                / ("velto-torture-" + std::to_string(options_.seed) + ".log");
-            std::filesystem::copy_file(
-                server_.log(), kept, std::filesystem::copy_options::overwrite_existing);
-            std::cout << "The server's log: " << kept.string() << "\nAgain: script/torture --provider "
-                      << options_.provider << " --seed " << options_.seed << " --kills " << options_.kills
-                      << "\n";
+            const auto kept =
+                std::filesystem::temp_directory_path() / ("velto-torture-" + std::to_string(options_.seed));
+            std::filesystem::create_directories(kept);
+            constexpr auto kHow =
+                std::filesystem::copy_options::overwrite_existing | std::filesystem::copy_options::recursive;
+            std::filesystem::copy(server_.log(), kept / "server.log", kHow);
+            std::filesystem::copy(server_.home(), kept / "home", kHow);
+            std::cout << "The server's home and log: " << kept.string()
+                      << "\nAgain: script/torture --provider " << options_.provider << " --seed "
+                      << options_.seed << " --kills " << options_.kills << "\n";
         }
         if (database_.is_embedded() && !server_.can_starve()) {
             std::cout << "The disk was never full: that needs root.\n";

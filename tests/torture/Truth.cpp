@@ -91,7 +91,8 @@ std::vector<std::string> Truth::missing() const
         if (!message.accepted) {
             names.push_back(message.text + " was not accepted");
         } else if (!message.shown && !message.may_expire) {
-            names.push_back(message.text + " was accepted and is lost");
+            names.push_back(
+                message.text + " (MsgID " + std::to_string(message.id) + ") was accepted and is lost");
         }
     }
     return names;

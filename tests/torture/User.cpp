@@ -36,7 +36,8 @@ void User::incoming(const client::Incoming& incoming)
     if (const auto* const message = std::get_if<client::Message>(&incoming)) {
         truth_.shown(name_, *message);
     } else if (const auto* const notice = std::get_if<client::Notice>(&incoming)) {
-        if (notice->text.ends_with("doesn't exist!") || notice->text.ends_with("was not accepted!")) {
+        if (notice->text.ends_with("doesn't exist!") || notice->text.ends_with("was not accepted!")
+            || notice->text.find("has not been accepted") != std::string::npos) {
             truth_.fail(name_ + " was told: " + notice->text);
         }
     }

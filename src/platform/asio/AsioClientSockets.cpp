@@ -59,7 +59,7 @@ private:
     };
 
     const Slot* slot(std::int16_t socket) const;
-    std::vector<std::shared_ptr<AsioConnection>> forget_heard();
+    void forget_heard();
     void wait_for_deadlines();
     void check_deadlines();
 
@@ -79,7 +79,7 @@ private:
     const ConnectionLimits limits_;
     std::vector<Slot> slots_;
     std::vector<std::shared_ptr<AsioConnection>> to_flush_; // everybody to whom this turn said something
-    std::vector<std::shared_ptr<AsioConnection>> heard_;    // everybody who said something in this turn
+    std::vector<std::shared_ptr<AsioConnection>> heard_;    // everybody whose words this turn works on
     std::vector<std::shared_ptr<AsioConnection>> with_deadline_;
     asio::steady_timer deadline_timer_;
     bool timer_runs_ = false;
@@ -186,7 +186,7 @@ void AsioClientSockets::Pool::has_output(AsioConnection& connection)
 
 void AsioClientSockets::Pool::turn_ended()
 {
-    give_back(forget_heard(), heard_);
+    forget_heard();
     auto flushed = std::exchange(to_flush_, {});
     for (const auto& each : flushed) {
         each->queued_for_flush = false;
@@ -195,18 +195,16 @@ void AsioClientSockets::Pool::turn_ended()
     give_back(std::move(flushed), to_flush_);
 }
 
-std::vector<std::shared_ptr<AsioConnection>> AsioClientSockets::Pool::forget_heard()
+/// But for those in the middle of whose unit the turn ended: the next one works on the rest of it.
+void AsioClientSockets::Pool::forget_heard()
 {
-    auto heard = std::exchange(heard_, {});
-    for (const auto& each : heard) {
-        each->heard_in_turn = false;
-    }
-    return heard;
+    std::erase_if(heard_, [](const auto& each) { return !(each->heard_in_turn = each->delivering()); });
 }
 
 void AsioClientSockets::Pool::drop_turn()
 {
-    for (const auto& each : forget_heard()) {
+    for (const auto& each : std::exchange(heard_, {})) {
+        each->heard_in_turn = false;
         each->drop();
     }
     for (const auto& each : std::exchange(to_flush_, {})) {

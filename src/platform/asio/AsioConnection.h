@@ -42,6 +42,8 @@ public:
 
     void start();
     bool open() const { return phase_ == Phase::Open; }
+    /// A unit of it is being handled.
+    bool delivering() const { return delivering_; }
     void send(std::string_view text);
     void set_reading(bool reading);
     /// Writes what is pending, waits a moment for the peer to close too, and closes.
