@@ -4,26 +4,11 @@
 #include "common/Exit.h"
 #include "helpers/ProtocolKeywords.h"
 
-#include <algorithm>
-#include <array>
-#include <string_view>
-
 namespace velto {
 
 namespace {
 
 constexpr std::size_t kLongestName = 50; // the width of the column in the activity log
-
-/// Blanks other than U+0020: two names that differ in one of them cannot be told apart.
-constexpr std::array<std::string_view, 17> kOtherBlanks{"\u00a0", "\u1680", "\u2000", "\u2001", "\u2002",
-    "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008", "\u2009", "\u200a", "\u202f", "\u205f",
-    "\u2800", "\u3000"};
-
-bool has_other_blanks(const std::string& name)
-{
-    return std::any_of(kOtherBlanks.begin(), kOtherBlanks.end(),
-        [&](std::string_view blank) { return name.find(blank) != std::string::npos; });
-}
 
 [[noreturn]] void refuse(const std::string& what)
 {
@@ -42,7 +27,7 @@ void require_name(const std::string& kind, const std::string& name)
     if (qz::printable(name) != name) {
         refuse(shown + " must not have control characters or others that cannot be seen, and must be UTF-8");
     }
-    if (has_other_blanks(name)) {
+    if (qz::has_other_blanks(name)) {
         refuse(shown + " must not have any blank but the plain one");
     }
     if (qz::trim(name) != name) {

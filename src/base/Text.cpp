@@ -359,6 +359,15 @@ bool is_invisible(char32_t character)
     return is_control(character) || is_within(character, kInvisible);
 }
 
+bool has_other_blanks(std::string_view text)
+{
+    static constexpr std::array<std::string_view, 17> kOthers{"\u00a0", "\u1680", "\u2000", "\u2001",
+        "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008", "\u2009", "\u200a", "\u202f",
+        "\u205f", "\u2800", "\u3000"};
+    return std::any_of(kOthers.begin(), kOthers.end(),
+        [&](std::string_view blank) { return text.find(blank) != std::string_view::npos; });
+}
+
 std::string visible_line(std::string_view text)
 {
     std::string result;

@@ -56,6 +56,9 @@ private:
 /// Letters that are written from right to left are none of these.
 bool is_invisible(char32_t character);
 
+/// Whether a text has blanks other than U+0020. Two names that differ in one of them cannot be told apart.
+bool has_other_blanks(std::string_view text);
+
 /// Text for a terminal or a log line of the host: invisible characters and bytes that are not UTF-8 are shown
 /// as \n, \r, \t or \xNN, so that nothing received can steer the terminal, forge a line, or read as another
 /// text.

@@ -23,6 +23,9 @@ std::optional<std::string> complaint_about_room_name(std::string_view name)
     if (printable(name) != name) {
         return "its name has control characters";
     }
+    if (has_other_blanks(name)) {
+        return "its name has a blank other than the plain one";
+    }
     if (name.find(prefix) != std::string_view::npos) {
         return "its name has a " + prefix + ", which clients write before the name of a room";
     }

@@ -268,6 +268,7 @@ TEST_F(RoomRequestsTest, WithTheSafeguardNamesAreLowerCaseAndLimited)
     auto bob = talk->on_line("bob");
     const std::string fifty(50, 'x');
     const std::string failed = " has not been created: its name ";
+    const std::string other_blank = "has a blank other than the plain one";
     const struct {
         std::string name;
         std::string feedback;
@@ -280,6 +281,10 @@ TEST_F(RoomRequestsTest, WithTheSafeguardNamesAreLowerCaseAndLimited)
         {fifty + "y", "The room " + fifty + failed + "has more than 50 characters"},
         {"a\r\nb", "The room a\\r\\nb" + failed + "has control characters"},
         {"a\x1B[2J", "The room a\\x1b[2j" + failed + "has control characters"},
+        {"a\u200bb", "The room a\\xe2\\x80\\x8bb" + failed + "has control characters"},
+        {"\u00a0", "The room \u00a0" + failed + other_blank},
+        {"the\u3000attic", "The room the\u3000attic" + failed + other_blank},
+        {"the\u2009attic", "The room the\u2009attic" + failed + other_blank},
         {"_", "A room needs a name"},
         {"", "A room needs a name"},
         {"_a", "The room  a" + failed + "begins or ends with a blank"},
