@@ -19,6 +19,7 @@ namespace {
 
 constexpr std::int64_t kSecondsPerMinute = 60;
 constexpr std::int64_t kRoomSeconds = 60; // room messages are for those who are there now
+constexpr std::int64_t kLongOver = 86400; // seconds, so that clocks of clients may differ
 
 bool is_room(const std::string& recipient)
 {
@@ -185,7 +186,7 @@ void MessageRequests::send_to_room(queue::NewMessage message)
 
 void MessageRequests::send_to_user(const queue::NewMessage& message)
 {
-    if (tell_full(message, 1)) {
+    if (tell_over(message) || tell_full(message, 1)) {
         return;
     }
     const auto& keywords = protocol_keywords();
@@ -201,6 +202,21 @@ void MessageRequests::send_to_user(const queue::NewMessage& message)
                 + "; the system will deliver your message but it's possible it will be not read soon");
     }
     put(message);
+}
+
+/// With LongestExpirationDays, tells the sender when the time of delivery lies so far back that it is a
+/// mistake.
+bool MessageRequests::tell_over(const queue::NewMessage& message)
+{
+    if (!rules_.deployment.longest_expiration()
+        || message.expiration_time >= clock_.now().plus_seconds(-kLongOver)
+        || ways_.queue.is_repeated(message)) {
+        return false;
+    }
+    tell(message.sender,
+        "The latest time of delivery is long over. Your message to " + message.recipient
+            + " was not accepted!");
+    return true;
 }
 
 /// The quota that keeps a message out; none when all let it in.

@@ -65,6 +65,7 @@ private:
     void send_to_room(queue::NewMessage message);
     void send_to_user(const queue::NewMessage& message);
     const char* quota_against(const queue::NewMessage& message, std::size_t members) const;
+    bool tell_over(const queue::NewMessage& message);
     bool tell_full(const queue::NewMessage& message, std::size_t members);
     void put(const queue::NewMessage& message);
     void refuse(const queue::NewMessage& message);

@@ -207,6 +207,40 @@ TEST_F(MessageRequestsTest, CutsALongExpiration)
     }
 }
 
+TEST_F(MessageRequestsTest, RefusesAnExpirationThatIsLongOver)
+{
+    auto& ini = talk->engine().ini;
+    auto ann = talk->on_line("ann");
+    auto bob = talk->on_line("bob");
+    forget({&ann, &bob});
+    const auto send = [&](const std::string& to, const std::string& expiration, int number = 5) {
+        write(ann, "screennamefrom=ann screennameto=" + to + " expirationend=" + expiration, "hi", number);
+    };
+    send("bob", "03/01/2026_08.59.59");
+    EXPECT_THAT(bob.hear(), ElementsAre(EndsWith("msg=hi"))) << "without the safeguard";
+    ini.WriteIniValue("Safeguards", "LongestExpirationDays", "7");
+    for (const auto* over :
+        {"03/01/2026_08.59.59", "12/31/1969_23.59.59", "12/30/1899_00.00.00", "01/01/0000_00.00.00"}) {
+        send("bob", over);
+        EXPECT_THAT(ann.hear(),
+            ElementsAre("notice The latest time of delivery is long over. Your message to bob was not "
+                        "accepted!"))
+            << over;
+    }
+    EXPECT_THAT(bob.hear(), IsEmpty());
+    send("bob", "03/01/2026_09.00.00");
+    EXPECT_THAT(bob.hear(), ElementsAre(EndsWith("msg=hi"))) << "clocks differ";
+
+    // What was accepted in time may be sent again when its time is over.
+    ini.WriteIniValue("Safeguards", "DurableQueue", "True");
+    send("bob", "03/02/2026_10.00.00", 6);
+    forget({&ann, &bob});
+    send("bob", "01/02/2026_10.00.00", 6);
+    EXPECT_THAT(ann.hear(), IsEmpty());
+    EXPECT_THAT(bob.hear(), IsEmpty());
+    EXPECT_THAT(talk->log(), ElementsAre(HasSubstr("repeated with MsgID 6")));
+}
+
 TEST_F(MessageRequestsTest, RemindsOfTheOwnAutomaticReply)
 {
     auto ann = talk->on_line("ann");
