@@ -69,7 +69,7 @@ Exit tell_starting(pid_t process, bool json)
         print_line("running", "process " + std::to_string(process));
         print_line("not ready", "it has not finished starting, or is ending");
     }
-    return Exit::Done;
+    return Exit::NoServer;
 }
 
 } // namespace

@@ -6,7 +6,8 @@
 
 namespace velto {
 
-/// @return Exit::NoServer when none runs on the home.
+/// @return Exit::NoServer when none serves: none runs on the home, or one that is not ready or does not
+/// respond.
 Exit run_status(const Home& home, bool json);
 
 } // namespace velto

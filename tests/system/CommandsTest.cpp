@@ -33,9 +33,10 @@ protected:
     {
         nlohmann::json status;
         for (int tries = 0; tries < 40; ++tries) {
-            EXPECT_EQ(server.run({"status", "--json"}), 0) << server.output;
+            const int code = server.run({"status", "--json"}); // 3 until the server has started
             status = nlohmann::json::parse(server.output, nullptr, false);
             if (status.value(figure, -1) == value) {
+                EXPECT_EQ(code, 0);
                 return status;
             }
             std::this_thread::sleep_for(50ms); // the server writes its file once a second

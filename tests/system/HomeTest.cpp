@@ -208,13 +208,13 @@ TEST_F(HomeTest, InitClosesTheFolderAndCheckTellsOfAnOpenOne)
     EXPECT_THAT(server.output, HasSubstr("can lock it"));
 }
 
-TEST_F(HomeTest, StatusNamesAnAddressThatListensAndTellsOfAServerThatHangs)
+TEST_F(HomeTest, StatusNamesAnAddressThatListensAndTellsOfAServerThatDoesNotServe)
 {
     run_well({"config", "set", "Transport/ListenAddress", "127.0.0.1"});
     server.start();
     auto status = nlohmann::json::object();
     for (int tries = 0; tries < 100 && !status.value("ready", false); ++tries) {
-        run_well({"status", "--json"});
+        server.run({"status", "--json"});
         status = nlohmann::json::parse(server.output);
     }
     EXPECT_EQ(status.value("address", ""), "127.0.0.1");
@@ -228,5 +228,11 @@ TEST_F(HomeTest, StatusNamesAnAddressThatListensAndTellsOfAServerThatHangs)
     EXPECT_THAT(server.output, HasSubstr("no sign of life"));
     EXPECT_EQ(server.run({"status", "--json"}), 3);
     EXPECT_FALSE(nlohmann::json::parse(server.output).value("responds", true));
+
+    fs::remove(file); // as before its start has ended, and after its end has begun
+    EXPECT_EQ(server.run({"status"}), 3);
+    EXPECT_THAT(server.output, HasSubstr("not ready"));
+    EXPECT_EQ(server.run({"status", "--json"}), 3);
+    EXPECT_TRUE(nlohmann::json::parse(server.output).value("running", false)) << "packages wait for its end";
     server.send_signal(SIGCONT);
 }
