@@ -11,7 +11,7 @@ enum class Exit : int {
     Failed = 1,
     Usage = 2,
     NoServer = 3,
-    Unconfirmed = 4,    // a message was accepted, but its recipient has not confirmed it
+    Unconfirmed = 4,    // a message or a command is stored, but its recipient has not confirmed it
     Configuration = 78, // EX_CONFIG of sysexits.h
 };
 

@@ -2,13 +2,19 @@
 
 #include "HomeLock.h"
 #include "HomeStore.h"
+#include "StatusFile.h"
 #include "base/Text.h"
 #include "common/Exit.h"
 #include "helpers/ServerCommandNames.h"
 #include "server/ServerCommands.h"
+#include "store/Statements.h"
 
+#include <algorithm>
+#include <chrono>
 #include <functional>
 #include <iostream>
+#include <thread>
+#include <vector>
 
 namespace velto {
 
@@ -17,6 +23,10 @@ namespace {
 using qz::server::ServerCommands;
 
 constexpr std::size_t kLongestText = 4000; // characters; clients show it in one piece
+/// A tick comes every second at least; a database may hold the server up for longer.
+constexpr std::chrono::seconds kTimeToCarryOut(10);
+constexpr std::chrono::seconds kTimeOfOneThatHangs(2); // it may have come back just now
+constexpr std::chrono::milliseconds kPause(25);
 
 /// The carrying out is the running server's.
 class Elsewhere final : public qz::server::CommandActions {
@@ -28,6 +38,50 @@ class Elsewhere final : public qz::server::CommandActions {
     void Send_MessageToAllActive(const std::string& /*text*/) override { }
     void log_off(const std::string& /*screen_name*/) override { }
 };
+
+/// The keys of the commands that wait, oldest first.
+std::vector<std::int32_t> waiting_commands(HomeStore& store)
+{
+    std::vector<std::int32_t> keys;
+    for (auto rows = store.database.open(qz::store::statements::kSelectCommands); !rows.AtEnd();
+         rows.MoveNext()) {
+        keys.push_back(rows.Fields("IDCommand").integer());
+    }
+    return keys;
+}
+
+std::chrono::seconds patience_with(const Home& home, pid_t process)
+{
+    const auto status = StatusFile(home).read(process);
+    return status && status->is_silent() ? kTimeOfOneThatHangs : kTimeToCarryOut;
+}
+
+/// The server removes the row of a command when it has carried it out.
+/// @param key  of the row.
+/// @throws CommandError 3 when the server ends before, 4 when it takes too long.
+void wait_until_carried_out(HomeStore& store, const Home& home, pid_t process, std::int32_t key)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    const auto waits = [&] {
+        const auto keys = waiting_commands(store);
+        store.commit(); // the next look is to see what others have changed
+        return std::find(keys.begin(), keys.end(), key) != keys.end();
+    };
+    while (waits()) {
+        if (HomeLock::holder(home) != process && waits()) {
+            throw CommandError(Exit::NoServer,
+                "the server ended before it carried the command out; its next start discards it");
+        }
+        if (std::chrono::steady_clock::now() - begin > patience_with(home, process)) {
+            throw CommandError(Exit::Unconfirmed,
+                "the command is stored, but process " + std::to_string(process)
+                    + " has not yet carried it out; it will as soon as it responds\nSee how it is: "
+                      "velto-server status --home "
+                    + home.folder().string());
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+}
 
 void write_command(const Home& home, const std::string& what,
     const std::function<void(HomeDirectory&, ServerCommands&)>& write)
@@ -44,7 +98,11 @@ void write_command(const Home& home, const std::string& what,
     Elsewhere actions;
     ServerCommands commands(store.database, store.parser, actions, store.journal);
     write(store, commands);
+    const auto keys = waiting_commands(store);
     store.commit();
+    if (!keys.empty()) {
+        wait_until_carried_out(store, home, *process, keys.back());
+    }
     std::cout << what << ": told process " << *process << "\n";
 }
 

@@ -15,8 +15,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kWordsWidth = 20;
-// Seconds. A sign comes at least every five, but a database may hold the server up for ten.
-constexpr std::int64_t kSilence = 15;
 
 void print_line(std::string_view words, const std::string& value)
 {
@@ -45,7 +43,7 @@ void print_status(const StatusFile::Content& status)
     }
     print_line("database", text_of(status.object, "database"));
     print_line("version", text_of(status.object, "version"));
-    if (status.age > kSilence) {
+    if (status.is_silent()) {
         print_line(
             "SILENT", "no sign of life for " + std::to_string(status.age) + " seconds; the server may hang");
     }
@@ -85,7 +83,7 @@ Exit run_status(const Home& home, bool json)
     if (!status) {
         return tell_starting(*process, json);
     }
-    const bool responds = status->age <= kSilence;
+    const bool responds = !status->is_silent();
     if (json) {
         Json answer = {{"running", true}, {"ready", true}, {"responds", responds}};
         answer.update(status->object);

@@ -36,6 +36,8 @@ public:
     struct Content {
         nlohmann::ordered_json object;
         std::int64_t age = 0; // seconds since it was written
+        /// Whether the server hangs: it writes every five seconds, but a database may hold it up for ten.
+        bool is_silent() const { return age > 15; }
     };
     /// What the process wrote; nothing when it has not yet. The rest of a server that was killed is not
     /// shown.

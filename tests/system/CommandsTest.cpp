@@ -231,6 +231,14 @@ TEST_F(CommandsTest, ARunningServerCarriesCommandsOut)
     EXPECT_TRUE(ada.sees("disconnected"));
     ben.settle(); // is still there
 
+    server.send_signal(SIGSTOP);
+    const auto status = server.home() / "VELTO_Server.status"; // silent for long: two seconds, not ten
+    std::filesystem::last_write_time(status, std::filesystem::last_write_time(status) - 20s);
+    EXPECT_EQ(server.run({"command", "message", "late"}), 4);
+    EXPECT_THAT(server.output, HasSubstr("not yet carried it out"));
+    server.send_signal(SIGCONT);
+    EXPECT_TRUE(ben.sees("notice late")) << "it was stored";
+
     EXPECT_EQ(server.run({"command", "shutdown"}), 0) << server.output;
     EXPECT_EQ(server.wait(), 0);
 }
