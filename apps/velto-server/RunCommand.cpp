@@ -14,6 +14,7 @@
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <string>
 
 namespace velto {
 
@@ -99,10 +100,13 @@ private:
                 "hangup: nothing to do; settings are read at every access, some only at a start");
             return;
         }
+        const std::string name = signal == SIGTERM ? "SIGTERM" : "SIGINT";
         if (is_ending_) {
-            machine_.loop().stop(); // asked twice: at once
+            log_.write(LogLevel::Info, name + " again: the server is stopped now");
+            machine_.loop().stop();
             return;
         }
+        log_.write(LogLevel::Info, name + ": the server is asked to end");
         is_ending_ = true;
         service_manager::tell_stopping();
         time_to_end_->set_interval(kTimeToEnd);
