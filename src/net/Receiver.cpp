@@ -5,13 +5,6 @@
 
 namespace qz::net {
 
-namespace {
-
-/// What old clients send in answer to a chunk; it carries nothing and may come at any time.
-constexpr std::string_view kChunkReceived = "chunkreceived";
-
-} // namespace
-
 Receiver::Receiver(const ConnectionTable& connections, UnitReader& units, Sender& sender,
     SocketCloser& closer, const helpers::MessageParser& parser, Listeners listeners, Journal& journal)
     : connections_(connections), units_(units), sender_(sender), closer_(closer), parser_(parser),
@@ -30,7 +23,7 @@ void Receiver::DataIncoming(std::int16_t socket, const std::string& data)
             take(socket, envelope);
             break;
         case UnitReader::Result::CloseConnection:
-            closer_.SocketClosing(socket);
+            close_malformed(socket);
             break;
         case UnitReader::Result::Incomplete:
         case UnitReader::Result::Faulty:
@@ -58,8 +51,22 @@ bool Receiver::is_allowed(std::int16_t socket, const Envelope& envelope) const
     if (const auto* record = connections_.last_on(socket)) {
         return parser_.value(envelope.body, "sessionidvalue") == record->SessionID;
     }
-    return envelope.first_word == kChunkReceived || envelope.first_word == keywords.LogOn
+    return envelope.first_word == UnitReader::kChunkReceived || envelope.first_word == keywords.LogOn
         || envelope.first_word == keywords.LastVersionRequest;
+}
+
+/// A user is told why; whoever is not logged on would not know what to make of it.
+void Receiver::close_malformed(std::int16_t socket)
+{
+    if (const auto* record = connections_.last_on(socket)) {
+        const auto user = record->UserName;
+        sender_.SendData(socket, helpers::protocol_keywords().Notice,
+            "Your connection is closed: too many faulty requests");
+        if (!connections_.is_logged_on(user, socket)) { // gone while sending yielded
+            return;
+        }
+    }
+    closer_.SocketClosing(socket);
 }
 
 void Receiver::refuse(std::int16_t socket)

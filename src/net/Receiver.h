@@ -33,6 +33,7 @@ public:
 private:
     void take(std::int16_t socket, const Envelope& envelope);
     bool is_allowed(std::int16_t socket, const Envelope& envelope) const;
+    void close_malformed(std::int16_t socket);
     void refuse(std::int16_t socket);
 
     const ConnectionTable& connections_;

@@ -5,12 +5,24 @@
 
 namespace qz::net {
 
+namespace {
+
+bool is_chunk_received(std::string_view message)
+{
+    const std::string_view end = helpers::protocol_keywords().EnvelopeEnd;
+    return message.ends_with(end)
+        && message.substr(0, message.size() - end.size()).ends_with(UnitReader::kChunkReceived);
+}
+
+} // namespace
+
 UnitReader::Result UnitReader::read(
     std::int16_t socket, ChunkStore::Sender sender, const std::string& unit, Envelope& envelope)
 {
     std::string_view routine = "DataIncoming";
+    std::optional<std::string> message;
     try {
-        const auto message = whole_message(socket, sender, unit);
+        message = whole_message(socket, sender, unit);
         if (!message) {
             return Result::Incomplete;
         }
@@ -18,6 +30,9 @@ UnitReader::Result UnitReader::read(
         envelope = messages_.CheckMsgIncomingRules(*message);
         return Result::Whole;
     } catch (...) { // not guarded(): most faults of a connection are only counted
+        if (deployment_.close_malformed() && message && is_chunk_received(*message)) {
+            return Result::Incomplete;
+        }
         return faulty(socket, routine, current_error());
     }
 }

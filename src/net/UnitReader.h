@@ -16,9 +16,13 @@
 namespace qz::net {
 
 /// A faulty unit is dropped and reported. With the safeguard CloseMalformed only the first one of a
-/// connection is reported, the others are counted, and at the limit the connection is to be closed.
+/// connection is reported, the others are counted, and at the limit the connection is to be closed. Then
+/// kChunkReceived without the blank behind it is no fault.
 class UnitReader {
 public:
+    /// What old clients send in answer to a chunk; it carries nothing and may come at any time.
+    static constexpr std::string_view kChunkReceived = "chunkreceived";
+
     UnitReader(ChunkStore& chunks, IncomingMessages& messages, const config::Deployment& deployment,
         const Clock& clock, Journal& journal)
         : chunks_(chunks), messages_(messages), deployment_(deployment), clock_(clock), journal_(journal)

@@ -111,15 +111,18 @@ TEST_F(UnitReaderTest, ClosesAConnectionWithTooManyFaultyUnits)
     EXPECT_FALSE(ann.ended());
     const auto number = std::to_string(ann.number());
     EXPECT_THAT(send(ann, "\x02\x03" + kEcho),
-        ElementsAre("Log Socket " + number + " closed: 3 faulty units",
+        ElementsAre("Log Socket " + number + " closed: 3 faulty units", "Outgoing",
             "Log New status for ann: offline [ann, 192.0.2.10]"));
     EXPECT_TRUE(ann.ended());
-    EXPECT_THAT(messages_in(ann.take()), ElementsAre("echo "));
+    EXPECT_THAT(messages_in(ann.take()),
+        ElementsAre("echo ", "notice Your connection is closed: too many faulty requests"));
     EXPECT_FALSE(stranger.ended());
 
     server.machine.clock().advance(std::chrono::seconds(61));
     auto bob = server.client_on_line("bob", "42");
     ASSERT_EQ(std::to_string(bob.number()), number) << "the number is another's by now";
+    const auto old_answer = envelope("chunkreceived"); // without a blank
+    EXPECT_THAT(send(bob, old_answer + write_frame({1, 1, 1, 1}, old_answer) + old_answer), IsEmpty());
     EXPECT_THAT(send(bob, "\x02\x03\x02\x03"), ElementsAre("Error CheckMsgIncomingRules 5 @"));
     EXPECT_FALSE(bob.ended());
 }
