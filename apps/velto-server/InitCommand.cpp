@@ -99,7 +99,7 @@ void add_demo_accounts(HomeDirectory& store)
     for (const auto& person : kPeople) {
         const auto password = random_password(store.machine.crypto());
         store.accounts.set_NewScreenName(person.name, std::string(person.name) + "@example.org",
-            person.first_name, person.last_name, password);
+            person.first_name, person.last_name, store.cipher.Encode(password));
         store.commit();
         std::cout << "  " << person.name << "  password " << password << "\n";
     }

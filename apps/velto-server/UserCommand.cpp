@@ -71,7 +71,7 @@ void run_user_add(const Home& home, const NewUser& user, const PasswordSource& p
     }
     const auto secret = take_password(password, user.name);
     const bool added = store.accounts.set_NewScreenName(user.name, qz::valid_utf8(user.email),
-        qz::valid_utf8(user.first_name), qz::valid_utf8(user.last_name), secret);
+        qz::valid_utf8(user.first_name), qz::valid_utf8(user.last_name), store.cipher.Encode(secret));
     store.commit();
     if (!added) { // by another command in between
         throw CommandError(Exit::Failed, "the account was not added: its name is taken");
@@ -126,7 +126,7 @@ void run_user_password(const Home& home, const std::string& name, const Password
     HomeDirectory store(home);
     const auto stored_name = require_user(store, name).UserName;
     const auto secret = take_password(password, stored_name);
-    const bool changed = store.accounts.set_ScreenNamePassword(stored_name, secret, {});
+    const bool changed = store.accounts.set_ScreenNamePassword(stored_name, store.cipher.Encode(secret), {});
     store.commit();
     if (!changed) { // deleted in between
         throw CommandError(Exit::Failed, "there is no account \"" + qz::printable(name) + "\" any more");

@@ -180,6 +180,20 @@ TEST_F(CommandsTest, InactivityIsAppliedByHandWhereTheJobDisablesNobody)
     EXPECT_THAT(server.output, HasSubstr("Nobody is due"));
 }
 
+TEST_F(CommandsTest, APasswordIsEncodedBeforeTheServerStarts)
+{
+    const auto stored = [&](const std::string& password) {
+        EXPECT_EQ(server.run({"call", "VerifyCredentials", "ada", password}), 0);
+        EXPECT_THAT(server.output, HasSubstr("\"result\":true"));
+        test::OtherProgram database(server.home() / "VELTO.db");
+        return database.run("SELECT Password FROM users WHERE UserName = 'ada'").at(0);
+    };
+    add_user("ada");
+    EXPECT_THAT(stored("it's secret"), testing::StartsWith("{v1}"));
+    ASSERT_EQ(server.run({"user", "password", "ada", "--password-stdin"}, "it's other\n"), 0);
+    EXPECT_THAT(stored("it's other"), testing::StartsWith("{v1}"));
+}
+
 TEST_F(CommandsTest, CheckNamesThePlaceAndChangesNothing)
 {
     using std::filesystem::perms;

@@ -141,7 +141,7 @@ TEST_F(HomeTest, RunRefusesSettingsThatMeanSomethingElse)
 TEST_F(HomeTest, WithoutItsKeyAHomeStaysAsItIs)
 {
     fill();
-    server.start(); // encodes the password
+    server.start();
     server.send_signal(SIGTERM);
     ASSERT_EQ(server.wait(), 0);
     const auto kept = server.home().parent_path() / "kept.key";
