@@ -101,9 +101,8 @@ void check_values(HomeSettings& home, Findings& findings)
             findings.add(kWarning, row, "this server knows the setting but does not act on it yet");
         }
     }
-    for (const auto& entry : qz::config::unknown_entries(home.ini)) {
-        findings.add(
-            kWarning, entry.section, entry.key, "no such setting; look for a misspelling, or remove it");
+    for (const auto& fault : qz::config::faults_in(home.ini.document())) {
+        findings.add(fault);
     }
 }
 

@@ -5,6 +5,7 @@
 #include "common/Console.h"
 #include "common/Exit.h"
 #include "config/SettingTable.h"
+#include "config/SettingsFaults.h"
 
 #include <algorithm>
 #include <iostream>
@@ -86,6 +87,30 @@ void list_for_people(const Home& home, HomeSettings& settings)
     }
 }
 
+/// Also about a value of which nothing is left when it is read.
+std::optional<std::string> complaint_about(const SettingRow& row, const std::string& text)
+{
+    qz::config::IniDocument document;
+    document.write(row.section, row.key, text);
+    if (document.read(row.section, row.key).empty() && !row.encoded) {
+        return qz::config::complaint_about_empty(row);
+    }
+    return qz::config::complaint_about(row, text);
+}
+
+/// Refuses to write an entry beside another line that is meant for the same setting: a running server takes
+/// neither of them, and the next one would not start.
+void require_one_entry(const HomeSettings& home, const SettingRow& row, const std::string& value)
+{
+    auto document = home.ini.document();
+    document.write(row.section, row.key, value);
+    if (const auto fault = qz::config::error_about(row, qz::config::faults_in(document))) {
+        throw CommandError(Exit::Configuration,
+            home.ini.path().string() + " [" + std::string(row.section) + "] " + std::string(row.key) + ": "
+                + *fault + "\nMend the file first; nothing was written.");
+    }
+}
+
 } // namespace
 
 void run_config_list(const Home& home, ListForm form)
@@ -126,7 +151,7 @@ void run_config_set(const Home& home, const std::string& name, const std::option
         throw CommandError(Exit::Usage, "no value given for " + full_name(row));
     }
     const auto text = value ? qz::valid_utf8(*value) : read_secret("New value of " + full_name(row) + ": ");
-    if (const auto complaint = qz::config::complaint_about(row, text)) {
+    if (const auto complaint = complaint_about(row, text)) {
         throw CommandError(Exit::Usage, full_name(row) + ": " + *complaint);
     }
     if (row.encoded) {
@@ -135,6 +160,7 @@ void run_config_set(const Home& home, const std::string& name, const std::option
     HomeSettings settings(home);
     const auto stored =
         row.encoded ? settings.cipher.Encode(qz::trim(text).empty() ? kBlank : std::string_view(text)) : text;
+    require_one_entry(settings, row, stored);
     if (!settings.ini.WriteIniValue(row.section, row.key, stored)) {
         throw CommandError(Exit::Failed,
             "the settings file cannot be written: " + home.settings_file().string()

@@ -29,6 +29,13 @@ void Findings::add(Weight weight, const qz::config::SettingRow& row, const std::
     add(weight, row.section, row.key, text);
 }
 
+void Findings::add(const qz::config::SettingsFault& fault)
+{
+    const bool is_error = fault.weight == qz::config::SettingsFault::Weight::Error;
+    add(is_error ? Weight::Error : Weight::Warning, fault.section, fault.key,
+        "line " + std::to_string(fault.line) + ": " + fault.text);
+}
+
 void Findings::add(Weight weight, const std::filesystem::path& file, const std::string& text)
 {
     findings_.push_back({weight, file.string(), {}, {}, text});
@@ -42,8 +49,14 @@ std::size_t Findings::count(Weight weight) const
 
 std::string Findings::line(const Finding& finding)
 {
-    const auto entry = finding.section.empty() ? "" : " [" + finding.section + "] " + finding.key;
-    return finding.file + entry + ": " + finding.text;
+    auto place = finding.file;
+    if (!finding.section.empty()) {
+        place += " [" + finding.section + "]";
+    }
+    if (!finding.key.empty()) {
+        place += " " + finding.key;
+    }
+    return place + ": " + finding.text;
 }
 
 void Findings::write_to(HostLog& log) const

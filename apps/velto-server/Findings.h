@@ -5,6 +5,7 @@
 #include "HostLog.h"
 #include "common/Exit.h"
 #include "config/SettingTable.h"
+#include "config/SettingsFaults.h"
 
 #include <filesystem>
 #include <string>
@@ -22,6 +23,8 @@ public:
     /// About an entry of the settings file.
     void add(Weight weight, std::string_view section, std::string_view key, const std::string& text);
     void add(Weight weight, const qz::config::SettingRow& row, const std::string& text);
+    /// About a line of the settings file.
+    void add(const qz::config::SettingsFault& fault);
     /// About a file or a folder.
     void add(Weight weight, const std::filesystem::path& file, const std::string& text);
 

@@ -22,7 +22,10 @@ in the home of a server holds its settings: sections in brackets, and lines
 .IR Key = Value .
 It is read anew at every access, but for what a server uses only at its start: addresses, ports, provider, most
 connections. Sections and keys are found without regard to case. A value ends at 253 characters. Comments begin with a semicolon; they and
-entries that the server does not know stay in the file. Change settings with
+entries that the server does not know stay in the file. An entry without a value, a line that is no entry, a misspelt key or section
+and a key that stands twice with different values are errors of
+.BR "velto\-server check" ,
+and the server does not start with them: to switch something off, write False or 0, or remove the entry. Change settings with
 .BR "velto\-server config set" ,
 or by hand.
 .PP

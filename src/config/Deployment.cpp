@@ -18,14 +18,23 @@ std::string Deployment::text(std::string_view section, std::string_view key) con
     return ini_.ReadIniValue(section, key);
 }
 
+std::optional<std::string> Deployment::fault_of(const SettingRow& row) const
+{
+    return error_about(row, faults_.get(ini_, [&] { return faults_in(ini_.document()); }));
+}
+
 std::string Deployment::valid_text(const SettingRow& row) const
 {
     auto value = text(row.section, row.key);
-    if (!complaint_about(row, value)) {
-        last_valid_[&row] = value;
-        return value;
+    const auto last = last_valid_.find(&row);
+    if (complaint_about(row, value)) {
+        return last == last_valid_.end() ? std::string() : last->second;
     }
-    return last_valid_[&row];
+    if (last != last_valid_.end() && value != last->second && fault_of(row)) {
+        return last->second;
+    }
+    last_valid_.insert_or_assign(&row, value);
+    return value;
 }
 
 std::string Deployment::valid_text(std::string_view section, std::string_view key) const
@@ -46,6 +55,9 @@ std::vector<Deployment::Review> Deployment::review() const
                                                             : switch_value(in_force).value_or(false);
         auto value = text(row.section, row.key);
         auto complaint = complaint_about(row, value);
+        if (!complaint) {
+            complaint = fault_of(row);
+        }
         all.push_back({&row, std::move(value), is_on, std::move(complaint)});
     }
     return all;
@@ -54,7 +66,8 @@ std::vector<Deployment::Review> Deployment::review() const
 /// A malformed address is handed on: listening on it fails and says so, which is safer than to listen on all.
 std::string Deployment::address(std::string_view key) const
 {
-    std::string value = text(kTransport, key);
+    const auto* const row = find_setting(kTransport, key);
+    std::string value = fault_of(*row) ? valid_text(*row) : text(kTransport, key);
     return equal_ignoring_case(value, kAllAddresses) ? std::string() : value;
 }
 

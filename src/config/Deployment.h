@@ -1,10 +1,12 @@
 // The settings of a deployment beyond the engine's own: storage, transport, mail port, safeguards. A missing
-// entry leaves the engine as it is without the setting; instead of a malformed one the last valid value of
-// that entry holds, and where there was none it counts as missing.
+// entry leaves the engine as it is without the setting; instead of a malformed one (a value that is none, an
+// empty one, a line without "=", a misspelt key, two values) the last valid value of that entry holds, and
+// where there was none what the file says at its first place, or nothing.
 #pragma once
 
 #include "config/IniFile.h"
 #include "config/SettingTable.h"
+#include "config/SettingsFaults.h"
 #include "platform/Machine.h"
 
 #include <array>
@@ -30,7 +32,7 @@ public:
         const SettingRow* row;
         std::string value;                    // as it stands in the file
         bool is_on;                           // a switch that is on, or a limit that is in force
-        std::optional<std::string> complaint; // about a malformed value
+        std::optional<std::string> complaint; // about a malformed entry
     };
     /// All settings of the deployment. From here on their values are those that hold in place of malformed
     /// ones.
@@ -115,6 +117,8 @@ private:
     static constexpr std::size_t kSafeguards = 13;
 
     std::string text(std::string_view section, std::string_view key) const;
+    /// What keeps the file from saying what the setting is to be, apart from its value.
+    std::optional<std::string> fault_of(const SettingRow& row) const;
     /// The value, or the last valid one instead of a malformed one.
     std::string valid_text(const SettingRow& row) const;
     std::string valid_text(std::string_view section, std::string_view key) const;
@@ -125,6 +129,7 @@ private:
 
     const IniFile& ini_;
     mutable std::map<const SettingRow*, std::string> last_valid_;
+    mutable KeptValue<std::vector<SettingsFault>> faults_;
     // What every message asks for.
     mutable std::array<KeptValue<bool>, kSafeguards> safeguards_;
     mutable KeptValue<std::optional<std::int32_t>> messages_per_second_;

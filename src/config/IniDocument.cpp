@@ -300,21 +300,67 @@ void IniDocument::remove_section(std::string_view section)
     }
 }
 
+/// False where another section of the same name stands before it, and above all sections.
+bool IniDocument::is_effective(const Section& section) const
+{
+    const auto named = first_.find(lower(section.name));
+    return named != first_.end() && &sections_[named->second] == &section;
+}
+
+/// The line as an entry; effective where its section is.
+IniLine IniDocument::entry_of(const Section& section, const Line& line)
+{
+    const auto key = strip(std::string_view(line.text).substr(0, line.value - 1));
+    const auto value = without_quotes(strip_from(line.text, line.value));
+    const bool first = &section.lines[section.first.at(lower(key))] == &line;
+    return {IniLine::Kind::Entry, 0, section.name, key, value, first};
+}
+
 std::vector<IniEntry> IniDocument::entries() const
 {
     std::vector<IniEntry> result;
     for (const Section& section : sections_) {
-        const auto named = first_.find(lower(section.name));
-        const bool wins = named != first_.end() && &sections_[named->second] == &section;
+        const bool wins = is_effective(section);
         for (const Line& line : section.lines) {
-            if (line.value == 0 || line.removed) {
+            if (line.value != 0 && !line.removed) {
+                const auto entry = entry_of(section, line);
+                result.push_back(
+                    {section.name, std::string(entry.key), std::string(entry.text), wins && entry.effective});
+            }
+        }
+    }
+    return result;
+}
+
+std::vector<IniLine> IniDocument::lines() const
+{
+    std::vector<IniLine> result;
+    std::size_t number = 1;
+    const auto pass = [&](std::string_view text) {
+        number += static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    };
+    for (const Section& section : sections_) {
+        const bool wins = is_effective(section);
+        pass(section.above);
+        for (const Line& line : section.lines) {
+            if (line.removed) {
                 continue;
             }
-            const auto key = strip(std::string_view(line.text).substr(0, line.value - 1));
-            const bool first = &section.lines[section.first.at(lower(key))] == &line;
-            const auto value = without_quotes(strip_from(line.text, line.value));
-            result.push_back({section.name, std::string(key), std::string(value), wins && first});
+            const auto content = strip(line.text);
+            if (!section.name.empty() && &line == section.lines.data()) {
+                const auto behind = strip(content.substr(content.find(']') + 1));
+                result.push_back({IniLine::Kind::Header, number, section.name, {}, behind, wins});
+            } else if (line.value != 0) {
+                auto entry = entry_of(section, line);
+                entry.number = number;
+                entry.effective = entry.effective && wins;
+                result.push_back(entry);
+            } else if (!content.empty() && !is_comment(content)) {
+                result.push_back({IniLine::Kind::Neither, number, section.name, {}, content, false});
+            }
+            pass(line.text);
         }
+        pass(section.blanks);
     }
     return result;
 }

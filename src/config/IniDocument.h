@@ -18,6 +18,18 @@ struct IniEntry {
     bool effective;    // false: an entry or section of the same name stands before it and wins
 };
 
+/// One line that is neither blank nor a comment. Its texts are those of the document, and good as long as
+/// that is neither changed nor gone.
+struct IniLine {
+    enum class Kind { Header, Entry, Neither };
+    Kind kind;
+    std::size_t number;       // from 1
+    std::string_view section; // that it begins or stands in; empty above all sections
+    std::string_view key;     // of an entry
+    std::string_view text;    // of an entry its value; of a header what stands behind it; else the whole line
+    bool effective;           // of an entry or a header: as of an IniEntry
+};
+
 /// Section and for a key: blanks at both ends do not count, CR, LF and NUL are dropped, and characters that
 /// would make another entry of it are escaped alike in reading and writing, so that names given by users can
 /// be keys.
@@ -43,6 +55,7 @@ public:
     bool has_section(std::string_view section) const { return find_section(section) != nullptr; }
     /// In the order of the file.
     std::vector<IniEntry> entries() const;
+    std::vector<IniLine> lines() const;
     std::string bytes() const;
 
 private:
@@ -70,6 +83,8 @@ private:
     const Section* find_section(std::string_view section) const;
     Section& add_section(std::string_view section);
     std::string text() const;
+    bool is_effective(const Section& section) const;
+    static IniLine entry_of(const Section& section, const Line& line);
 
     std::string mark_; // byte order mark, where the file has one
     std::string line_end_ = "\n";

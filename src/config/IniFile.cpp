@@ -3,9 +3,9 @@
 #include "base/EngineError.h"
 #include "base/Guarded.h"
 #include "base/Text.h"
+#include "config/SettingTable.h"
 
 #include <algorithm>
-#include <array>
 #include <thread>
 #include <utility>
 
@@ -15,9 +15,6 @@ namespace {
 
 constexpr auto kPermissions = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write
     | std::filesystem::perms::group_read;
-
-/// What only deployments have. A file that lost one of them is taken for a damaged one.
-constexpr std::array<std::string_view, 3> kDeploymentSections{"Safeguards", "Transport", "Storage"};
 
 } // namespace
 
@@ -73,7 +70,8 @@ void IniFile::forget() const
 void IniFile::changed() const
 {
     ++generation_;
-    kept_->guarded = std::any_of(kDeploymentSections.begin(), kDeploymentSections.end(),
+    const auto sections = protecting_sections();
+    kept_->guarded = std::any_of(sections.begin(), sections.end(),
         [&](std::string_view section) { return kept_->document.has_section(section); });
 }
 
@@ -141,7 +139,7 @@ std::optional<std::string> IniFile::fault_of(const platform::FileContent& conten
         return "the file ends within a line, as one does that was not written to its end";
     }
     const IniDocument document(bytes);
-    for (const auto section : kDeploymentSections) {
+    for (const auto section : protecting_sections()) {
         if (kept_->document.has_section(section) && !document.has_section(section)) {
             return "the section [" + std::string(section)
                 + "] is gone; leave its header to take everything out of it";
@@ -189,6 +187,13 @@ std::vector<IniEntry> IniFile::entries() const
 {
     const IniDocument* const document = current();
     return document == nullptr ? std::vector<IniEntry>() : document->entries();
+}
+
+const IniDocument& IniFile::document() const
+{
+    static const IniDocument kNone;
+    const IniDocument* const document = current();
+    return document == nullptr ? kNone : *document;
 }
 
 void IniFile::require_readable() const

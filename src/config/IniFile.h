@@ -96,6 +96,8 @@ public:
 
     /// All entries, in the order of the file.
     std::vector<IniEntry> entries() const;
+    /// What is in force: that of an empty file where there is none. Good until the next access.
+    const IniDocument& document() const;
     /// @throws EngineError saying why, when there is a file that cannot be read.
     void require_readable() const;
 

@@ -1,6 +1,7 @@
 #include "config/SettingTable.h"
 
 #include "base/Text.h"
+#include "config/IniDocument.h"
 #include "helpers/ProtocolKeywords.h"
 #include "helpers/SettingsCipher.h"
 
@@ -236,6 +237,14 @@ constexpr std::array kTable{
 constexpr std::array<std::string_view, 5> kKeptByEngine{
     "OnLineInfo", "UsersStatus", "LastDateSentEmail_NewVersion", "DailyJobs", "Test"};
 
+constexpr std::array<std::string_view, 3> kProtecting{kSafeguards, kTransport, "Storage"};
+
+bool is_one_of(std::span<const std::string_view> sections, std::string_view section)
+{
+    return std::any_of(sections.begin(), sections.end(),
+        [&](std::string_view each) { return equal_ignoring_case(each, section); });
+}
+
 bool is_ipv4(std::string_view value)
 {
     for (int part = 0; part < 4; ++part) {
@@ -272,6 +281,48 @@ bool is_choice(std::string_view choices, std::string_view value)
         choices.remove_prefix((std::min)(end + 1, choices.size()));
     }
     return false;
+}
+
+/// For every type but texts.
+bool is_allowed(const SettingRow& row, std::string_view value)
+{
+    const auto& keywords = helpers::protocol_keywords();
+    switch (row.type) {
+    case SettingType::Text:
+        break;
+    case SettingType::Address:
+        return is_ipv4(value) || resembles_ipv6(value) || equal_ignoring_case(value, "all");
+    case SettingType::Integer:
+        return integer_value(row, value).has_value();
+    case SettingType::Boolean:
+        return value == keywords.TrueKeyword || value == keywords.FalseKeyword;
+    case SettingType::Switch:
+        return switch_value(value).has_value();
+    case SettingType::Choice:
+        return is_choice(row.choices, value);
+    }
+    return true;
+}
+
+/// For people, as the end of "must be".
+std::string allowed_values(const SettingRow& row)
+{
+    const auto& keywords = helpers::protocol_keywords();
+    switch (row.type) {
+    case SettingType::Text:
+        break;
+    case SettingType::Address:
+        return "an IP address or \"all\"";
+    case SettingType::Integer:
+        return "a whole number from " + std::to_string(row.minimum) + " to " + std::to_string(row.maximum);
+    case SettingType::Boolean:
+        return keywords.TrueKeyword + " or " + keywords.FalseKeyword + ", written exactly so";
+    case SettingType::Switch:
+        return "True or False (also yes or no, on or off, 1 or 0)";
+    case SettingType::Choice:
+        return "one of: " + std::string(row.choices);
+    }
+    return "a text";
 }
 
 std::optional<std::string> complaint_about_text(const SettingRow& row, std::string_view value)
@@ -339,51 +390,39 @@ std::optional<std::string> complaint_about(const SettingRow& row, std::string_vi
     if (value.empty()) {
         return std::nullopt;
     }
-    const auto& keywords = helpers::protocol_keywords();
-    const std::string not_this = ", not \"" + printable(first_characters(value, 60)) + "\"";
-    switch (row.type) {
-    case SettingType::Text:
+    if (row.type == SettingType::Text) {
         return complaint_about_text(row, value);
-    case SettingType::Address:
-        if (!is_ipv4(value) && !resembles_ipv6(value) && !equal_ignoring_case(value, "all")) {
-            return "must be an IP address or \"all\"" + not_this;
-        }
-        break;
-    case SettingType::Integer:
-        if (!integer_value(row, value)) {
-            return "must be a whole number from " + std::to_string(row.minimum) + " to "
-                + std::to_string(row.maximum) + not_this;
-        }
-        break;
-    case SettingType::Boolean:
-        if (value != keywords.TrueKeyword && value != keywords.FalseKeyword) {
-            return "must be " + keywords.TrueKeyword + " or " + keywords.FalseKeyword + ", written exactly so"
-                + not_this;
-        }
-        break;
-    case SettingType::Switch:
-        if (!switch_value(value)) {
-            return "must be True or False (also yes or no, on or off, 1 or 0)" + not_this;
-        }
-        break;
-    case SettingType::Choice:
-        if (!is_choice(row.choices, value)) {
-            return "must be one of: " + std::string(row.choices) + not_this;
-        }
-        break;
     }
-    return std::nullopt;
+    if (is_allowed(row, value)) {
+        return std::nullopt;
+    }
+    return "must be " + allowed_values(row) + ", not \"" + printable(first_characters(value, 60)) + "\"";
 }
 
-std::vector<IniEntry> unknown_entries(const IniFile& ini)
+std::optional<std::string> complaint_about_empty(const SettingRow& row)
 {
-    std::vector<IniEntry> entries = ini.entries();
-    std::erase_if(entries, [](const IniEntry& entry) {
-        const bool kept_by_engine = std::any_of(kKeptByEngine.begin(), kKeptByEngine.end(),
-            [&](std::string_view section) { return equal_ignoring_case(section, entry.section); });
-        return kept_by_engine || find_setting(entry.section, entry.key) != nullptr;
-    });
-    return entries;
+    if (row.type == SettingType::Text && !is_protecting(row.section)) {
+        return std::nullopt;
+    }
+    const bool zero_is_off = row.type == SettingType::Integer && row.minimum == 0 && row.missing == "off";
+    return "has no value; write " + allowed_values(row) + (zero_is_off ? " (0 switches it off)" : "")
+        + ", or remove the entry"
+        + (row.missing.empty() ? "" : "; a missing one means: " + std::string(row.missing));
+}
+
+std::span<const std::string_view> protecting_sections()
+{
+    return kProtecting;
+}
+
+bool is_protecting(std::string_view section)
+{
+    return is_one_of(kProtecting, section);
+}
+
+bool is_kept_by_engine(std::string_view section)
+{
+    return is_one_of(kKeptByEngine, section);
 }
 
 } // namespace qz::config

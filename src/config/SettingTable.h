@@ -2,8 +2,6 @@
 // when it is missing.
 #pragma once
 
-#include "config/IniFile.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -45,10 +43,15 @@ const SettingRow* find_setting(std::string_view section, std::string_view key);
 /// @param name  section and key as one text: "Mail/Port".
 const SettingRow* find_setting(std::string_view name);
 
-/// Checks a value as it stands, or is to stand, in the file. The empty value is that of a missing entry.
+/// Checks a value as it stands, or is to stand, in the file. About an empty one see below.
 /// @return what is wrong and what is allowed, for people; nothing when the value is good. A secret is never
 /// part of the message.
 std::optional<std::string> complaint_about(const SettingRow& row, std::string_view value);
+
+/// About an entry whose value is empty.
+/// @return what to do instead, for people; nothing when the setting may be empty: a text outside of
+/// protecting_sections().
+std::optional<std::string> complaint_about_empty(const SettingRow& row);
 
 /// The whole number that a value is, from its first character to its last, when it lies in the row's range.
 std::optional<std::int32_t> integer_value(const SettingRow& row, std::string_view value);
@@ -59,7 +62,12 @@ std::optional<bool> switch_value(std::string_view value);
 /// Whether a row stands in a section that only deployments have.
 bool is_of_deployment(const SettingRow& row);
 
-/// The entries of the file that no row knows, besides those that the engine itself keeps there by user names.
-std::vector<IniEntry> unknown_entries(const IniFile& ini);
+/// The sections that only deployments have, with safeguards, limits and storage. Nobody else writes there,
+/// and what is lost there leaves the server open.
+std::span<const std::string_view> protecting_sections();
+bool is_protecting(std::string_view section);
+
+/// Whether the engine itself keeps entries there, by user names or whatever it likes.
+bool is_kept_by_engine(std::string_view section);
 
 } // namespace qz::config

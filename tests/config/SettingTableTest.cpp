@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 
 using qz::config::complaint_about;
@@ -82,20 +81,6 @@ TEST(SettingTable, SaysWhatIsWrongAndWhatIsAllowed)
     EXPECT_EQ(complaint_about(*find_setting("DB SetUp/dbPassword"), std::string(200, 's'))->find("sss"),
         std::string::npos)
         << "a secret is not repeated";
-}
-
-TEST(SettingTable, ListsEntriesThatNobodyKnows)
-{
-    const qz::test::TemporaryFolder folder;
-    const IniFile ini(folder / "x.ini");
-    qz::test::put_bytes(ini.path(),
-        "[general setup]\nlisteningport=1\nListeningPrt=2\n[UsersStatus]\nanna=away\n[OnLineInfo]\nx=1\n"
-        "[LastDateSentEmail_NewVersion]\nanna=1\n[Test]\nown=1\n[Sefeguards]\nVerifySender=True\n");
-    std::set<std::string> unknown;
-    for (const auto& entry : unknown_entries(ini)) {
-        unknown.insert(entry.section + "/" + entry.key);
-    }
-    EXPECT_EQ(unknown, (std::set<std::string>{"general setup/ListeningPrt", "Sefeguards/VerifySender"}));
 }
 
 TEST(Deployment, MissingOrMalformedLeavesTheEngineAsItIs)

@@ -256,6 +256,36 @@ TEST_F(SettingsFileTest, AMalformedValueLeavesTheLastValidOne)
     EXPECT_TRUE(safeguards_are_on());
 }
 
+TEST_F(SettingsFileTest, ALineThatLostItsMeaningLeavesTheLastValue)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"VerifySender=\n", "VerifySender: line"},
+        {"VerifySender: True\n", "has no \"=\""},
+        {"VerifySendr=True\n", "VerifySender is meant?"},
+        {"#VerifySender=True\n", "comments begin with"},
+        {"VerifySender=False\nVerifySender=True\n", "with different values"},
+        {"[Policy]\n[Safeguards]\nVerifySender=False\n", "only the first counts"},
+        {"[Safegards]\nVerifySender=True\n", "[Safeguards] is meant?"},
+    };
+    for (const auto& [instead, error] : cases) {
+        SCOPED_TRACE(instead);
+        auto edited = good;
+        const std::string line = "VerifySender=True\n";
+        edited.replace(edited.find(line), line.size(), instead);
+        put_bytes(path, edited + "[Test]\niniTest=taken\n");
+        pass(5s);
+        EXPECT_EQ(server.engine.settings.get_iniTest(), "taken");
+        EXPECT_TRUE(server.engine.deployment.verify_sender());
+        EXPECT_THAT(errors(),
+            testing::Contains(AllOf(HasSubstr("[Safeguards] VerifySender: line"), HasSubstr(error),
+                HasSubstr("the last valid value stays in force"))));
+        EXPECT_THAT(lines(), IsEmpty());
+        put_bytes(path, good);
+        pass(5s);
+        errors();
+    }
+}
+
 TEST_F(SettingsFileTest, AHeldLockStopsNothingAndLosesNothing)
 {
     const auto refreshed = [&] {

@@ -116,6 +116,12 @@ TEST_F(HomeTest, RunRefusesSettingsThatMeanSomethingElse)
         {"MaxConnections=", "MaxConnections=lots"},
         {"ListeningPort=", "ListeningPort=2179O"},
         {"Provider=embedded", "Provider=embeded"},
+        {"VerifySender=True", "VerifySender="},
+        {"VerifySender=True", "VerifySender: True"},
+        {"VerifySender=True", "VerifySendr=True"},
+        {"VerifySender=True", "VerifySender=True\nVerifySender=False"},
+        {"[Safeguards]", "[Safeguard]"},
+        {"[Safeguards]", "[Safeguards"},
     };
     const auto good = test::bytes_of(settings());
     for (const auto& [value, wrong] : cases) {
@@ -123,7 +129,9 @@ TEST_F(HomeTest, RunRefusesSettingsThatMeanSomethingElse)
         replace_in_settings(value, std::string(wrong) + "\n;");
         changes_nothing({"run"}, 78);
         EXPECT_THAT(server.output, HasSubstr("must be mended first"));
-        EXPECT_THAT(server.output, HasSubstr(std::string(wrong).substr(0, std::string(wrong).find('='))));
+        EXPECT_THAT(
+            server.output, HasSubstr(std::string(wrong).substr(0, std::string(wrong).find_first_of("=:"))));
+        changes_nothing({"check"}, 78);
         test::put_bytes(settings(), good);
     }
     test::put_bytes(settings(), "");
@@ -136,6 +144,23 @@ TEST_F(HomeTest, RunRefusesSettingsThatMeanSomethingElse)
     server.send_signal(SIGTERM);
     EXPECT_EQ(server.wait(), 0);
     EXPECT_THAT(server.log(), HasSubstr("default administrator password")) << "warnings are shown";
+}
+
+TEST_F(HomeTest, ConfigSetWritesNothingThatRunRefuses)
+{
+    for (const auto& [name, value] : std::vector<std::pair<const char*, const char*>>{
+             {"Safeguards/VerifySender", ""}, {"Safeguards/VerifySender", "  "}, {"Storage/Durability", ""},
+             {"General SetUp/ListeningPort", ""}, {"Policy/AllowFileTransfer", ""},
+             {"Transport/TLSKey", "\"\""}}) {
+        changes_nothing({"config", "set", name, value}, 2);
+        EXPECT_THAT(server.output, testing::AnyOf(HasSubstr("has no value; write"), HasSubstr("must be")));
+    }
+    run_well({"config", "set", "General SetUp/AdminScreenName", ""});
+
+    replace_in_settings("VerifySender=True", "VerifySender=True\nVerifySender=False");
+    changes_nothing({"config", "set", "Safeguards/VerifySender", "True"}, 78);
+    EXPECT_THAT(server.output, HasSubstr("with different values"));
+    run_well({"config", "set", "Safeguards/RoomNames", "True"});
 }
 
 TEST_F(HomeTest, WithoutItsKeyAHomeStaysAsItIs)
