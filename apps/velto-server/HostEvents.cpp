@@ -47,6 +47,12 @@ void LoggedEvents::LogMessage(
     log_.write(LogLevel::Info, message, {{"user", user_name}, {"address", user_remote_ip}});
 }
 
+void LoggedEvents::LogWarning(
+    const std::string& message, const std::string& user_name, const std::string& user_remote_ip)
+{
+    log_.write(LogLevel::Warning, message, {{"user", user_name}, {"address", user_remote_ip}});
+}
+
 void JsonEvents::Error(const std::string& routine_name, std::int32_t error_number,
     const std::string& error_source, const std::string& error_description, const std::string& pc_ip)
 {

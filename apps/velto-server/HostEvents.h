@@ -67,6 +67,8 @@ public:
         const std::string& error_description, const std::string& pc_ip) override;
     void LogMessage(
         const std::string& message, const std::string& user_name, const std::string& user_remote_ip) override;
+    void LogWarning(
+        const std::string& message, const std::string& user_name, const std::string& user_remote_ip) override;
 
 private:
     struct Shown {

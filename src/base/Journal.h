@@ -50,6 +50,9 @@ public:
     /// A line of the server itself: Log with HostName and HostAddress.
     virtual void log_own(const std::string& message) = 0;
 
+    /// The same for what whoever looks after the server should see although nothing has failed.
+    virtual void warn_own(const std::string& message) { log_own(message); }
+
     /// Reports a failure: a row in the activity log and the Error event.
     /// @param routine  the procedure's own name, as the host sees it.
     /// @param address  the remote address in play, empty when there is none.

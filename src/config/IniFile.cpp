@@ -4,8 +4,10 @@
 #include "base/Guarded.h"
 #include "base/Text.h"
 #include "config/SettingTable.h"
+#include "helpers/ProtocolKeywords.h"
 
 #include <algorithm>
+#include <set>
 #include <thread>
 #include <utility>
 
@@ -15,6 +17,72 @@ namespace {
 
 constexpr auto kPermissions = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write
     | std::filesystem::perms::group_read;
+
+std::string_view strip(std::string_view text)
+{
+    constexpr std::string_view kBlanks = " \t\r\n";
+    const auto first = text.find_first_not_of(kBlanks);
+    return first == std::string_view::npos ? std::string_view{}
+                                           : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+std::string_view last_line(std::string_view text)
+{
+    text = strip(text);
+    const auto before = text.rfind('\n');
+    return strip(before == std::string_view::npos ? text : text.substr(before));
+}
+
+bool has_line(std::string_view text, std::string_view line)
+{
+    while (!text.empty()) {
+        const auto end = (std::min)(text.find('\n'), text.size());
+        if (strip(text.substr(0, end)) == line) {
+            return true;
+        }
+        text.remove_prefix((std::min)(end + 1, text.size()));
+    }
+    return false;
+}
+
+/// Without the entry the server would be more open. The engine adds other entries by itself, which an editor
+/// that has had the file open does not know.
+bool is_missed(const IniLine& entry)
+{
+    return is_protecting(entry.section)
+        || (equal_ignoring_case(entry.section, "Policy")
+            && entry.text == helpers::protocol_keywords().FalseKeyword);
+}
+
+/// The first of the settings that stood in the last part of a file, when the later content lacks that part
+/// and has nothing new in its place: a copy or an editor broke off there.
+std::optional<std::string> setting_cut_off(std::string_view before, std::string_view after)
+{
+    if (!has_line(before, last_line(after))) {
+        return std::nullopt;
+    }
+    const IniDocument old_document(before);
+    const IniDocument new_document(after);
+    std::set<std::string> left;
+    for (const auto& line : new_document.lines()) {
+        if (line.kind == IniLine::Kind::Entry) {
+            left.insert(lower(line.section) + "\n" + lower(line.key));
+        }
+    }
+    std::optional<std::string> cut;
+    const auto lines = old_document.lines();
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        const bool is_entry = line->kind == IniLine::Kind::Entry;
+        if (is_entry ? left.contains(lower(line->section) + "\n" + lower(line->key))
+                     : line->kind == IniLine::Kind::Header && new_document.has_section(line->section)) {
+            break;
+        }
+        if (is_entry && is_missed(*line)) {
+            cut = "[" + std::string(line->section) + "] " + std::string(line->key);
+        }
+    }
+    return cut;
+}
 
 } // namespace
 
@@ -145,6 +213,13 @@ std::optional<std::string> IniFile::fault_of(const platform::FileContent& conten
                 + "] is gone; leave its header to take everything out of it";
         }
     }
+    if (!content.is_sealed()) { // what we have written is whole
+        if (const auto cut = setting_cut_off(kept_->content.bytes, bytes)) {
+            return "the file ends before " + *cut
+                + ", as one does that was not written to its end; to switch that off, write an entry that "
+                  "says so";
+        }
+    }
     return std::nullopt;
 }
 
@@ -263,6 +338,21 @@ bool IniFile::write_waiting(Patience patience)
     return waiting_.empty();
 }
 
+bool IniFile::restore_missing()
+{
+    if (!is_missing_for_good()) {
+        return false;
+    }
+    return try_edit([](IniDocument& /*document*/) {}, platform::Flush::Wait, Patience::None)
+        == Outcome::Written;
+}
+
+/// An editor may take a file away for a moment while it saves.
+bool IniFile::is_missing_for_good() const
+{
+    return trouble_ && missing_ && clock_->steady() - trouble_->since >= kStillness;
+}
+
 std::optional<platform::FileLock> IniFile::lock(Patience patience) const
 {
     return clock_ != nullptr && patience == Patience::None ? file_.try_lock() : std::optional(file_.lock());
@@ -272,8 +362,7 @@ std::optional<platform::FileLock> IniFile::lock(Patience patience) const
 /// for good is made again from what is in force.
 bool IniFile::may_replace() const
 {
-    const bool gone = trouble_ && missing_ && clock_->steady() - trouble_->since >= kStillness;
-    return !is_guarded() || gone || (!candidate_ && !trouble_);
+    return !is_guarded() || is_missing_for_good() || (!candidate_ && !trouble_);
 }
 
 /// A command must not make a whole file of one that an editor has half written: it waits, two seconds at

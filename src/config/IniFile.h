@@ -25,10 +25,10 @@ namespace qz::config {
 /// Nothing waits for the file's lock: what WriteIniValue and DeleteIniEntry cannot write at once is in force
 /// in memory at once, and in the file with a later call of write_waiting.
 /// And once a document with a section of a deployment (Safeguards, Transport, Storage) is in force, a change
-/// that this object did not make counts only when the file is readable, holds together, and has stood still
-/// for two seconds; until then, and whatever happens to the file, the last good document stays in force. A
-/// new file under the name may be one that its editor is still writing, so it makes no difference; only what
-/// another IniFile wrote counts at once.
+/// that this object did not make counts only when the file is readable, holds together (does not break off
+/// before settings that were in force), and has stood still for two seconds; until then, and whatever happens
+/// to the file, the last good document stays in force. A new file under the name may be one that its editor
+/// is still writing, so it makes no difference; only what another IniFile wrote counts at once.
 class IniFile {
 public:
     /// Time for which a file must not have changed before what others wrote counts.
@@ -86,6 +86,10 @@ public:
     /// @return true when nothing is left of it.
     bool write_waiting(Patience patience = Patience::None);
 
+    /// Writes the document in force where the file has been missing for kStillness.
+    /// @return true when it did.
+    bool restore_missing();
+
     /// Why the file is not what is in force.
     struct Trouble {
         std::string text;
@@ -132,6 +136,7 @@ private:
     void consider(platform::FileContent content) const;
     std::optional<std::string> fault_of(const platform::FileContent& content) const;
     void set_trouble(std::string text, std::chrono::steady_clock::time_point since) const;
+    bool is_missing_for_good() const;
     bool may_replace() const;
     void let_editor_finish() const;
     Outcome try_edit(const Change& change, platform::Flush flush, Patience patience);

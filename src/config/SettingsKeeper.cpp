@@ -11,6 +11,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kBetweenReports = 1min;
 constexpr auto kBetweenAttempts = 1s;
+constexpr std::size_t kMostReports = 200; // a minute; causes quote values, of which there is no end
 constexpr const char* kFileSubject = "file";
 
 std::string name_of(const SettingRow& row)
@@ -31,9 +32,9 @@ SettingsKeeper::SettingsKeeper(
 
 void SettingsKeeper::look()
 {
-    write_waiting();
     const auto generation = ini_.generation(); // a look at the file
     report_trouble();
+    write_waiting();
     if (generation != generation_ || malformed_) {
         generation_ = generation;
         review();
@@ -52,6 +53,12 @@ void SettingsKeeper::write_waiting()
     const auto now = clock_.steady();
     if (!last_attempt_ || now - *last_attempt_ >= kBetweenAttempts) {
         last_attempt_ = now;
+        if (ini_.restore_missing()) {
+            in_trouble_ = false;
+            journal_.warn_own(
+                "The settings file was missing; it is written again, with the settings in force: "
+                + ini_.path().string());
+        }
         ini_.write_waiting();
     }
 }
@@ -66,7 +73,7 @@ void SettingsKeeper::report_trouble()
         }
         return;
     }
-    if (clock_.steady() - trouble->since >= IniFile::kStillness && is_due(kFileSubject)) {
+    if (clock_.steady() - trouble->since >= IniFile::kStillness && is_due(kFileSubject, trouble->text)) {
         in_trouble_ = true;
         report(trouble->text + "; the settings that were read before stay in force");
     }
@@ -78,10 +85,10 @@ void SettingsKeeper::review()
     for (const auto& setting : deployment_.review()) {
         const auto name = name_of(*setting.row);
         if (!setting.complaint) {
-            reported_.erase(name);
+            std::erase_if(reported_, [&](const auto& each) { return each.first.first == name; });
         } else {
             malformed_ = true;
-            if (is_due(name)) {
+            if (is_due(name, *setting.complaint)) {
                 report(ini_.path().string() + " " + name + ": " + *setting.complaint
                     + "; the last valid value stays in force");
             }
@@ -93,21 +100,17 @@ void SettingsKeeper::review()
 void SettingsKeeper::compare(const Deployment::Review& setting)
 {
     if (std::exchange(on_[setting.row], setting.is_on) && !setting.is_on) {
-        journal_.log_own("Setting " + name_of(*setting.row) + " is off now: "
+        journal_.warn_own("Setting " + name_of(*setting.row) + " is off now: "
             + (setting.value.empty() ? "its entry was removed"
                                      : "its entry says \"" + printable(setting.value) + "\""));
     }
 }
 
-bool SettingsKeeper::is_due(const std::string& subject)
+bool SettingsKeeper::is_due(const std::string& subject, const std::string& cause)
 {
     const auto now = clock_.steady();
-    const auto [reported, first] = reported_.try_emplace(subject, now);
-    if (!first && now - reported->second < kBetweenReports) {
-        return false;
-    }
-    reported->second = now;
-    return true;
+    std::erase_if(reported_, [&](const auto& each) { return now - each.second >= kBetweenReports; });
+    return reported_.size() < kMostReports && reported_.try_emplace({subject, cause}, now).second;
 }
 
 void SettingsKeeper::report(const std::string& description)

@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace qz::config {
 
@@ -19,8 +20,9 @@ public:
     /// All must outlive the object.
     SettingsKeeper(IniFile& ini, const Deployment& deployment, const Clock& clock, Journal& journal);
 
-    /// Called on every tick. Writes what waits to be written; reports, once a minute while it lasts, that the
-    /// file is not in force or that a value is malformed; logs each safeguard that an edit has switched off.
+    /// Called on every tick. Writes what waits to be written, and a file that is missing; reports, each
+    /// cause once a minute while it lasts, that the file is not in force or that an entry is malformed; warns
+    /// of each safeguard that an edit has switched off.
     void look();
     /// The server ends: waits a few seconds, if it must, to write what waits.
     void finish();
@@ -30,7 +32,7 @@ private:
     void report_trouble();
     void review();
     void compare(const Deployment::Review& setting);
-    bool is_due(const std::string& subject);
+    bool is_due(const std::string& subject, const std::string& cause);
     void report(const std::string& description);
 
     IniFile& ini_;
@@ -38,11 +40,12 @@ private:
     const Clock& clock_;
     Journal& journal_;
     std::uint64_t generation_ = 0;
-    std::map<const SettingRow*, bool> on_;                                  // as of the last review
-    std::map<std::string, std::chrono::steady_clock::time_point> reported_; // by what was reported
-    std::optional<std::chrono::steady_clock::time_point> last_attempt_;     // to write what waits
-    bool in_trouble_ = false;                                               // and it was reported
-    bool malformed_ = false;                                                // some value is
+    std::map<const SettingRow*, bool> on_; // as of the last review
+    // When each cause was last reported, by its subject; those of the last minute.
+    std::map<std::pair<std::string, std::string>, std::chrono::steady_clock::time_point> reported_;
+    std::optional<std::chrono::steady_clock::time_point> last_attempt_; // to write what waits
+    bool in_trouble_ = false;                                           // and it was reported
+    bool malformed_ = false;                                            // some entry is
 };
 
 } // namespace qz::config

@@ -29,6 +29,11 @@ public:
     {
         raise([&](auto& host) { host.LogMessage(message, user_name, user_remote_ip); });
     }
+    void LogWarning(
+        const std::string& message, const std::string& user_name, const std::string& user_remote_ip) override
+    {
+        raise([&](auto& host) { host.LogWarning(message, user_name, user_remote_ip); });
+    }
     void ServerInfo(const std::string& message) override
     {
         raise([&](auto& host) { host.ServerInfo(message); });

@@ -17,6 +17,13 @@ public:
     /// One line of the activity log.
     virtual void LogMessage(
         const std::string& message, const std::string& user_name, const std::string& user_remote_ip) = 0;
+    /// A line of the activity log that is a warning. Not one of the ten: who does not tell lines apart hears
+    /// LogMessage.
+    virtual void LogWarning(
+        const std::string& message, const std::string& user_name, const std::string& user_remote_ip)
+    {
+        LogMessage(message, user_name, user_remote_ip);
+    }
     /// Part of the interface; the engine never raises it.
     virtual void ServerInfo(const std::string& message) = 0;
     virtual void OnLineUsers(std::int32_t users) = 0;

@@ -43,6 +43,16 @@ void ServerJournal::log_own(const std::string& message)
     Log(message, keywords.HostName, keywords.HostAddress);
 }
 
+void ServerJournal::warn_own(const std::string& message)
+{
+    if (!may_write()) {
+        return;
+    }
+    const auto& keywords = helpers::protocol_keywords();
+    write(message, keywords.HostAddress, keywords.HostName);
+    events_.LogWarning(SingleLine(message).text(), keywords.HostName, keywords.HostAddress);
+}
+
 void ServerJournal::ReportError(
     std::string_view routine, const EngineError& error, const std::string& address)
 {

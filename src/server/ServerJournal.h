@@ -33,6 +33,7 @@ public:
     /// intended: programs that read the table rely on it.
     void Log(const std::string& message, const std::string& user_name, const std::string& remote_ip) override;
     void log_own(const std::string& message) override;
+    void warn_own(const std::string& message) override;
 
     /// Two database errors, the failed link and the closed connection, are reported twice, the second time
     /// with HostAddress where the address is empty. Hosts count on it.

@@ -224,6 +224,77 @@ TEST_F(SettingsFileTest, ASafeguardGoesOffByAnEditThatStoodStillAndTheLogNamesIt
     EXPECT_THAT(errors(), IsEmpty());
 }
 
+TEST_F(SettingsFileTest, AFileThatBreaksOffAtTheEndOfALineIsNoWish)
+{
+    const std::string head = "[Transport]\nMaxConnections=40\n[General SetUp]\nAdminScreenName=boss\n"
+                             "; on purpose\n[Safeguards]\nVerifySender=True\n";
+    const std::string all =
+        head + "; about the next\nQueuedPerSender=50\n[Policy]\nAllowFileTransfer=False\n";
+    put_bytes(path, all);
+    pass(4s);
+    ASSERT_TRUE(safeguards_are_on());
+    for (const auto& cut :
+        {head, head + "; about the next\n", head + "\n", head.substr(0, head.find("VerifySender")),
+            all.substr(0, all.find("[Policy]")), std::string(head).replace(head.find("40"), 2, "41")}) {
+        put_bytes(path, cut);
+        pass(5s);
+        EXPECT_TRUE(safeguards_are_on()) << cut;
+        EXPECT_EQ(bytes_of(path), cut);
+        EXPECT_THAT(errors(), ElementsAre(HasSubstr("as one does that was not written to its end"))) << cut;
+        put_bytes(path, all);
+        pass(60s);
+    }
+    // Somebody who has gone on writing behind it, or who has left what follows, means it.
+    for (const auto& meant : {head + ";QueuedPerSender=50\n", head + "[Policy]\nAllowFileTransfer=False\n"}) {
+        put_bytes(path, meant);
+        pass(5s);
+        EXPECT_FALSE(server.engine.deployment.queued_per_sender()) << meant;
+        EXPECT_THAT(lines(), ElementsAre(HasSubstr("QueuedPerSender is off now")));
+        put_bytes(path, all);
+        pass(5s);
+        EXPECT_TRUE(safeguards_are_on());
+    }
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(SettingsFileTest, EachTroubleIsToldAtOnceAndThenOnceAMinute)
+{
+    put_bytes(path, "");
+    pass(4s);
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("the file is empty")));
+    put_bytes(path, std::string("a\0=b\n", 6));
+    pass(5s);
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("not a text")));
+    for (int flap = 0; flap < 5; ++flap) {
+        put_bytes(path, flap % 2 == 0 ? "" : std::string("a\0=b\n", 6));
+        pass(5s);
+    }
+    EXPECT_THAT(errors(), IsEmpty());
+    const auto with = [&](const std::string& value) {
+        return std::string(good).replace(good.find("VerifySender=True"), 17, value);
+    };
+    for (const auto* value : {"VerifySender=Ture", "VerifySender=", "VerifySender"}) {
+        put_bytes(path, with(value));
+        pass(5s);
+        EXPECT_EQ(errors().size(), 1U) << value;
+    }
+}
+
+TEST_F(SettingsFileTest, AMissingFileIsWrittenAgain)
+{
+    server.events.take();
+    std::filesystem::remove(path);
+    pass(1s);
+    EXPECT_FALSE(std::filesystem::exists(path)) << "an editor may be about to put another one there";
+    pass(3s);
+    EXPECT_THAT(bytes_of(path), AllOf(HasSubstr("VerifySender=True"), HasSubstr("AdminScreenName=boss")));
+    pass(120s);
+    const auto told = server.events.take_starting("Log The settings file was missing; it is written again");
+    EXPECT_EQ(told.size(), 1U);
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("the file is missing")));
+    EXPECT_TRUE(safeguards_are_on());
+}
+
 TEST_F(SettingsFileTest, WhatOurOwnCommandsWriteCountsAtOnce)
 {
     qz::config::IniFile command(path);

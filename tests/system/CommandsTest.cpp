@@ -298,6 +298,14 @@ TEST_F(CommandsTest, TellsWhenItsDatabaseIsTakenAway)
     EXPECT_EQ(server.wait(), 0);
 }
 
+TEST_F(CommandsTest, ASafeguardThatGoesOffIsAWarning)
+{
+    server.start({"--log-format", "journal"});
+    status_when("accounts", 0);
+    ASSERT_EQ(server.run({"config", "set", "Safeguards/VerifySender", "off"}), 0) << server.output;
+    EXPECT_THAT(log_with("is off now"), HasSubstr("\n<4>Setting [Safeguards] VerifySender is off now"));
+}
+
 TEST_F(CommandsTest, LogsForProgramsAndNamesTheSignals)
 {
     server.start({"--log-format", "json"});
