@@ -309,7 +309,8 @@ Findings look_over(const Home& home)
     look_over(settings, home, findings);
     const bool has_database = settings.deployment.provider() != qz::platform::Provider::Embedded
         || is_there(home.folder() / qz::server::kDatabaseFile);
-    if (is_there(home.key_file()) && has_right_key(settings) && has_database) {
+    const bool has_errors = findings.count(kError) > 0; // then the database is not touched at all
+    if (!has_errors && has_right_key(settings) && has_database) {
         qz::attempt([&] { // a database that is away is another matter
             HomeStore store(home, Access::Read);
             check_secrets(store, findings);

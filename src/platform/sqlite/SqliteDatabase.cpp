@@ -45,6 +45,14 @@ bool is_there(const std::filesystem::path& file, const std::string& name)
     return true;
 }
 
+/// Whether a log stands beside the database whose changes are not in it yet.
+bool has_log(const std::string& name)
+{
+    std::error_code error;
+    const auto size = std::filesystem::file_size(name + "-wal", error);
+    return !error && size > 0;
+}
+
 /// As long as it lives, the process makes files that strangers cannot open: whoever may read the database
 /// reads every account.
 class ClosedToStrangers {
@@ -133,8 +141,10 @@ void SqliteDatabase::open(bool create, Access access)
     const std::optional<ClosedToStrangers> closed(
         create ? std::make_optional<ClosedToStrangers>() : std::nullopt);
     sqlite3* handle = nullptr;
-    const int flags = SQLITE_OPEN_NOMUTEX
-        | (access == Access::Read ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE)
+    // Who may not write cannot remove the files either that reading makes beside the database. Closing it as
+    // the last one does both, and there is nothing to write where there is no log.
+    const bool read_only = access == Access::Read && has_log(name_);
+    const int flags = SQLITE_OPEN_NOMUTEX | (read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE)
         | (create ? SQLITE_OPEN_CREATE : 0);
     const int code = sqlite3_open_v2(name_.c_str(), &handle, flags, nullptr);
     handle_.reset(handle); // also after a failure
@@ -145,6 +155,9 @@ void SqliteDatabase::open(bool create, Access access)
     }
     if (code != SQLITE_OK) {
         throw error(code);
+    }
+    if (access == Access::Read) {
+        run("PRAGMA query_only=1");
     }
 }
 

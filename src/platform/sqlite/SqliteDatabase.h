@@ -29,7 +29,9 @@ public:
     enum class IfMissing : std::uint8_t { Create, Fail };
     enum class Access : std::uint8_t {
         ReadWrite,
-        Read, // the file stays as it is, also when it is closed as the last one
+        // The file stays as it is, also when it is closed as the last one, and no other file is left beside
+        // it.
+        Read,
     };
 
     /// Opens the file.
