@@ -100,6 +100,11 @@ std::string in_column(const std::string& text, std::size_t width)
     return shown + std::string(length < width ? width - length + 1 : 1, ' ');
 }
 
+void warn(const std::string& text)
+{
+    std::cerr << "warning: " << qz::printable(text) << "\n";
+}
+
 void print_json(const nlohmann::ordered_json& value)
 {
     std::cout << value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";

@@ -35,6 +35,9 @@ bool confirm(const std::string& question);
 /// Text that is safe to show, with blanks behind it up to a width and one more.
 std::string in_column(const std::string& text, std::size_t width);
 
+/// A line on standard error about what the command does nevertheless.
+void warn(const std::string& text);
+
 void print_json(const nlohmann::ordered_json& value);
 
 } // namespace velto

@@ -5,6 +5,7 @@
 #include "PassingFile.h"
 #include "base/EngineError.h"
 #include "base/Text.h"
+#include "common/Console.h"
 #include "common/Exit.h"
 #include "platform/AtomicFile.h"
 #include "platform/sqlite/SqliteBackup.h"
@@ -129,8 +130,11 @@ void run_backup(const Home& home, const BackupOptions& options)
     const fs::path target = fs::absolute(options.file);
     require_elsewhere(home, target);
     require_free(options);
-    const bool embedded =
-        HomeSettings(home, Access::Read).deployment.provider() == qz::platform::Provider::Embedded;
+    HomeSettings settings(home, Access::Read);
+    const bool embedded = settings.deployment.provider() == qz::platform::Provider::Embedded;
+    if (const auto complaint = settings.complaint_about_key()) {
+        warn(*complaint + "; the backup is of little use without the right one");
+    }
     const Interruption interruption;
     PassingFile file(target);
     Archive archive(file.descriptor(), target.string());

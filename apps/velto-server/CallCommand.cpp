@@ -1,5 +1,6 @@
 #include "CallCommand.h"
 
+#include "HomeStore.h"
 #include "HostEvents.h"
 #include "base/EngineError.h"
 #include "base/Text.h"
@@ -7,6 +8,8 @@
 #include "platform/asio/AsioMachine.h"
 #include "server/MemberTable.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -106,6 +109,20 @@ std::vector<Variant> arguments_for(const Member& member, const std::vector<std::
     return values;
 }
 
+/// An engine makes a key only where nothing is encoded yet, and would log its failures otherwise.
+void require_key(const Home& home)
+{
+    HomeSettings settings(home, Access::Read);
+    std::error_code ignored;
+    const auto entries = settings.ini.entries();
+    const bool encoded = std::filesystem::exists(home.folder() / qz::server::kDatabaseFile, ignored)
+        || std::any_of(entries.begin(), entries.end(),
+            [](const auto& entry) { return entry.value.starts_with(qz::helpers::SettingsCipher::Marker); });
+    if (encoded) {
+        settings.require_right_key();
+    }
+}
+
 } // namespace
 
 void list_members()
@@ -122,6 +139,7 @@ Exit run_call(const Home& home, const std::string& member_name, const std::vecto
     home.require_folder();
     if (home.is_initialised()) {
         home.require_initialised(); // a settings file that cannot be read is not the same as none
+        require_key(home);
     }
 
     CallEvents events;

@@ -35,30 +35,15 @@ bool is_there(const fs::path& file)
     return fs::exists(file, ignored);
 }
 
-/// What the entry says; nothing when it cannot be decoded.
-std::optional<std::string> plain_value(HomeSettings& home, const qz::config::SettingRow& row)
+/// Why the key cannot be read from its file.
+std::optional<std::string> damage_of(qz::config::KeyFile& key)
 {
-    auto value = home.ini.ReadIniValue(row.section, row.key);
-    if (!row.encoded) {
-        return value;
+    try {
+        key.existing_key();
+    } catch (const qz::EngineError& error) {
+        return error.description();
     }
-    std::optional<std::string> plain;
-    qz::attempt([&] { plain = home.cipher.Decode(value); });
-    return plain;
-}
-
-/// A key that opens none of the enciphered settings is the wrong one; where it opens some, the others are.
-bool has_right_key(HomeSettings& home)
-{
-    int opened = 0;
-    int closed = 0;
-    for (const auto& row : qz::config::setting_table()) {
-        const auto value = home.ini.ReadIniValue(row.section, row.key);
-        if (row.encoded && value.starts_with(qz::helpers::SettingsCipher::Marker)) {
-            ++(plain_value(home, row) ? opened : closed);
-        }
-    }
-    return closed == 0 || opened > 0;
+    return std::nullopt;
 }
 
 void check_key(HomeSettings& home, Findings& findings)
@@ -72,7 +57,9 @@ void check_key(HomeSettings& home, Findings& findings)
         findings.add(kError, file,
             "cannot be read by this user, and without it no secret can; give it to the user who runs the "
             "server");
-    } else if (!has_right_key(home)) {
+    } else if (const auto damage = damage_of(home.key)) {
+        findings.add(kError, file, *damage);
+    } else if (!home.has_right_key()) {
         findings.add(kError, file,
             "the enciphered settings were not encoded with this key; put the right one back from a backup");
     }
@@ -84,9 +71,9 @@ void check_key(HomeSettings& home, Findings& findings)
 
 void check_values(HomeSettings& home, Findings& findings)
 {
-    const bool right_key = is_there(home.key.path()) && has_right_key(home);
+    const bool right_key = is_there(home.key.path()) && home.has_right_key();
     for (const auto& row : qz::config::setting_table()) {
-        const auto value = plain_value(home, row);
+        const auto value = home.plain_value(row);
         if (!value) {
             if (right_key) { // else it is said once, of the key
                 findings.add(kError, row,
@@ -310,7 +297,7 @@ Findings look_over(const Home& home)
     const bool has_database = settings.deployment.provider() != qz::platform::Provider::Embedded
         || is_there(home.folder() / qz::server::kDatabaseFile);
     const bool has_errors = findings.count(kError) > 0; // then the database is not touched at all
-    if (!has_errors && has_right_key(settings) && has_database) {
+    if (!has_errors && settings.has_right_key() && has_database) {
         qz::attempt([&] { // a database that is away is another matter
             HomeStore store(home, Access::Read);
             check_secrets(store, findings);
@@ -326,7 +313,7 @@ Exit run_check(const Home& home, bool json)
     HomeSettings settings(home, Access::Read);
     look_over(settings, home, findings);
     check_port(settings, home, findings);
-    if (is_there(home.key_file()) && has_right_key(settings)) {
+    if (is_there(home.key_file()) && settings.has_right_key()) {
         check_database(settings, home, findings);
     }
     return findings.conclude(json);

@@ -43,41 +43,40 @@ std::string in_force_when_missing(const SettingRow& row)
 }
 
 /// The value as people write it; empty when there is no entry.
-std::string plain_value(const Home& place, HomeSettings& home, const SettingRow& row)
+std::string plain_value(HomeSettings& home, const SettingRow& row)
 {
     auto stored = home.ini.ReadIniValue(row.section, row.key);
     if (!row.encoded || stored.empty()) {
         return stored;
     }
     if (stored.starts_with(qz::helpers::SettingsCipher::Marker)) {
-        place.require_key();
+        home.require_right_key();
     }
     const auto plain = home.cipher.Decode(stored);
     return plain == kBlank ? std::string() : plain;
 }
 
-std::string shown_value(const Home& place, HomeSettings& home, const SettingRow& row)
+std::string shown_value(HomeSettings& home, const SettingRow& row)
 {
-    const auto value = plain_value(place, home, row);
+    const auto value = plain_value(home, row);
     return row.secret && !value.empty() ? std::string(kMask) : value;
 }
 
-void list_as_json(const Home& home, HomeSettings& settings)
+void list_as_json(HomeSettings& settings)
 {
     auto all = nlohmann::ordered_json::array();
     for (const auto& row : qz::config::setting_table()) {
-        all.push_back(
-            {{"section", row.section}, {"key", row.key}, {"value", shown_value(home, settings, row)},
-                {"missing", row.missing}, {"description", row.description}, {"served", row.served}});
+        all.push_back({{"section", row.section}, {"key", row.key}, {"value", shown_value(settings, row)},
+            {"missing", row.missing}, {"description", row.description}, {"served", row.served}});
     }
     print_json(all);
 }
 
-void list_for_people(const Home& home, HomeSettings& settings)
+void list_for_people(HomeSettings& settings)
 {
     std::string_view section;
     for (const auto& row : qz::config::setting_table()) {
-        const auto value = shown_value(home, settings, row);
+        const auto value = shown_value(settings, row);
         if (row.section != section) {
             std::cout << (section.empty() ? "" : "\n") << "[" << row.section << "]\n";
             section = row.section;
@@ -124,9 +123,9 @@ void run_config_list(const Home& home, ListForm form)
     home.require_initialised();
     HomeSettings settings(home, Access::Read);
     if (form == ListForm::Json) {
-        list_as_json(home, settings);
+        list_as_json(settings);
     } else {
-        list_for_people(home, settings);
+        list_for_people(settings);
     }
 }
 
@@ -135,7 +134,7 @@ void run_config_get(const Home& home, const std::string& name)
     const auto& row = require_setting(name);
     home.require_initialised();
     HomeSettings settings(home, Access::Read);
-    std::cout << qz::printable(shown_value(home, settings, row)) << "\n";
+    std::cout << qz::printable(shown_value(settings, row)) << "\n";
 }
 
 void run_config_set(const Home& home, const std::string& name, const std::optional<std::string>& value)
@@ -154,10 +153,12 @@ void run_config_set(const Home& home, const std::string& name, const std::option
     if (const auto complaint = complaint_about(row, text)) {
         throw CommandError(Exit::Usage, full_name(row) + ": " + *complaint);
     }
-    if (row.encoded) {
-        home.require_key();
-    }
     HomeSettings settings(home);
+    if (row.encoded) {
+        settings.require_right_key();
+    } else if (const auto complaint = settings.complaint_about_key()) {
+        warn(*complaint);
+    }
     const auto stored =
         row.encoded ? settings.cipher.Encode(qz::trim(text).empty() ? kBlank : std::string_view(text)) : text;
     require_one_entry(settings, row, stored);

@@ -1,7 +1,10 @@
 #include "HomeStore.h"
 
+#include "base/EngineError.h"
+#include "base/Guarded.h"
 #include "base/Text.h"
 #include "common/Exit.h"
+#include "config/SettingTable.h"
 #include "server/HomeFiles.h"
 #include "store/Statements.h"
 
@@ -33,6 +36,54 @@ HomeSettings::HomeSettings(const Home& home, Access access)
 {
 }
 
+std::optional<std::string> HomeSettings::plain_value(const qz::config::SettingRow& row)
+{
+    auto value = ini.ReadIniValue(row.section, row.key);
+    if (!row.encoded) {
+        return value;
+    }
+    std::optional<std::string> plain;
+    qz::attempt([&] { plain = cipher.Decode(value); });
+    return plain;
+}
+
+bool HomeSettings::has_right_key()
+{
+    int opened = 0;
+    int closed = 0;
+    for (const auto& row : qz::config::setting_table()) {
+        const auto value = ini.ReadIniValue(row.section, row.key);
+        if (row.encoded && value.starts_with(qz::helpers::SettingsCipher::Marker)) {
+            ++(plain_value(row) ? opened : closed);
+        }
+    }
+    return closed == 0 || opened > 0;
+}
+
+std::optional<std::string> HomeSettings::complaint_about_key()
+{
+    const auto file = "the key file " + key.path().string();
+    std::error_code ignored;
+    if (!std::filesystem::exists(key.path(), ignored)) {
+        return file + " is missing: stored passwords and enciphered settings cannot be read without it";
+    }
+    try {
+        key.existing_key();
+    } catch (const qz::EngineError& error) {
+        return "the key file cannot be used: " + error.description();
+    }
+    return has_right_key()
+        ? std::nullopt
+        : std::optional(file + " is the wrong one: the enciphered settings were not encoded with it");
+}
+
+void HomeSettings::require_right_key()
+{
+    if (const auto complaint = complaint_about_key()) {
+        throw CommandError(Exit::Configuration, *complaint + "\nPut the right one back from a backup.");
+    }
+}
+
 HomeStore::HomeStore(const Home& home, Access access)
     : HomeSettings(home, access), parser(machine.crypto()),
       database(
@@ -46,6 +97,7 @@ HomeStore::HomeStore(const Home& home, Access access)
       log(database, settings, parser, journal)
 {
     home.require_key();
+    require_right_key();
     database.BuildConnectionString();
     journal.require_success();
 }
@@ -61,6 +113,23 @@ HomeDirectory::HomeDirectory(const Home& home, Access access) : HomeStore(home, 
     directory.SetUsers();
     directory.SetRooms();
     journal.require_success();
+}
+
+void require_key_of_passwords(const Home& home)
+{
+    std::error_code ignored;
+    if (HomeSettings(home, Access::Read).deployment.provider() == qz::platform::Provider::Embedded
+        && !std::filesystem::exists(home.folder() / qz::server::kDatabaseFile, ignored)) {
+        return;
+    }
+    HomeStore store(home, Access::Read);
+    const auto password = store.database.an_encoded_password();
+    if (password && !qz::attempt([&] { store.cipher.Decode(*password); })) {
+        throw CommandError(Exit::Configuration,
+            "the key file " + home.key_file().string()
+                + " is the wrong one: the stored passwords were not encoded with it\nPut the right one back "
+                  "from a backup.");
+    }
 }
 
 } // namespace velto

@@ -48,6 +48,16 @@ struct HomeSettings {
     /// Never makes a key.
     explicit HomeSettings(const Home& home, Access access = Access::ReadWrite);
 
+    /// What the entry says; nothing when it cannot be decoded.
+    std::optional<std::string> plain_value(const qz::config::SettingRow& row);
+    /// A key that opens none of the enciphered settings is the wrong one; where it opens some, the others
+    /// are.
+    bool has_right_key();
+    /// Names the key file when it is missing, damaged, unreadable or not the one of the settings.
+    std::optional<std::string> complaint_about_key();
+    /// @throws CommandError 78 when there is a complaint about the key.
+    void require_right_key();
+
     qz::platform::AsioMachine machine;
     CommandJournal journal;
     qz::config::IniFile ini;
@@ -60,13 +70,12 @@ struct HomeSettings {
 struct HomeStore : HomeSettings {
     /// Opens the database. ReadWrite makes it when it is not there yet, and brings it to this program's
     /// schema.
-    /// @throws CommandError 78 when there is no key, 1 when the database cannot be opened.
+    /// @throws CommandError 78 when there is no key or the wrong one, 1 when the database cannot be opened.
     explicit HomeStore(const Home& home, Access access = Access::ReadWrite);
 
     /// Makes what the command changed last: without it the changes go with the connection.
     /// @throws CommandError 1 when that fails, or a room reported a failure before.
     void commit();
-
     qz::helpers::MessageParser parser;
     qz::store::Database database;
     qz::store::ActivityLog log;
@@ -80,5 +89,10 @@ struct HomeDirectory : HomeStore {
     qz::store::Directory directory{database, counters, journal};
     qz::store::Accounts accounts{database, directory, parser, cipher, journal};
 };
+
+/// For commands that encode passwords: two keys in one table would lock half of the users out. Changes
+/// nothing in the home, where the opening for a change may already encode defaults.
+/// @throws CommandError 78 when those that are stored were encoded with another key.
+void require_key_of_passwords(const Home& home);
 
 } // namespace velto

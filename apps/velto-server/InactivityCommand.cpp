@@ -92,7 +92,7 @@ public:
     void ReportError(
         std::string_view /*routine*/, const qz::EngineError& error, const std::string& /*address*/) override
     {
-        std::cerr << "warning: " << qz::printable(error.description()) << "\n";
+        warn(error.description());
     }
     void raise_error(
         std::string_view routine, const qz::EngineError& error, const std::string& address) override

@@ -64,6 +64,7 @@ void run_user_add(const Home& home, const NewUser& user, const PasswordSource& p
 {
     require_user_name(user.name);
     home.require_initialised();
+    require_key_of_passwords(home);
     HomeDirectory store(home);
     if (store.directory.user_named_in_any_case(user.name) != nullptr) {
         throw CommandError(
@@ -123,6 +124,7 @@ void run_user_show(const Home& home, const std::string& name, bool json)
 void run_user_password(const Home& home, const std::string& name, const PasswordSource& password)
 {
     home.require_initialised();
+    require_key_of_passwords(home);
     HomeDirectory store(home);
     const auto stored_name = require_user(store, name).UserName;
     const auto secret = take_password(password, stored_name);

@@ -186,7 +186,14 @@ TEST_F(HomeTest, WithoutItsKeyAHomeStaysAsItIs)
     changes_nothing({"config", "get", "DB SetUp/dbPassword"}, 78);
     changes_nothing({"config", "set", "DB SetUp/dbPassword"}, 78, secret);
     changes_nothing({"config", "get", "Mail/Port"}, 0);
-    ASSERT_NE(server.run({"call", "set_DBPassword", "other"}), 0) << "an engine makes none either";
+    changes_nothing({"call", "set_DBPassword", "other"}, 78);
+    changes_nothing({"call", "get_DBPassword"}, 78);
+    EXPECT_THAT(server.output, HasSubstr("VELTO_Server.key"));
+    run_well({"config", "set", "Mail/Port", "26"});
+    EXPECT_THAT(server.output, HasSubstr("warning: the key file"));
+    const auto copy = (server.home().parent_path() / "copy.tar").string();
+    changes_nothing({"backup", copy}, 0);
+    EXPECT_THAT(server.output, HasSubstr("warning: the key file"));
     EXPECT_FALSE(fs::exists(key()));
 
     const auto other = server.home().parent_path() / "other";
@@ -195,11 +202,29 @@ TEST_F(HomeTest, WithoutItsKeyAHomeStaysAsItIs)
     changes_nothing({"check"}, 78);
     EXPECT_THAT(server.output, HasSubstr("the enciphered settings were not encoded with this key"));
     changes_nothing({"run"}, 78);
+    const auto needs_the_key = [&] {
+        for (const auto& command : std::vector<std::vector<std::string>>{
+                 {"user", "add", "ben", "--password-stdin"}, {"user", "password", "ada", "--password-stdin"},
+                 {"config", "set", "DB SetUp/dbPassword"}, {"call", "get_DBPassword"}}) {
+            changes_nothing(command, 78, secret);
+            EXPECT_THAT(server.output, HasSubstr("VELTO_Server.key"));
+        }
+    };
+    needs_the_key();
+    changes_nothing({"config", "get", "DB SetUp/dbPassword"}, 78);
+    changes_nothing({"backup", copy, "--force"}, 0);
+    EXPECT_THAT(server.output, HasSubstr("warning: the key file"));
     const auto good = test::bytes_of(settings());
     replace_in_settings("[DB SetUp]", "[Other]");
+    changes_nothing({"user", "add", "ben", "--password-stdin"}, 78, secret);
+    changes_nothing({"user", "password", "ada", "--password-stdin"}, 78, secret);
     changes_nothing({"check"}, 78);
     EXPECT_THAT(server.output, HasSubstr("the stored passwords were not encoded with this key"));
     changes_nothing({"run"}, 78);
+    test::put_bytes(key(), "no key\n");
+    needs_the_key();
+    changes_nothing({"check"}, 78);
+    EXPECT_THAT(server.output, HasSubstr("this is not a key file"));
     test::put_bytes(settings(), good);
 
     fs::rename(kept, key());
