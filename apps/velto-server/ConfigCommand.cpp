@@ -1,15 +1,20 @@
 #include "ConfigCommand.h"
 
+#include "HomeLock.h"
 #include "HomeStore.h"
+#include "StatusFile.h"
 #include "base/Text.h"
 #include "common/Console.h"
 #include "common/Exit.h"
 #include "config/SettingTable.h"
 #include "config/SettingsFaults.h"
+#include "platform/AtomicFile.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 namespace velto {
 
@@ -110,6 +115,36 @@ void require_one_entry(const HomeSettings& home, const SettingRow& row, const st
     }
 }
 
+/// What is written into a file that the running server does not use would not count, and would make it look
+/// as if it were whole. Waits until the server has looked at what somebody else has just changed.
+void require_in_use(const Home& home)
+{
+    constexpr std::chrono::seconds kPatience(
+        7); // stillness, and a sign of life that comes every five seconds
+    constexpr std::chrono::milliseconds kPause(100);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    for (;;) {
+        const auto process = HomeLock::holder(home);
+        const auto settings = qz::platform::AtomicFile(home.settings_file()).read();
+        const auto status = process ? StatusFile(home).read(*process) : std::nullopt;
+        if (!settings || !status || status->is_silent() || settings->is_sealed()) {
+            return;
+        }
+        const bool is_known = status->written > (std::max)(settings->stamp.changed, settings->stamp.modified);
+        if (is_known && status->object.value("settings_in_force", true)) {
+            return;
+        }
+        const auto trouble = status->object.value("settings_trouble", std::string());
+        if ((is_known && !trouble.empty()) || std::chrono::steady_clock::now() > deadline) {
+            throw CommandError(Exit::Configuration,
+                "the running server does not use the settings file as it is: "
+                    + (trouble.empty() ? "it keeps changing" : trouble)
+                    + "\nNothing was written. Mend the file, or put it back from a backup.");
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+}
+
 } // namespace
 
 void run_config_list(const Home& home, ListForm form)
@@ -153,6 +188,7 @@ void run_config_set(const Home& home, const std::string& name, const std::option
     if (const auto complaint = complaint_about(row, text)) {
         throw CommandError(Exit::Usage, full_name(row) + ": " + *complaint);
     }
+    require_in_use(home);
     HomeSettings settings(home);
     if (row.encoded) {
         settings.require_right_key();

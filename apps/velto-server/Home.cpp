@@ -4,6 +4,8 @@
 #include "common/Exit.h"
 #include "config/IniFile.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -82,8 +84,23 @@ void Home::require_initialised() const
                       "then: "
                     + init_command());
         }
+        require_text(settings.document().bytes());
     } catch (const qz::EngineError& error) {
         throw CommandError(Exit::Configuration, error.description());
+    }
+}
+
+/// What stands behind a NUL in its line is not read, whatever it says.
+void Home::require_text(const std::string& settings) const
+{
+    const auto nul = settings.find('\0');
+    if (nul != std::string::npos) {
+        const auto line =
+            1 + std::count(settings.begin(), settings.begin() + static_cast<std::ptrdiff_t>(nul), '\n');
+        throw CommandError(Exit::Configuration,
+            "the settings file " + settings_file().string() + " is damaged or no text: line "
+                + std::to_string(line)
+                + " holds a NUL byte\nMend that line, or put the file back from a backup.");
     }
 }
 

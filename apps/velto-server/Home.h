@@ -25,12 +25,14 @@ public:
     void require_present() const;
     /// @throws CommandError 78 also when it cannot be written.
     void require_folder() const;
-    /// @throws CommandError 78 also when the settings file is missing, empty, or cannot be read.
+    /// @throws CommandError 78 also when the settings file is missing, empty, no text, or cannot be read.
     void require_initialised() const;
     /// @throws CommandError 78 when there is no key: only init makes one.
     void require_key() const;
 
 private:
+    void require_text(const std::string& settings) const;
+
     std::filesystem::path folder_;
 };
 

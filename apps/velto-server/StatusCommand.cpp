@@ -43,6 +43,9 @@ void print_status(const StatusFile::Content& status)
     }
     print_line("database", text_of(status.object, "database"));
     print_line("version", text_of(status.object, "version"));
+    if (const auto trouble = text_of(status.object, "settings_trouble"); !trouble.empty()) {
+        print_line("SETTINGS", trouble + "; the settings that were read before are in force");
+    }
     if (status.is_silent()) {
         print_line(
             "SILENT", "no sign of life for " + std::to_string(status.age) + " seconds; the server may hang");

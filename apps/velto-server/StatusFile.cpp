@@ -45,6 +45,8 @@ void StatusFile::write(const ServerIdentity& identity, const qz::server::Figures
     }
     object["database"] = figures.database;
     object["version"] = identity.version;
+    object["settings_in_force"] = figures.settings_in_force;
+    object["settings_trouble"] = figures.settings_trouble;
     const auto text = object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 
     const auto passing = path_.string() + ".new"; // only the holder of the home's lock writes here
@@ -77,7 +79,7 @@ std::optional<StatusFile::Content> StatusFile::read(pid_t process) const
         return std::nullopt;
     }
     const auto age = seconds_now() - file->stamp.modified / kNanoseconds;
-    return Content{std::move(object), (std::max)(age, std::int64_t{0})};
+    return Content{std::move(object), (std::max)(age, std::int64_t{0}), file->stamp.modified};
 }
 
 } // namespace velto

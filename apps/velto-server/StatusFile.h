@@ -35,7 +35,8 @@ public:
 
     struct Content {
         nlohmann::ordered_json object;
-        std::int64_t age = 0; // seconds since it was written
+        std::int64_t age = 0;     // seconds since it was written
+        std::int64_t written = 0; // when, in nanoseconds of the file's clock
         /// Whether the server hangs: it writes every five seconds, but a database may hold it up for ten.
         bool is_silent() const { return age > 15; }
     };

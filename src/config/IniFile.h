@@ -97,6 +97,8 @@ public:
     };
     /// As of the last access.
     const std::optional<Trouble>& trouble() const { return trouble_; }
+    /// False also while a change by others has not stood still for long enough.
+    bool is_in_force() const { return !trouble_ && !candidate_; }
 
     /// All entries, in the order of the file.
     std::vector<IniEntry> entries() const;

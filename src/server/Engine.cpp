@@ -84,7 +84,8 @@ Engine::Engine(platform::Machine& machine, MainEvents& events)
       announcements(connections, sender, journal),
       on_line_info(ini, connections, directory, presence, machine.clock(), journal),
       commands(database, parser, *this, journal), clock_guard(deployment, machine.clock(), journal),
-      housekeeping(settings, *this, journal), figures(connections, pool, message_queue, database, counters)
+      housekeeping(settings, *this, journal),
+      figures(connections, pool, message_queue, database, counters, ini)
 {
     journal.attach(activity_log, line_quota);
     database.tell(*this);

@@ -18,6 +18,9 @@ Figures FigureSource::read()
     // A database that is gone is reported by those who need it; the number of accounts is then the last one.
     attempt([&] { read_database(figures); });
     figures.accounts = accounts_;
+    ini_.generation(); // a look at the file
+    figures.settings_in_force = ini_.is_in_force();
+    figures.settings_trouble = ini_.trouble() ? ini_.trouble()->text : std::string();
     return figures;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Journal.h"
+#include "config/IniFile.h"
 #include "net/ConnectionTable.h"
 #include "net/SocketPool.h"
 #include "queue/MessageQueue.h"
@@ -18,9 +19,10 @@ namespace qz::server {
 class FigureSource {
 public:
     FigureSource(const net::ConnectionTable& connections, const net::SocketPool& pool,
-        const queue::MessageQueue& message_queue, store::Database& database, const store::Counters& counters)
+        const queue::MessageQueue& message_queue, store::Database& database, const store::Counters& counters,
+        const config::IniFile& ini)
         : connections_(connections), pool_(pool), message_queue_(message_queue), database_(database),
-          counters_(counters)
+          counters_(counters), ini_(ini)
     {
     }
 
@@ -34,6 +36,7 @@ private:
     const queue::MessageQueue& message_queue_;
     store::Database& database_;
     const store::Counters& counters_;
+    const config::IniFile& ini_;
     std::int64_t accounts_ = 0;
     std::optional<std::uint64_t> counted_mark_; // the change mark of `users` when they were counted
 };

@@ -18,7 +18,9 @@ struct Figures {
     std::int64_t messages_confirmed = 0;
     std::int64_t messages_expired = 0;
     std::int64_t accounts = 0;
-    std::string database; // what is connected, for people; empty while nothing is
+    std::string database;          // what is connected, for people; empty while nothing is
+    bool settings_in_force = true; // the settings file as it is now
+    std::string settings_trouble;  // why it is not, for people
 
     bool operator==(const Figures&) const = default;
 };

@@ -166,6 +166,42 @@ TEST_F(HomeTest, ConfigSetWritesNothingThatRunRefuses)
     run_well({"config", "set", "Safeguards/RoomNames", "True"});
 }
 
+TEST_F(HomeTest, ConfigSetLeavesAFileAloneThatTheRunningServerDoesNotUse)
+{
+    server.start();
+    const auto good = test::bytes_of(settings());
+    const auto set = [&](int code) {
+        SCOPED_TRACE(test::bytes_of(settings()));
+        const auto before = test::bytes_of(settings());
+        EXPECT_EQ(server.run({"config", "set", "Mail/Port", "26"}), code) << server.output;
+        if (code != 0) {
+            EXPECT_EQ(test::bytes_of(settings()), before);
+        }
+    };
+    test::put_bytes(settings(), std::string("\x7f\0x=y\n", 6));
+    set(78);
+    EXPECT_THAT(server.output, HasSubstr("NUL"));
+    test::put_bytes(settings(), good.substr(0, good.find("QueuedPerSender")));
+    set(78);
+    EXPECT_THAT(server.output, HasSubstr("not written to its end"));
+    run_well({"status"});
+    EXPECT_THAT(server.output, HasSubstr("not written to its end"));
+    test::put_bytes(settings(), good + "[Notes]\nby=hand\n");
+    set(0); // when the server has taken it over
+    EXPECT_THAT(test::bytes_of(settings()), testing::AllOf(HasSubstr("by=hand"), HasSubstr("Port=26")));
+
+    server.send_signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
+    test::put_bytes(settings(),
+        std::string(good).replace(
+            good.find("VerifySender=True"), 17, std::string("VerifySender=True\0x", 19)));
+    for (const auto& command :
+        std::vector<std::vector<std::string>>{{"check"}, {"run"}, {"config", "set", "Mail/Port", "26"}}) {
+        changes_nothing(command, 78);
+        EXPECT_THAT(server.output, HasSubstr("NUL"));
+    }
+}
+
 TEST_F(HomeTest, WithoutItsKeyAHomeStaysAsItIs)
 {
     fill();
