@@ -126,7 +126,7 @@ TEST_F(AdmissionTest, CapsNewConnectionsASecond)
     for (int i = 0; i < 30; ++i) {
         EXPECT_FALSE(comes_in("2001:db8::2"));
     }
-    set("Transport", "MaxConnectionsPerAddress", "");
+    server.engine.ini.DeleteIniEntry("Transport", "MaxConnectionsPerAddress");
     EXPECT_EQ(come_in("2001:db8::3", 50), 19) << "one network is one address";
 }
 
@@ -149,7 +149,7 @@ TEST_F(AdmissionTest, ClosesWhoDoesNotLogOnInTime)
     EXPECT_FALSE(ann.ended());
     EXPECT_THAT(lines("Socket "),
         ElementsAre("Log Socket " + std::to_string(idle.number()) + " closed: no logon within 60 seconds"));
-    set("Transport", "LogonSeconds", "");
+    server.engine.ini.DeleteIniEntry("Transport", "LogonSeconds");
     server.machine.clock().advance(1h);
     server.machine.tick();
     EXPECT_FALSE(later.ended());
@@ -182,7 +182,7 @@ TEST_F(AdmissionTest, ReadsMoreSlowlyFromWhoSendsTooFast)
         answered += qz::test::messages_in(fast.take()).size();
         EXPECT_NEAR(static_cast<double>(answered), 20 + 10 * seconds, 1);
     }
-    set("Safeguards", "MessagesPerSecond", "");
+    server.engine.ini.DeleteIniEntry("Safeguards", "MessagesPerSecond");
     server.machine.tick();
     answered += qz::test::messages_in(fast.take()).size();
     EXPECT_EQ(answered, 50U) << "nothing is lost";

@@ -99,7 +99,7 @@ TEST_F(RevokedSessionsTest, EndWithTheNextTickAndNoOthers)
 TEST_F(RevokedSessionsTest, StayWithoutTheSafeguardAndWhileTheTableCannotBeRead)
 {
     auto ann = on_line("ann");
-    server.engine.ini.WriteIniValue("Safeguards", "EndRevokedSessions", "");
+    server.engine.ini.DeleteIniEntry("Safeguards", "EndRevokedSessions");
     change("ann", "Password", "other");
     EXPECT_THAT(heard(ann), IsEmpty());
     server.engine.ini.WriteIniValue("Safeguards", "EndRevokedSessions", "True");

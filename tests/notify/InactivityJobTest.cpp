@@ -196,7 +196,7 @@ TEST_F(InactivityJobTest, CountsFromTheLastLogOnWhereItIsAskedTo)
     EXPECT_EQ(
         run(), (Texts{"d23@x.org VELTO account is expiring!", "never@x.org VELTO account is expiring!"}));
     EXPECT_TRUE(journal.failures.empty());
-    ini.WriteIniValue("Safeguards", "InactivityByLastLogon", "");
+    ini.DeleteIniEntry("Safeguards", "InactivityByLastLogon");
     last_log_ons.logged_on("d23");
     EXPECT_EQ(column(qz::store::tables::kLastLogOn, "LogOnTime").at(1), "2026-03-02 09:00:00")
         << "without the safeguard nothing is written";

@@ -190,7 +190,7 @@ TEST_F(SenderCheckTest, OnlyItsRecipientConfirmsAMessage)
     EXPECT_FALSE(confirmed(ann, 43));
     EXPECT_TRUE(confirmed(carl, 43));
     EXPECT_TRUE(confirmed(bob, 43));
-    set("VerifyReceipt", "");
+    set("VerifyReceipt", "False");
     write("bob", 44);
     EXPECT_TRUE(confirmed(carl, 44)) << "without the safeguard anybody confirms";
 }
