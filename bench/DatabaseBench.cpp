@@ -1,12 +1,13 @@
-// What the database costs: finding a statement, writing a log row, asking whether a table has changed.
+// What the database costs: writing a log row, asking whether a table has changed, the costly queries.
 
 #include "base/Clock.h"
-#include "platform/database/Shape.h"
 #include "platform/sqlite/SqliteProvider.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
+#include "store/Query.h"
 
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -36,7 +37,7 @@ public:
         std::filesystem::create_directories(folder_);
         ConnectionOptions options;
         options.database_file = folder_ / "VELTO.db";
-        options.statements = all_statements();
+        options.overrides = all_overrides();
         connection_ = make_sqlite_connection(options, clock_);
         connection_->Open("");
     }
@@ -57,30 +58,29 @@ private:
     std::unique_ptr<Connection> connection_;
 };
 
-std::string log_row(int user)
+template <typename... Plain> std::array<Value, sizeof...(Plain)> values(const Plain&... plain)
 {
-    return fill(statements::kInsertLogRow,
-        {"user" + std::to_string(user), "192.168.10.20", "LogOn successfully (version 1.5.61)"});
+    return {Value(plain)...};
+}
+
+std::string user(std::int64_t number)
+{
+    return "user" + std::to_string(number);
+}
+
+void add_log_row(Connection& connection, const std::string& name, const char* action)
+{
+    connection.add_row(tables::kLog, {{"UserName", "RemoteIP", "Action"}, {name, "192.168.10.20", action}});
 }
 
 void add_users(Connection& connection, int count)
 {
     for (int i = 0; i < count; ++i) {
-        connection.Execute(fill(statements::kInsertUser,
-            {"user" + std::to_string(i), "#0123456789abcdef", "First", "Last", "user@example.org"}));
+        connection.run(statements::kInsertUser,
+            values(user(i), "#0123456789abcdef", "First", "Last", "user@example.org"));
     }
-    connection.end_turn();
+    connection.commit();
 }
-
-void look_up_log_row(benchmark::State& state)
-{
-    const Catalogue catalogue(all_statements());
-    const auto sql = log_row(1);
-    while (state.KeepRunning()) {
-        benchmark::DoNotOptimize(catalogue.look_up(sql));
-    }
-}
-BENCHMARK(look_up_log_row);
 
 /// Turns of a hundred rows on a file, of so many users in no order: each has his own place in the index.
 void insert_log_rows(benchmark::State& state)
@@ -89,12 +89,12 @@ void insert_log_rows(benchmark::State& state)
     const auto users = static_cast<unsigned>(state.range(0));
     unsigned number = 0;
     while (state.KeepRunning()) {
-        database->Execute(log_row(static_cast<int>(number * 7919U % users)));
+        add_log_row(*database, user(number * 7919U % users), "LogOn successfully (version 1.5.61)");
         if (++number % 100 == 0) {
-            database->end_turn();
+            database->commit();
         }
     }
-    database->end_turn();
+    database->commit();
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(insert_log_rows)->Arg(1)->Arg(100)->Arg(5'000)->UseRealTime()->Iterations(200'000);
@@ -107,19 +107,19 @@ void message_row(benchmark::State& state)
     std::int64_t number = 0;
     while (state.KeepRunning()) {
         ++number;
-        const auto from = "user" + std::to_string(number * 7919 % 5'000);
-        const auto to = "user" + std::to_string(number * 104'729 % 5'000);
+        const auto from = user(number * 7919 % 5'000);
+        const auto to = user(number * 104'729 % 5'000);
         const auto msg_id = number * 1'299'709 % 1'000'000'007;
         database->insert_row(
-            tables::kMessages, {{"UserName_From", "UserName_To", "MsgID"}, {from, to, Value(msg_id)}});
-        const auto rows =
-            database->query(fill(statements::kSelectMessage, {from, to, std::to_string(msg_id)}));
-        database->update_row(tables::kMessages, rows.keys.front(), {{"Sent", "Delivered"}, {true, true}});
+            tables::kMessages, {{"UserName_From", "UserName_To", "MsgID"}, {from, to, msg_id}});
+        const Rows rows(statements::kSelectMessage,
+            database->query(statements::kSelectMessage, values(from, to, msg_id)));
+        database->update_row(tables::kMessages, rows.front().key(), {{"Sent", "Delivered"}, {true, true}});
         if (number % 100 == 0) {
-            database->end_turn();
+            database->commit();
         }
     }
-    database->end_turn();
+    database->commit();
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(message_row)->UseRealTime()->Iterations(100'000);
@@ -140,7 +140,7 @@ void load_users(benchmark::State& state)
     BenchDatabase database;
     add_users(*database, 10'000);
     while (state.KeepRunning()) {
-        benchmark::DoNotOptimize(database->query(std::string(statements::kSelectUsers.text)));
+        benchmark::DoNotOptimize(database->query(statements::kSelectUsers, {}));
     }
 }
 BENCHMARK(load_users)->Unit(benchmark::kMillisecond);
@@ -150,13 +150,12 @@ void find_duplicated_buddies(benchmark::State& state)
 {
     BenchDatabase database;
     for (int i = 0; i < 50'000; ++i) {
-        database->Execute(fill(statements::kInsertBuddy,
-            {"user" + std::to_string(i / 20), "user" + std::to_string(i % 997), "friends"}));
+        database->run(statements::kInsertBuddy, values(user(i / 20), user(i % 997), "friends"));
     }
-    database->Execute(fill(statements::kInsertBuddy, {"user0", "user0", "friends"}));
-    database->end_turn();
+    database->run(statements::kInsertBuddy, values("user0", "user0", "friends"));
+    database->commit();
     while (state.KeepRunning()) {
-        benchmark::DoNotOptimize(database->query(std::string(statements::kSelectDuplicatedBuddies.text)));
+        benchmark::DoNotOptimize(database->query(statements::kSelectDuplicatedBuddies, {}));
     }
 }
 BENCHMARK(find_duplicated_buddies)->Unit(benchmark::kMillisecond);
@@ -167,11 +166,11 @@ void find_inactive_users(benchmark::State& state)
     BenchDatabase database;
     add_users(*database, 1'000);
     for (int i = 0; i < 200'000; ++i) {
-        database->Execute(fill(statements::kInsertLogRow, {"user" + std::to_string(i % 1'000), "::1", "x"}));
+        add_log_row(*database, user(i % 1'000), "x");
     }
-    database->end_turn();
+    database->commit();
     while (state.KeepRunning()) {
-        benchmark::DoNotOptimize(database->query(fill(statements::kSelectInactiveUsers, {"23"})));
+        benchmark::DoNotOptimize(database->query(statements::kSelectInactiveUsers, values(23)));
     }
 }
 BENCHMARK(find_inactive_users)->Unit(benchmark::kMillisecond);

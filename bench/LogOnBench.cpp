@@ -55,18 +55,18 @@ std::string name_of(int number)
     return "user" + std::to_string(number);
 }
 
-void add_accounts(qz::platform::Connection& database)
+void add_accounts(qz::store::Database& database)
 {
     for (int i = 0; i < kLogOns; ++i) {
-        database.insert_row(
+        database.insert(
             qz::store::tables::kUsers, {{"UserName", "Password"}, {name_of(i), std::string("secret")}});
         for (int k = 1; k <= kBuddies; ++k) {
-            database.insert_row(qz::store::tables::kBuddies,
+            database.insert(qz::store::tables::kBuddies,
                 {{"UserName", "Buddy", "Group"},
                     {name_of(i), name_of((i + k) % kLogOns), std::string("friends")}});
         }
     }
-    database.end_turn();
+    database.turn_ended();
 }
 
 std::uint16_t free_port()
@@ -158,7 +158,7 @@ void logons_in_a_row(benchmark::State& state)
             Silent events;
             qz::platform::AsioMachine machine(folder);
             qz::server::Engine engine(machine, events);
-            add_accounts(engine.database.connection());
+            add_accounts(engine.database);
             const auto port = free_port();
             engine.set_ListeningPort(port);
             engine.Server_Start();

@@ -4,10 +4,10 @@
 
 #include "base/Text.h"
 #include "platform/SystemClock.h"
-#include "platform/database/Recordset.h"
 #include "platform/odbc/OdbcProvider.h"
 #include "platform/sqlite/SqliteProvider.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
+#include "store/Query.h"
 
 #include <benchmark/benchmark.h>
 
@@ -18,12 +18,14 @@
 #include <random>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 using namespace qz;
 using namespace qz::platform;
 using namespace qz::store::statements;
+using namespace qz::store::tables;
 
 class MessagePath {
 public:
@@ -41,43 +43,37 @@ public:
         for (auto id = first; id < next_; ++id) {
             confirm(id);
         }
-        connection_.end_turn();
+        connection_.commit();
     }
 
 private:
+    store::Rows query(const Statement& statement, const std::vector<Value>& values)
+    {
+        return {statement, connection_.query(statement, values)};
+    }
     void log(const std::string& action)
     {
-        connection_.Execute(fill(kInsertLogRow, {"ada", "192.0.2.1", action}));
+        connection_.add_row(kLog, {{"UserName", "RemoteIP", "Action"}, {"ada", "192.0.2.1", action}});
     }
     void put(std::int64_t id)
     {
-        connection_.query(fill(kSelectAutoReplyEnabled, {"ben"}));
-        Recordset row(connection_);
-        row.Open(std::string(kSelectMessagesForAdding.text));
-        row.AddNew();
-        row.SetField("UserName_From", "ada");
-        row.SetField("UserName_To", "ben");
-        row.SetField("MsgID", static_cast<double>(id));
-        row.Update();
+        query(kSelectAutoReplyEnabled, {"ben"});
+        connection_.add_row(
+            kMessages, {{"UserName_From", "UserName_To", "MsgID"}, {"ada", "ben", static_cast<double>(id)}});
         log("New message from ada to ben with MsgID " + std::to_string(id));
     }
     void write_back(std::int64_t id)
     {
-        Recordset row(connection_);
-        row.Open(fill(kSelectMessage, {"ada", "ben", std::to_string(id)}));
-        row.SetField("Sent", true);
-        for (const auto* field : {"SentTime", "ReceivedTime", "ExpirationTime"}) {
-            row.SetField(field, clock_.now());
-        }
-        row.Update();
+        const auto rows = query(kSelectMessage, {"ada", "ben", id});
+        const auto now = clock_.now();
+        connection_.update_row(kMessages, rows.front().key(),
+            {{"Sent", "SentTime", "ReceivedTime", "ExpirationTime"}, {true, now, now, now}});
     }
     void confirm(std::int64_t id)
     {
-        Recordset row(connection_);
-        row.Open(fill(kSelectMessagesByMsgID, {std::to_string(id)}));
-        row.SetField("Delivered", true);
-        row.SetField("DeliveredTime", clock_.now());
-        row.Update();
+        const auto rows = query(kSelectMessagesByMsgID, {id});
+        connection_.update_row(
+            kMessages, rows.front().key(), {{"Delivered", "DeliveredTime"}, {true, clock_.now()}});
         log("Message confirmed with MsgID " + std::to_string(id) + " from ada to ben");
     }
 
@@ -102,7 +98,7 @@ void messages_embedded(benchmark::State& state)
     const SystemClock clock;
     const auto file = std::filesystem::temp_directory_path() / ("velto-bench-" + std::to_string(getpid()));
     ConnectionOptions options;
-    options.statements = store::all_statements();
+    options.overrides = store::all_overrides();
     options.database_file = file;
     {
         const auto connection = make_sqlite_connection(options, clock);
@@ -123,7 +119,7 @@ void messages_by_odbc(benchmark::State& state)
         return;
     }
     ConnectionOptions options;
-    options.statements = store::all_statements();
+    options.overrides = store::all_overrides();
     const auto connection = make_odbc_connection(options);
     connection->Open(text);
     run_messages(state, *connection);

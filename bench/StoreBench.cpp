@@ -12,7 +12,7 @@
 #include "store/Counters.h"
 #include "store/Database.h"
 #include "store/Directory.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
 
 #include <benchmark/benchmark.h>
 
@@ -72,7 +72,7 @@ struct Store {
     qz::store::Database database{[this] {
                                      return machine.create_connection(
                                          {qz::platform::Provider::Embedded, qz::platform::Durability::Process,
-                                             folder.path / "VELTO.db", qz::store::all_statements()});
+                                             folder.path / "VELTO.db", qz::store::all_overrides()});
                                  },
         settings, deployment, journal};
     qz::store::ActivityLog log{database, settings, parser, journal};
@@ -103,8 +103,8 @@ void reload_unchanged_users(benchmark::State& state)
 {
     Store store;
     for (int i = 0; i < 10'000; ++i) {
-        store.database.execute(qz::store::statements::kInsertUser,
-            {"user" + std::to_string(i), "{v1}0123456789abcdef", "First", "Last", "user@example.org"});
+        store.database.run(qz::store::statements::kInsertUser, "user" + std::to_string(i),
+            "{v1}0123456789abcdef", "First", "Last", "user@example.org");
     }
     store.database.turn_ended();
     store.directory.SetUsers();
@@ -121,8 +121,8 @@ void load_all_users(benchmark::State& state)
     Store store;
     int number = 0;
     const auto add_user = [&] {
-        store.database.execute(qz::store::statements::kInsertUser,
-            {"user" + std::to_string(++number), "#0123456789abcdef", "First", "Last", "user@example.org"});
+        store.database.run(qz::store::statements::kInsertUser, "user" + std::to_string(++number),
+            "#0123456789abcdef", "First", "Last", "user@example.org");
     };
     while (number < 10'000) {
         add_user();

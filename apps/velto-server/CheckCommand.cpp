@@ -239,7 +239,7 @@ void check_secrets(HomeStore& store, Findings& findings)
 
 void check_schema(HomeStore& store, Findings& findings, const fs::path& where)
 {
-    auto& tables = store.database.connection().maintenance();
+    auto& tables = store.database.maintenance();
     const auto version = tables.schema_version();
     if (version < tables.current_schema_version()) {
         findings.add(kWarning, where,

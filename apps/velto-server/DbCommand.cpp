@@ -23,7 +23,7 @@ double latency(HomeStore& store)
     std::array<double, 11> times{};
     for (auto& time : times) {
         const auto begin = Clock::now();
-        store.database.open(qz::store::statements::kProbe).RecordCount();
+        store.database.query(qz::store::statements::kProbe);
         time = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
     }
     std::sort(times.begin(), times.end());
@@ -36,11 +36,10 @@ void run_db_init(const Home& home)
 {
     home.require_initialised();
     HomeStore store(home);
-    auto& connection = store.database.connection();
-    auto& tables = connection.maintenance();
+    auto& tables = store.database.maintenance();
     const auto before = tables.schema_version();
     tables.make_schema();
-    std::cout << qz::printable(connection.description()) << "\n"
+    std::cout << qz::printable(store.database.description()) << "\n"
               << (before == tables.current_schema_version() ? "The tables were there already"
                          : before == 0                      ? "The tables are made"
                                                             : "The tables are brought up to date")
@@ -51,21 +50,20 @@ Exit run_db_status(const Home& home, bool json)
 {
     home.require_initialised();
     HomeStore store(home, Access::Read);
-    auto& connection = store.database.connection();
-    const auto version = connection.maintenance().schema_version();
-    const auto current = connection.maintenance().current_schema_version();
+    const auto version = store.database.maintenance().schema_version();
+    const auto current = store.database.maintenance().current_schema_version();
     const bool usable = store.database.ConnectionTest() == store.database.get_ConnectionOK();
     if (json) {
         nlohmann::ordered_json status{
             {"provider", store.deployment.provider() == qz::platform::Provider::Odbc ? "odbc" : "embedded"},
-            {"database", connection.description()}, {"schema_version", version},
+            {"database", store.database.description()}, {"schema_version", version},
             {"current_schema_version", current}, {"usable", usable}};
         if (usable) {
             status["latency_ms"] = latency(store);
         }
         print_json(status);
     } else {
-        std::cout << "Database        " << qz::printable(connection.description()) << "\n"
+        std::cout << "Database        " << qz::printable(store.database.description()) << "\n"
                   << "Schema version  " << version << " (this program's is " << current << ")\n";
         if (usable) {
             std::cout << "Latency         " << latency(store) << " ms\n";

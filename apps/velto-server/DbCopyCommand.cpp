@@ -295,8 +295,8 @@ void run_db_copy(const DbCopyOptions& options)
     require_same_key(from, to);
     HomeStore from_store(from);
     HomeStore to_store(to);
-    auto& source = from_store.database.connection().maintenance();
-    auto& target = to_store.database.connection().maintenance();
+    auto& source = from_store.database.maintenance();
+    auto& target = to_store.database.maintenance();
     target.make_schema();
     require_two_databases(source, target);
     if (!options.replace) {

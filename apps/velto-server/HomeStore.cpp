@@ -6,7 +6,7 @@
 #include "common/Exit.h"
 #include "config/SettingTable.h"
 #include "server/HomeFiles.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
 
 namespace velto {
 
@@ -90,7 +90,7 @@ HomeStore::HomeStore(const Home& home, Access access)
           [this, access] {
               using qz::platform::DatabaseAccess;
               return machine.create_connection({deployment.provider(), deployment.durability(),
-                  machine.home() / qz::server::kDatabaseFile, qz::store::all_statements(),
+                  machine.home() / qz::server::kDatabaseFile, qz::store::all_overrides(),
                   access == Access::Read ? DatabaseAccess::Read : DatabaseAccess::ReadWrite});
           },
           settings, deployment, journal),

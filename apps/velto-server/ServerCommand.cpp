@@ -40,12 +40,11 @@ class Elsewhere final : public qz::server::CommandActions {
 };
 
 /// The keys of the commands that wait, oldest first.
-std::vector<std::int32_t> waiting_commands(HomeStore& store)
+std::vector<std::int64_t> waiting_commands(HomeStore& store)
 {
-    std::vector<std::int32_t> keys;
-    for (auto rows = store.database.open(qz::store::statements::kSelectCommands); !rows.AtEnd();
-         rows.MoveNext()) {
-        keys.push_back(rows.Fields("IDCommand").integer());
+    std::vector<std::int64_t> keys;
+    for (const auto& row : store.database.query(qz::store::statements::kSelectCommands)) {
+        keys.push_back(row.key());
     }
     return keys;
 }
@@ -59,7 +58,7 @@ std::chrono::seconds patience_with(const Home& home, pid_t process)
 /// The server removes the row of a command when it has carried it out.
 /// @param key  of the row.
 /// @throws CommandError 3 when the server ends before, 4 when it takes too long.
-void wait_until_carried_out(HomeStore& store, const Home& home, pid_t process, std::int32_t key)
+void wait_until_carried_out(HomeStore& store, const Home& home, pid_t process, std::int64_t key)
 {
     const auto begin = std::chrono::steady_clock::now();
     const auto waits = [&] {

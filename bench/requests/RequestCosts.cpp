@@ -132,22 +132,22 @@ private:
     void fill_tables()
     {
         using namespace qz::store::tables;
-        auto& database = engine.database.connection();
+        auto& database = engine.database;
         for (int i = 0; i < accounts_; ++i) {
-            database.insert_row(kUsers,
+            database.insert(kUsers,
                 {{"UserName", "Password", "FirstName", "LastName", "IMClientInUse"},
                     {user(i), std::string("secret"), std::string("Given") + std::to_string(i),
                         std::string("Family"), std::string("1.0.0")}});
             for (int k = 1; k <= kBuddiesOfEach; ++k) {
-                database.insert_row(kBuddies,
+                database.insert(kBuddies,
                     {{"UserName", "Buddy", "Group"},
                         {user(i), user((i + k) % accounts_), std::string("friends")}});
             }
         }
         for (int i = 0; i < accounts_ / 10; ++i) {
-            database.insert_row(kRooms, {{"RoomName", "UserName_Owner"}, {room(i), user(i)}});
+            database.insert(kRooms, {{"RoomName", "UserName_Owner"}, {room(i), user(i)}});
         }
-        database.end_turn();
+        database.turn_ended();
     }
 
     int accounts_;

@@ -43,7 +43,6 @@ const std::string& source_of(DatabaseError error)
     case DatabaseError::NoConnection:
     case DatabaseError::NoCurrentRow:
     case DatabaseError::NoSuchField:
-    case DatabaseError::ReadOnlyRecordset:
         return kRecordsetSource;
     default:
         return kProviderSource;

@@ -52,11 +52,10 @@ enum class DatabaseError : std::uint32_t {
     MissingTable = 0x80040E37,
     RowGone = 0x80040E38,
     LogonFailed = 0x80040E4D,
-    ConnectionClosed = 3704, // Execute on a closed connection
-    NoConnection = 3709,     // a recordset on a closed connection
+    ConnectionClosed = 3704, // a statement or an edit on a closed connection
+    NoConnection = 3709,     // a query or an insert on a closed connection
     NoCurrentRow = 3021,
     NoSuchField = 3265,
-    ReadOnlyRecordset = 3251,
 };
 
 constexpr std::int32_t number_of(DatabaseError error)

@@ -21,10 +21,8 @@ struct TableMarks {
     {
         std::optional<TableMarks> marks;
         attempt([&] {
-            auto& connection = database.connection();
-            marks = {connection.change_mark(store::tables::kUsers),
-                connection.change_mark(store::tables::kLog),
-                connection.change_mark(store::tables::kLastLogOn)};
+            marks = {database.change_mark(store::tables::kUsers), database.change_mark(store::tables::kLog),
+                database.change_mark(store::tables::kLastLogOn)};
         });
         return marks;
     }

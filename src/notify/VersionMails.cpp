@@ -84,14 +84,14 @@ void VersionMails::CheckOldVersions()
             return;
         }
         done_.reset();
-        auto rows = sources_.database.open(store::statements::kSelectClientVersions);
-        for (; !rows.AtEnd(); rows.MoveNext()) {
-            const auto& client = rows.Fields("IMClientInUse");
-            const auto name = rows.Fields("UserName").text();
+        for (const auto& row : sources_.database.query(store::statements::kSelectClientVersions)) {
+            const auto& client = row["IMClientInUse"];
+            const auto name = row["UserName"].text();
             if (!client.is_null() && is_newer(latest, client.text())
                 && sources_.accounts.ScreenName_Enabled(name)) {
                 SendLastVersionViaEmail(name);
             }
+            sources_.database.require_open();
         }
         done_ = before;
     });

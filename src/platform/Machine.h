@@ -11,7 +11,6 @@
 
 #include <filesystem>
 #include <memory>
-#include <span>
 #include <string>
 
 namespace qz::platform {
@@ -30,8 +29,8 @@ enum class DatabaseAccess {
 struct ConnectionOptions {
     Provider provider = Provider::Embedded;
     Durability durability = Durability::Process;
-    std::filesystem::path database_file;   // of the embedded provider
-    std::span<const Statement> statements; // every text that will ever be run
+    std::filesystem::path database_file; // of the embedded provider
+    DatabaseOverrides overrides;         // outlive the connection
     DatabaseAccess access = DatabaseAccess::ReadWrite;
 };
 

@@ -1,7 +1,6 @@
 #include "queue/MessageRows.h"
 
 #include "base/Guarded.h"
-#include "base/Text.h"
 #include "store/Statements.h"
 
 #include <algorithm>
@@ -14,12 +13,6 @@ namespace statements = store::statements;
 namespace tables = store::tables;
 
 namespace {
-
-/// A name as it stands between quotes.
-std::string quoted(const std::string& name)
-{
-    return replace_all(name, "'", "''");
-}
 
 std::size_t hash_of(const std::string& sender, const std::string& recipient, double msg_id)
 {
@@ -35,7 +28,7 @@ std::int64_t MessageRows::save(const QueueEntry& entry)
     new_row_.values[0] = entry.sender;
     new_row_.values[1] = entry.recipient;
     new_row_.values[2] = entry.MsgID;
-    const auto key = database_.connection().add_row(tables::kMessages, new_row_);
+    const auto key = database_.add(tables::kMessages, new_row_);
     if (read_until_) {
         numbers_.add(entry.MsgID);
     }
@@ -59,15 +52,15 @@ bool MessageRows::contains(const std::string& sender, const std::string& recipie
         return false;
     }
     const bool saved = saved_.contains(hash); // or one with the same hash
-    return database_.connection().finds(saved ? statements::kSelectMessage : statements::kFindMessage,
-        {quoted(sender), quoted(recipient), decimal(msg_id)});
+    return database_.finds(
+        saved ? statements::kSelectMessage : statements::kFindMessage, sender, recipient, msg_id);
 }
 
 void MessageRows::read_numbers(std::int64_t count)
 {
     if (!read_until_) {
-        auto last = database_.open(statements::kSelectLastMessage);
-        const auto& key = last.Fields("LastMessage");
+        const auto last = database_.query(statements::kSelectLastMessage);
+        const auto& key = last.front()["LastMessage"];
         last_before_ = key.is_null() ? 0 : static_cast<std::int64_t>(key.number());
         read_until_ = 0;
         numbers_.make_room(static_cast<std::size_t>((std::min)(count, last_before_)));
@@ -76,13 +69,12 @@ void MessageRows::read_numbers(std::int64_t count)
         return;
     }
     const auto until = (std::min)(*read_until_ + count, last_before_);
-    database_.connection().visit(
-        platform::fill(statements::kSelectMsgIDs, {std::to_string(*read_until_), std::to_string(until)}),
-        [&](const auto& /*columns*/, const std::vector<platform::Value>& row) {
-            if (!row.front().is_null()) { // or a text, which other programs can write
-                attempt([&] { numbers_.add(row.front().number()); });
-            }
-        });
+    const auto add = [&](const auto& /*columns*/, const std::vector<platform::Value>& row) {
+        if (!row.front().is_null()) { // or a text, which other programs can write
+            attempt([&] { numbers_.add(row.front().number()); });
+        }
+    };
+    database_.visit(statements::kSelectMsgIDs, add, *read_until_, until);
     read_until_ = until;
 }
 
@@ -99,12 +91,8 @@ void MessageRows::write_back(const QueueEntry& entry)
     if (entry.message_row != 0 && write_known(entry.message_row)) {
         return;
     }
-    auto row = database_.open(
-        statements::kSelectMessage, {quoted(entry.sender), quoted(entry.recipient), decimal(entry.MsgID)});
-    for (std::size_t i = 0; i < state_.columns.size(); ++i) {
-        row.SetField(state_.columns[i], state_.values[i]);
-    }
-    row.Update();
+    const auto rows = database_.query(statements::kSelectMessage, entry.sender, entry.recipient, entry.MsgID);
+    database_.update(tables::kMessages, rows.front().key(), state_);
 }
 
 void MessageRows::set_state(const QueueEntry& entry)
@@ -124,7 +112,7 @@ void MessageRows::set_state(const QueueEntry& entry)
 bool MessageRows::write_known(std::int64_t row)
 {
     try {
-        database_.connection().update_row(tables::kMessages, row, state_);
+        database_.update(tables::kMessages, row, state_);
         return true;
     } catch (const EngineError& error) {
         if (error.number() != number_of(DatabaseError::RowGone)) {
@@ -136,22 +124,20 @@ bool MessageRows::write_known(std::int64_t row)
 
 ConfirmedRow MessageRows::confirm(double msg_id, const std::string& recipient, DateTime now)
 {
-    const auto id = decimal(msg_id);
-    auto row = recipient.empty()
-        ? database_.open(statements::kSelectMessagesByMsgID, {id})
-        : database_.open(statements::kSelectMessagesOfRecipient, {id, replace_all(recipient, "'", "''")});
-    ConfirmedRow found{.rows = row.RecordCount()};
+    const auto rows = recipient.empty()
+        ? database_.query(statements::kSelectMessagesByMsgID, msg_id)
+        : database_.query(statements::kSelectMessagesOfRecipient, msg_id, recipient);
+    ConfirmedRow found{.rows = static_cast<std::int32_t>(rows.size())};
     if (found.rows != 1) {
         return found;
     }
-    found.receipt_requested = row.Fields("ReceiptRequested").boolean();
-    found.sender = row.Fields("UserName_From").text();
-    found.recipient = row.Fields("UserName_To").text();
-    const auto expiration = row.Fields("ExpirationTime").date();
-    found.was_expired = !row.Fields("Delivered").boolean() && !expiration.empty() && expiration < now;
-    row.SetField("Delivered", true);
-    row.SetField("DeliveredTime", now);
-    row.Update();
+    const auto row = rows.front();
+    found.receipt_requested = row["ReceiptRequested"].boolean();
+    found.sender = row["UserName_From"].text();
+    found.recipient = row["UserName_To"].text();
+    const auto expiration = row["ExpirationTime"].date();
+    found.was_expired = !row["Delivered"].boolean() && !expiration.empty() && expiration < now;
+    database_.update(tables::kMessages, row.key(), {{"Delivered", "DeliveredTime"}, {true, now}});
     return found;
 }
 

@@ -4,7 +4,7 @@
 #include "helpers/ProtocolKeywords.h"
 #include "helpers/ServerCommandNames.h"
 #include "server/HomeFiles.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -120,7 +120,7 @@ void Engine::require_nothing_encoded()
     bool encoded = std::any_of(entries.begin(), entries.end(), [](const config::IniEntry& entry) {
         return entry.value.starts_with(helpers::SettingsCipher::Marker);
     });
-    if (database.connection().State() == platform::ConnectionState::Open) {
+    if (database.is_open()) {
         const bool read = attempt([&] { encoded = encoded || database.an_encoded_password(); });
         encoded = encoded || (embedded && !read);
     } else if (embedded) {
@@ -347,7 +347,7 @@ platform::ServerSocket& Engine::server_socket()
 std::unique_ptr<platform::Connection> Engine::create_connection() const
 {
     return machine_.create_connection({deployment.provider(), deployment.durability(),
-        machine_.home() / kDatabaseFile, store::all_statements()});
+        machine_.home() / kDatabaseFile, store::all_overrides()});
 }
 
 void Engine::run_frequent_jobs()

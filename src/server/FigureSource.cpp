@@ -26,12 +26,11 @@ Figures FigureSource::read()
 
 void FigureSource::read_database(Figures& figures)
 {
-    auto& connection = database_.connection();
-    if (connection.State() != platform::ConnectionState::Open) {
+    if (!database_.is_open()) {
         return;
     }
-    figures.database = connection.description();
-    const auto mark = connection.change_mark(store::tables::kUsers);
+    figures.database = database_.description();
+    const auto mark = database_.change_mark(store::tables::kUsers);
     if (mark == counted_mark_) {
         return;
     }

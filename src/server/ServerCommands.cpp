@@ -26,7 +26,7 @@ ServerCommands::ServerCommands(store::Database& database, const helpers::Message
 void ServerCommands::set_ServerCommand(const std::string& command, const std::string& parameters)
 {
     guarded(journal_, "set_ServerCommand", no_address, [&] {
-        database_.execute(store::statements::kInsertCommand, {command, parameters});
+        database_.run(store::statements::kInsertCommand, store::Quoted{command}, store::Quoted{parameters});
     });
 }
 
@@ -34,9 +34,9 @@ void ServerCommands::delete_ServerCommand(std::int32_t id)
 {
     guarded(journal_, "delete_ServerCommand", no_address, [&] {
         if (id == 0) {
-            database_.execute(store::statements::kDeleteAllCommands);
+            database_.run(store::statements::kDeleteAllCommands);
         } else {
-            database_.execute(store::statements::kDeleteCommand, {std::to_string(id)});
+            database_.run(store::statements::kDeleteCommand, id);
         }
     });
 }
@@ -81,17 +81,14 @@ void ServerCommands::SendLastVersionToClients()
 
 void ServerCommands::CheckServerCommand()
 {
-    const auto is_away = [&] {
-        return database_.connection().State() == platform::ConnectionState::Closed;
-    };
     guarded(journal_, "CheckServerCommand", no_address, [&] {
-        if (is_away()) {
+        if (!database_.is_open()) {
             return; // an outage of the database is logged once, not with each tick
         }
         try {
             poll();
         } catch (const EngineError&) {
-            if (!is_away()) { // a link that breaks here is told of by its connection
+            if (database_.is_open()) { // a link that breaks here is told of by its connection
                 throw;
             }
         }
@@ -101,17 +98,18 @@ void ServerCommands::CheckServerCommand()
 void ServerCommands::poll()
 {
     std::optional<std::uint64_t> mark;
-    attempt([&] { mark = database_.connection().change_mark(store::tables::kCommand); });
+    attempt([&] { mark = database_.change_mark(store::tables::kCommand); });
     if (mark && mark == empty_mark_) {
         return;
     }
-    auto rows = database_.open(store::statements::kSelectCommands);
-    if (rows.RecordCount() == 0) {
+    const auto rows = database_.query(store::statements::kSelectCommands);
+    if (rows.empty()) {
         empty_mark_ = mark;
     }
-    for (; !rows.AtEnd(); rows.MoveNext()) {
-        carry_out(rows.Fields("Action").text(), rows.Fields("Parameters").text());
-        delete_ServerCommand(rows.Fields("IDCommand").integer());
+    for (const auto& row : rows) {
+        carry_out(row["Action"].text(), row["Parameters"].text());
+        delete_ServerCommand(row["IDCommand"].integer());
+        database_.require_open();
     }
 }
 

@@ -67,9 +67,9 @@ bool Accounts::set_NewScreenName(const std::string& name, const std::string& ema
         }
         const auto stored_name = lower(parser_.CleanText(name));
         const auto insert = [&] {
-            database_.execute(statements::kInsertUser,
-                {stored_name, parser_.CleanText(password), parser_.CleanText(first_name),
-                    parser_.CleanText(last_name), parser_.CleanText(email)});
+            database_.run(statements::kInsertUser, Quoted{stored_name}, Quoted{parser_.CleanText(password)},
+                Quoted{parser_.CleanText(first_name)}, Quoted{parser_.CleanText(last_name)},
+                Quoted{parser_.CleanText(email)});
         };
         store_password(password, [&] { directory_.add_user(stored_name, insert); });
         journal_.log_own("Addded new screenname (" + name + ")");
@@ -81,19 +81,15 @@ bool Accounts::set_MyDetails(
     const std::string& name, const AccountDetails& details, const std::string& remote_ip)
 {
     return guarded(journal_, "set_MyDetails", remote_ip, false, [&] {
-        auto row = row_of(statements::kSelectUserForDetails, name);
-        if (row.AtEnd()) {
+        const auto rows = row_of(statements::kSelectUserForDetails, name);
+        if (rows.empty()) {
             return false;
         }
-        row.SetField("Password", details.Password);
-        row.SetField("FirstName", details.FirstName);
-        row.SetField("LastName", details.LastName);
-        row.SetField("Email", details.Email);
-        row.SetField("Phone", details.Phone);
-        row.SetField("Fax", details.Fax);
-        row.SetField("HomePage", details.HomePage);
-        row.SetField("Country", details.Country);
-        store_password(details.Password, [&] { update(name, row); });
+        const platform::RowChange change{
+            {"Password", "FirstName", "LastName", "Email", "Phone", "Fax", "HomePage", "Country"},
+            {details.Password, details.FirstName, details.LastName, details.Email, details.Phone, details.Fax,
+                details.HomePage, details.Country}};
+        store_password(details.Password, [&] { update(name, rows, change); });
         directory_.SetUsers();
         return true;
     });
@@ -103,12 +99,11 @@ bool Accounts::set_ScreenNamePassword(
     const std::string& name, const std::string& password, const std::string& remote_ip)
 {
     return guarded(journal_, "set_ScreenNamePassword", remote_ip, false, [&] {
-        auto row = row_of(statements::kSelectPasswordForSetting, name);
-        if (row.RecordCount() < 1) {
+        const auto rows = row_of(statements::kSelectPasswordForSetting, name);
+        if (rows.empty()) {
             return false;
         }
-        row.SetField("Password", password);
-        store_password(password, [&] { update(name, row); });
+        store_password(password, [&] { update(name, rows, {{"Password"}, {password}}); });
         directory_.SetUsers();
         return true;
     });
@@ -122,10 +117,9 @@ bool Accounts::ChangeUserNamePassword(const std::string& name, const std::string
         if (!CheckScreenName_Password(name, old_password, remote_ip)) {
             return false;
         }
-        auto row = row_of(statements::kSelectPassword, name);
-        if (!row.AtEnd()) {
-            row.SetField("Password", new_password);
-            store_password(new_password, [&] { update(name, row); });
+        const auto rows = row_of(statements::kSelectPassword, name);
+        if (!rows.empty()) {
+            store_password(new_password, [&] { update(name, rows, {{"Password"}, {new_password}}); });
         }
         journal_.Log("Password Changed for " + name, name, remote_ip);
         service_message = "The password has been changed successfully, please relogon!";
@@ -136,10 +130,9 @@ bool Accounts::ChangeUserNamePassword(const std::string& name, const std::string
 void Accounts::set_ScreenName_Enabled(const std::string& name, bool enabled)
 {
     guarded(journal_, "Set_ScreenName_Enabled", no_address, [&] {
-        auto row = row_of(statements::kSelectUser, name);
-        if (!row.AtEnd()) {
-            row.SetField("AccountActive", enabled);
-            update(name, row);
+        const auto rows = row_of(statements::kSelectUser, name);
+        if (!rows.empty()) {
+            update(name, rows, {{"AccountActive"}, {enabled}});
         }
         directory_.SetUsers();
         directory_.ListAllUsers();
@@ -150,12 +143,11 @@ bool Accounts::save_client_version(
     const std::string& name, const std::string& version, const std::string& remote_ip)
 {
     return guarded(journal_, "CheckScreenName_Password", remote_ip, false, [&] {
-        auto row = row_of(statements::kSelectClientInUse, name);
-        if (row.RecordCount() < 1) {
+        const auto rows = row_of(statements::kSelectClientInUse, name);
+        if (rows.empty()) {
             return false;
         }
-        row.SetField("IMClientInUse", version);
-        update(name, row);
+        update(name, rows, {{"IMClientInUse"}, {version}});
         return true;
     });
 }
@@ -163,11 +155,11 @@ bool Accounts::save_client_version(
 void Accounts::EncryptDBPasswords()
 {
     guarded(journal_, "EncryptDBPasswords", no_address, [&] {
-        auto rows = database_.open(statements::kSelectPlainPasswords,
-            {helpers::SettingsCipher::Marker, helpers::SettingsCipher::Marker});
-        for (; !rows.AtEnd(); rows.MoveNext()) {
-            rows.SetField("Password", cipher_.Encode(rows.Fields("Password").text()));
-            rows.Update();
+        const std::string marker(helpers::SettingsCipher::Marker);
+        const auto length = static_cast<std::int64_t>(character_count(marker));
+        for (const auto& row : database_.query(statements::kSelectPlainPasswords, length, marker)) {
+            database_.update(
+                tables::kUsers, row.key(), {{"Password"}, {cipher_.Encode(row["Password"].text())}});
         }
         directory_.SetUsers();
     });
@@ -228,12 +220,13 @@ DateTime Accounts::Retrieve_UserCreationTime(const std::string& name) const
 BuddyCard Accounts::Retrieve_BuddyDetail(const std::string& buddy)
 {
     return guarded(journal_, "Retrieve_BuddyDetail", no_address, BuddyCard{}, [&] {
-        auto row = database_.open(statements::kSelectUser, {buddy});
-        if (row.AtEnd()) {
+        const auto rows = database_.query(statements::kSelectUser, Quoted{buddy});
+        if (rows.empty()) {
             return BuddyCard{};
         }
-        return BuddyCard{row.Fields("FirstName").text(), row.Fields("LastName").text(),
-            row.Fields("IMClientInUse").text(), row.Fields("Email").text()};
+        const auto row = rows.front();
+        return BuddyCard{row["FirstName"].text(), row["LastName"].text(), row["IMClientInUse"].text(),
+            row["Email"].text()};
     });
 }
 
@@ -247,14 +240,15 @@ template <typename Step> void Accounts::store_password(const std::string& passwo
     }
 }
 
-platform::Recordset Accounts::row_of(const platform::Statement& statement, const std::string& name)
+Rows Accounts::row_of(const platform::Statement& statement, const std::string& name)
 {
-    return database_.open(statement, {parser_.CleanText(name)});
+    return database_.query(statement, Quoted{parser_.CleanText(name)});
 }
 
-void Accounts::update(const std::string& name, platform::Recordset& row)
+void Accounts::update(const std::string& name, const Rows& rows, const platform::RowChange& change)
 {
-    directory_.change_user(parser_.CleanText(name), [&] { row.Update(); });
+    directory_.change_user(
+        parser_.CleanText(name), [&] { database_.update(tables::kUsers, rows.front().key(), change); });
 }
 
 std::string Accounts::field(std::string_view name, std::string UserRecord::*member) const

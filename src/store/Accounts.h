@@ -89,8 +89,8 @@ public:
 private:
     /// Runs a step that stores a password; its failure shows nothing of it where HidePasswords is on.
     template <typename Step> void store_password(const std::string& password, Step&& step);
-    platform::Recordset row_of(const platform::Statement& statement, const std::string& name);
-    void update(const std::string& name, platform::Recordset& row);
+    Rows row_of(const platform::Statement& statement, const std::string& name);
+    void update(const std::string& name, const Rows& rows, const platform::RowChange& change);
     std::string field(std::string_view name, std::string UserRecord::*member) const;
 
     Database& database_;

@@ -5,6 +5,8 @@
 #include "helpers/ProtocolKeywords.h"
 #include "store/Statements.h"
 
+#include <iterator>
+
 namespace qz::store {
 
 namespace {
@@ -53,14 +55,19 @@ void ActivityLog::Write2dbLog(
                                              : first_characters(from.text(), kRemoteIPWidth);
     const auto text = as_literal(line.text(), kActionWidth, text_room);
     try {
-        database_.execute(statements::kInsertLogRow, {name, address, text});
+        const auto value_of = [](std::string_view literal) {
+            return Parameter(Quoted{literal}).take_value(statements::kInsertLogRow);
+        };
+        new_row_.values[0] = value_of(name);
+        new_row_.values[1] = value_of(address);
+        new_row_.values[2] = value_of(text);
+        database_.add(tables::kLog, new_row_);
         ++rows_written_;
     } catch (...) { // not guarded(): reporting a failure writes a log row, and that would never end
         const auto error = current_error();
         journal_.raise_error("Write2dbLog",
             EngineError(error.number(), error.source(),
-                error.description() + " -> "
-                    + platform::fill(statements::kInsertLogRow, {name, address, text})),
+                error.description() + " -> " + stated_text(statements::kInsertLogRow, {name, address, text})),
             no_address);
     }
 }
@@ -80,7 +87,7 @@ void ActivityLog::ClearOldLog()
     attempt([&] {
         const auto days = settings_.get_LogOlderThan();
         if (days != 0) {
-            database_.execute(statements::kDeleteOldLog, {std::to_string(days)});
+            database_.run(statements::kDeleteOldLog, days);
         }
     });
 }
@@ -93,11 +100,9 @@ bool ActivityLog::clear_some()
         if (days == 0) {
             return;
         }
-        auto oldest = database_.open(statements::kSelectOldestLogRow);
-        if (!oldest.AtEnd() && oldest.Fields("DaysAgo").integer() >= days) {
-            const auto end = oldest.Fields("IDLog").integer() + kRowsAtOnce;
-            database_.execute(
-                statements::kDeleteFirstOldLogRows, {std::to_string(end), std::to_string(days)});
+        const auto oldest = database_.query(statements::kSelectOldestLogRow);
+        if (!oldest.empty() && oldest.front()["DaysAgo"].integer() >= days) {
+            database_.run(statements::kDeleteFirstOldLogRows, oldest.front().key() + kRowsAtOnce, days);
             more = true;
         }
     });
@@ -108,12 +113,10 @@ std::optional<DateTime> ActivityLog::time_of_newest_earlier_row()
 {
     std::optional<DateTime> time;
     attempt([&] {
-        auto rows = database_.open(statements::kSelectLogTimes, {std::to_string(rows_written_ + 1)});
-        for (auto own = rows_written_; own > 0 && !rows.AtEnd(); --own) {
-            rows.MoveNext();
-        }
-        if (!rows.AtEnd()) {
-            time = rows.Fields("ActionTime").date();
+        const auto own = static_cast<std::int64_t>(rows_written_);
+        const auto rows = database_.query(statements::kSelectLogTimes, own + 1);
+        if (rows.size() > rows_written_) {
+            time = (*std::next(rows.begin(), own))["ActionTime"].date();
         }
     });
     return time;
@@ -123,9 +126,11 @@ std::vector<std::string> ActivityLog::get_Log_web(std::int32_t last_record)
 {
     std::vector<std::string> lines;
     guarded(journal_, "get_Log_web", no_address, [&] {
-        auto rows = database_.open(statements::kSelectLogLines, {std::to_string(last_record)});
-        for (; !rows.AtEnd(); rows.MoveNext()) {
-            lines.push_back(rows.Fields("MyLog").text());
+        if (last_record < 0) { // databases differ in what they make of it
+            throw syntax_error(statements::kSelectLogLines);
+        }
+        for (const auto& row : database_.query(statements::kSelectLogLines, last_record)) {
+            lines.push_back(row["MyLog"].text());
         }
     });
     if (lines.empty()) {

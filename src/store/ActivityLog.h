@@ -54,6 +54,8 @@ private:
     const helpers::MessageParser& parser_;
     Journal& journal_;
     std::uint64_t rows_written_ = 0;
+    // Kept for its memory: it is filled again for every line.
+    platform::RowChange new_row_{{"UserName", "RemoteIP", "Action"}, std::vector<platform::Value>(3)};
 };
 
 } // namespace qz::store

@@ -17,7 +17,7 @@ bool AutoReplies::Retrieve_AutoReply(const std::string& user_name)
 {
     return guarded(journal_, "Retrieve_AutoReply", no_address, false, [&] {
         std::optional<std::uint64_t> mark; // none on a closed connection: the query reports what is wrong
-        attempt([&] { mark = database_.connection().change_mark(tables::kAutoReply); });
+        attempt([&] { mark = database_.change_mark(tables::kAutoReply); });
         if (!mark || mark != mark_ || enabled_.size() > kMostKept) {
             enabled_.clear();
             mark_ = mark;
@@ -30,29 +30,29 @@ bool AutoReplies::Retrieve_AutoReply(const std::string& user_name)
 
 bool AutoReplies::is_enabled(const std::string& user_name)
 {
-    auto row = database_.open(statements::kSelectAutoReplyEnabled, {user_name});
-    return !row.AtEnd() && row.Fields("Enabled").boolean();
+    const auto rows = database_.query(statements::kSelectAutoReplyEnabled, Quoted{user_name});
+    return !rows.empty() && rows.front()["Enabled"].boolean();
 }
 
 std::string AutoReplies::Retrieve_AutoReplyMessage(const std::string& user_name)
 {
     return guarded(journal_, "Retrieve_AutoReplyMessage", no_address, std::string{}, [&] {
-        auto row = database_.open(statements::kSelectAutoReplyMessage, {user_name});
-        return row.AtEnd() ? std::string{} : row.Fields("Message").text();
+        const auto rows = database_.query(statements::kSelectAutoReplyMessage, Quoted{user_name});
+        return rows.empty() ? std::string{} : rows.front()["Message"].text();
     });
 }
 
 bool AutoReplies::Update_AutoReply(const std::string& user_name, const std::string& message, bool enabled)
 {
     return guarded(journal_, "Update_AutoReply", no_address, false, [&] {
-        auto row = database_.open(statements::kSelectAutoReply, {user_name});
-        if (row.RecordCount() < 1) {
-            row.AddNew();
-            row.SetField("UserName", user_name);
+        const auto rows = database_.query(statements::kSelectAutoReply, Quoted{user_name});
+        if (rows.empty()) {
+            database_.insert(
+                tables::kAutoReply, {{"UserName", "Message", "Enabled"}, {user_name, message, enabled}});
+        } else {
+            database_.update(
+                tables::kAutoReply, rows.front().key(), {{"Message", "Enabled"}, {message, enabled}});
         }
-        row.SetField("Message", message);
-        row.SetField("Enabled", enabled);
-        row.Update();
         return true;
     });
 }

@@ -16,9 +16,8 @@ Buddies::Buddies(Database& database, Directory& directory, Accounts& accounts,
 
 void Buddies::insert(const std::string& user_name, const std::string& buddy, const std::string& group)
 {
-    directory_.add_buddy(user_name, buddy, [&] {
-        database_.execute(statements::kInsertBuddy, {user_name, buddy, group});
-    });
+    directory_.add_buddy(user_name, buddy,
+        [&] { database_.run(statements::kInsertBuddy, Quoted{user_name}, Quoted{buddy}, Quoted{group}); });
 }
 
 std::int16_t Buddies::BuddyDuplicated(const std::string& user_name, const std::string& buddy)
@@ -27,28 +26,26 @@ std::int16_t Buddies::BuddyDuplicated(const std::string& user_name, const std::s
         if (user_name.empty() || buddy.empty()) {
             return std::int16_t{0};
         }
-        auto rows = database_.open(
-            statements::kCountBuddyEntries, {parser_.CleanText(user_name), lower(parser_.CleanText(buddy))});
-        return rows.RecordCount() < 1 ? std::int16_t{0}
-                                      : to_integer<std::int16_t>(rows.Fields("CountOfBuddy").number());
+        const auto rows = database_.query(statements::kCountBuddyEntries,
+            Quoted{parser_.CleanText(user_name)}, Quoted{lower(parser_.CleanText(buddy))});
+        return rows.empty() ? std::int16_t{0}
+                            : to_integer<std::int16_t>(rows.front()["CountOfBuddy"].number());
     });
 }
 
 void Buddies::RemoveDuplicatedBuddies()
 {
     guarded(journal_, "RemoveDuplicatedBuddies", no_address, [&] {
-        auto& connection = database_.connection();
         // Taken before the rows are read: a change that comes in between makes the next pass look again.
         std::optional<Marks> marks;
         attempt([&] {
-            marks.emplace(connection.change_mark(tables::kBuddies), connection.change_mark(tables::kUsers));
+            marks.emplace(database_.change_mark(tables::kBuddies), database_.change_mark(tables::kUsers));
         });
         if (marks && marks == clean_) {
             return;
         }
         clean_.reset();
-        auto rows = database_.open(statements::kSelectDuplicatedBuddies);
-        if (!remove_duplicates(rows)) {
+        if (!remove_duplicates(database_.query(statements::kSelectDuplicatedBuddies))) {
             clean_ = marks;
         }
     });
@@ -60,28 +57,28 @@ void Buddies::remove_duplicates_of(const std::string& user_name, const std::stri
         if (buddy.empty() && accounts_.ScreenNameExist(user_name)) {
             return; // entries without a name are never counted, and there may be many of them
         }
-        auto rows = database_.open(statements::kSelectBuddyEntries, {user_name, buddy});
-        if (rows.RecordCount() > 1) {
+        const auto rows = database_.query(statements::kSelectBuddyEntries, Quoted{user_name}, Quoted{buddy});
+        if (rows.size() > 1) {
             remove_duplicates(rows);
         }
     });
 }
 
 /// @return whether anything was deleted.
-bool Buddies::remove_duplicates(platform::Recordset& rows)
+bool Buddies::remove_duplicates(const Rows& rows)
 {
     bool deleted = false;
-    for (; !rows.AtEnd(); rows.MoveNext()) {
-        const auto owner = rows.Fields("UserName").text();
-        const auto buddy = rows.Fields("Buddy").text();
+    for (const auto& row : rows) {
+        const auto owner = row["UserName"].text();
+        const auto buddy = row["Buddy"].text();
         // The oldest row survives: rows are visited newest first, and counted anew each time.
         if (!accounts_.ScreenNameExist(owner, helpers::protocol_keywords().HostAddress)
             || BuddyDuplicated(owner, buddy) >= 2) {
-            const BuddyRecord gone{rows.Fields("IDBuddies").integer(), buddy, {}, {}, {}, {}, owner};
-            directory_.remove_row(gone, [&] { rows.Delete(); });
-            rows.Update();
+            const BuddyRecord gone{row["IDBuddies"].integer(), buddy, {}, {}, {}, {}, owner};
+            directory_.remove_row(gone, [&] { database_.remove(tables::kBuddies, row.key()); });
             deleted = true;
         }
+        database_.require_open();
     }
     return deleted;
 }
@@ -91,9 +88,8 @@ void Buddies::Delete_Buddy(
 {
     guarded(journal_, "Delete_Buddy", remote_ip, [&] {
         const auto clean_buddy = parser_.CleanText(buddy);
-        directory_.change_buddy(user_name, clean_buddy, [&] {
-            database_.execute(statements::kDeleteBuddy, {user_name, clean_buddy});
-        });
+        directory_.change_buddy(user_name, clean_buddy,
+            [&] { database_.run(statements::kDeleteBuddy, Quoted{user_name}, Quoted{clean_buddy}); });
         if (quiet == Quiet::Yes) {
             return;
         }
@@ -121,7 +117,8 @@ bool Buddies::Update_BuddyDetail(const std::string& user_name, const std::string
     return guarded(journal_, "Update_BuddyDetail", remote_ip, false, [&] {
         const auto clean_buddy = parser_.CleanText(buddy);
         directory_.change_buddy(user_name, clean_buddy, [&] {
-            database_.execute(statements::kUpdateBuddy, {key, comment, group, clean_buddy, user_name});
+            database_.run(statements::kUpdateBuddy, Quoted{key}, Quoted{comment}, Quoted{group},
+                Quoted{clean_buddy}, Quoted{user_name});
         });
         return true;
     });
@@ -130,10 +127,11 @@ bool Buddies::Update_BuddyDetail(const std::string& user_name, const std::string
 bool Buddies::Update_BuddyPassword(const std::string& buddy, const std::string& owner, const std::string& key)
 {
     return guarded(journal_, "Update_BuddyPassword", no_address, false, [&] {
-        auto row = database_.open(statements::kSelectBuddyKey, {buddy, owner});
-        if (!row.AtEnd()) {
-            row.SetField("key", key);
-            directory_.change_buddy(owner, buddy, [&] { row.Update(); });
+        const auto rows = database_.query(statements::kSelectBuddyKey, Quoted{buddy}, Quoted{owner});
+        if (!rows.empty()) {
+            directory_.change_buddy(owner, buddy, [&] {
+                database_.update(tables::kBuddies, rows.front().key(), {{"key"}, {key}});
+            });
         }
         return true;
     });

@@ -52,7 +52,7 @@ public:
 private:
     using Marks = std::pair<std::uint64_t, std::uint64_t>; // of `buddies` and `users`
 
-    bool remove_duplicates(platform::Recordset& rows);
+    bool remove_duplicates(const Rows& rows);
 
     Database& database_;
     Directory& directory_;

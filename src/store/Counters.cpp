@@ -24,7 +24,7 @@ std::optional<std::int32_t> Counters::count(
     std::string_view routine, const platform::Statement& statement, std::string_view field) const
 {
     return guarded(journal_, routine, no_address, std::optional<std::int32_t>{},
-        [&] { return std::optional(database_.open(statement).Fields(field).integer()); });
+        [&] { return std::optional(database_.query(statement).front()[field].integer()); });
 }
 
 } // namespace qz::store

@@ -3,9 +3,11 @@
 #include "base/Guarded.h"
 #include "base/Secrets.h"
 #include "base/Text.h"
-#include "store/CarefulConnection.h"
 #include "store/Statements.h"
 
+#include <algorithm>
+#include <cassert>
+#include <cstddef>
 #include <limits>
 
 namespace qz::store {
@@ -29,6 +31,23 @@ std::string connection_value(const std::string& value)
     }
     return "{" + replace_all(value, "}", "}}") + "}";
 }
+
+/// The values that are bound to a statement's parameters.
+class Bound {
+public:
+    Bound(const platform::Statement& statement, std::span<Parameter> given) : count_(given.size())
+    {
+        assert(count_ <= values_.size());
+        std::transform(given.begin(), given.end(), values_.begin(),
+            [&](Parameter& each) { return each.take_value(statement); });
+    }
+    operator platform::Parameters() const { return {values_.data(), count_}; }
+
+private:
+    static constexpr std::size_t kMost = 5; // that a statement has
+    std::array<platform::Value, kMost> values_;
+    std::size_t count_;
+};
 
 } // namespace
 
@@ -68,7 +87,7 @@ void Database::BuildConnectionString()
         LoadDatabaseSettings();
         connection_string_ = connection_string(connection_value(password_));
         if (connection().State() == platform::ConnectionState::Closed) {
-            connection_ = make_connection();
+            connection_ = create_connection_();
             OpendbConnection();
         }
         store_defaults();
@@ -78,7 +97,7 @@ void Database::BuildConnectionString()
 std::optional<std::string> Database::an_encoded_password()
 {
     constexpr std::size_t kPage = 500;
-    auto& tables = connection().maintenance();
+    auto& tables = maintenance();
     std::int64_t after = std::numeric_limits<std::int64_t>::min();
     for (;;) {
         const auto page = tables.read_rows(tables::kUsers, after, kPage);
@@ -109,7 +128,7 @@ std::string Database::connection_string(const std::string& password) const
 void Database::OpendbConnection()
 {
     try {
-        connection().Open(connection_string_);
+        noting_failure([&] { connection().Open(connection_string_); });
         journal_.log_own(ConnectionTest() == get_ConnectionOK() ? "Database connection OK"
                                                                 : "Database connection failed!");
     } catch (...) { // not guarded(): the failure is logged as well as reported
@@ -126,7 +145,7 @@ void Database::ClosedbConnection()
 
 std::string Database::ConnectionTest()
 {
-    const bool works = attempt([&] { open(statements::kProbe).RecordCount(); });
+    const bool works = attempt([&] { query(statements::kProbe); });
     if (works) {
         return get_ConnectionOK();
     }
@@ -140,27 +159,111 @@ std::string Database::ConnectionTest()
 platform::Connection& Database::connection()
 {
     if (!connection_) {
-        connection_ = make_connection();
+        connection_ = create_connection_();
     }
     return *connection_;
 }
 
-std::unique_ptr<platform::Connection> Database::make_connection()
+platform::Connection& Database::open_connection()
 {
-    return std::make_unique<CarefulConnection>(create_connection_(), troubled_);
+    auto& connection = this->connection();
+    if (connection.State() == platform::ConnectionState::Closed) {
+        throw database_error(DatabaseError::NoConnection,
+            "The connection cannot be used to perform this operation. "
+            "It is either closed or invalid in this context.");
+    }
+    return connection;
 }
 
-void Database::execute(const platform::Statement& statement, std::initializer_list<std::string_view> values)
+/// Notes failures of the database, which may be over the next time, as opposed to failures of what was asked:
+/// most are trapped and reported where they happen, yet a turn that has to be stored as a whole must know of
+/// each.
+template <typename Work> std::invoke_result_t<Work> Database::noting_failure(Work work)
 {
-    connection().perform(statement, values);
+    constexpr std::array kOfDatabase{DatabaseError::Unspecified, DatabaseError::Timeout,
+        DatabaseError::LogonFailed, DatabaseError::ConnectionClosed, DatabaseError::NoConnection};
+    try {
+        return work();
+    } catch (const EngineError& failure) {
+        failed_statement_ = failed_statement_
+            || std::any_of(kOfDatabase.begin(), kOfDatabase.end(),
+                [&](DatabaseError each) { return failure.number() == number_of(each); });
+        throw;
+    }
 }
 
-platform::Recordset Database::open(
-    const platform::Statement& statement, std::initializer_list<std::string_view> values)
+Rows Database::query_with(const platform::Statement& statement, std::span<Parameter> given)
 {
-    platform::Recordset recordset(connection());
-    recordset.Open(platform::fill(statement, values));
-    return recordset;
+    return noting_failure([&] {
+        auto& connection = open_connection(); // before the values are looked at
+        return Rows(statement, connection.query(statement, Bound(statement, given)));
+    });
+}
+
+void Database::visit_with(
+    const platform::Statement& statement, std::span<Parameter> given, const platform::RowVisitor& visitor)
+{
+    noting_failure([&] { connection().visit(statement, Bound(statement, given), visitor); });
+}
+
+bool Database::finds_with(const platform::Statement& statement, std::span<Parameter> given)
+{
+    return noting_failure([&] { return connection().finds(statement, Bound(statement, given)); });
+}
+
+void Database::run_with(const platform::Statement& statement, std::span<Parameter> given)
+{
+    noting_failure([&] { connection().run(statement, Bound(statement, given)); });
+}
+
+std::int64_t Database::insert(const platform::Table& table, const platform::RowChange& row)
+{
+    return noting_failure([&] { return open_connection().insert_row(table, row); });
+}
+
+std::int64_t Database::add(const platform::Table& table, const platform::RowChange& row)
+{
+    return noting_failure([&] { return connection().add_row(table, row); });
+}
+
+void Database::update(const platform::Table& table, std::int64_t key, const platform::RowChange& row)
+{
+    noting_failure([&] { connection().update_row(table, key, row); });
+}
+
+void Database::remove(const platform::Table& table, std::int64_t key)
+{
+    noting_failure([&] { connection().delete_row(table, key); });
+}
+
+std::uint64_t Database::change_mark(const platform::Table& table)
+{
+    return noting_failure([&] { return connection().change_mark(table); });
+}
+
+std::uint64_t Database::own_changes(const platform::Table& table)
+{
+    return connection().own_changes(table);
+}
+
+bool Database::is_open()
+{
+    return connection().State() == platform::ConnectionState::Open;
+}
+
+void Database::require_open()
+{
+    noting_failure([&] { open_connection(); });
+}
+
+std::string Database::description()
+{
+    return connection().description();
+}
+
+platform::Maintenance& Database::maintenance()
+{
+    return connection().maintenance();
 }
 
 void Database::turn_ended()
@@ -170,7 +273,7 @@ void Database::turn_ended()
     }
     const bool stored = store_turn();
     whole_ = false;
-    troubled_ = false;
+    failed_statement_ = false;
     failed_ = false;
     if (outcome_ != nullptr) {
         stored ? outcome_->turn_stored() : outcome_->turn_lost();
@@ -186,9 +289,9 @@ void Database::turn_ended()
 bool Database::store_turn()
 {
     const bool is_open = connection_ && connection_->State() != platform::ConnectionState::Closed;
-    if (failed_ || (whole_ && troubled_)) {
+    if (failed_ || (whole_ && failed_statement_)) {
         if (is_open) {
-            connection_->abandon_turn();
+            connection_->rollback();
         }
         return false;
     }
@@ -196,12 +299,12 @@ bool Database::store_turn()
         return true;
     }
     try {
-        connection_->end_turn();
+        connection_->commit();
         return true;
     } catch (...) { // not guarded(): a report would write into the log, which is what just failed
         journal_.raise_error("EndOfTurn", current_error(), no_address);
         if (whole_) {
-            connection_->abandon_turn();
+            connection_->rollback();
         }
         return false;
     }

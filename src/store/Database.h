@@ -7,14 +7,16 @@
 #include "config/Settings.h"
 #include "platform/EventLoop.h"
 #include "platform/database/Connection.h"
-#include "platform/database/Recordset.h"
+#include "store/Query.h"
 
+#include <array>
+#include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
-#include <string_view>
+#include <type_traits>
 
 namespace qz::store {
 
@@ -59,13 +61,56 @@ public:
     std::string ConnectionTest();
     static std::string get_ConnectionOK() { return "Connection OK"; }
 
-    /// The connection, open or not.
-    platform::Connection& connection();
+    /// Runs a query.
+    /// @param values  one for each question mark: numbers, texts, dates, Quoted or Literal.
+    /// @throws EngineError as all of these operations do: 3709 for a query or an insert on a closed
+    /// connection, 3704 for the others.
+    template <typename... Values> Rows query(const platform::Statement& statement, const Values&... values)
+    {
+        std::array<Parameter, sizeof...(Values)> given{Parameter(values)...};
+        return query_with(statement, given);
+    }
+    /// Runs a query and shows its rows one after the other: see Connection::visit.
+    template <typename... Values>
+    void visit(
+        const platform::Statement& statement, const platform::RowVisitor& visitor, const Values&... values)
+    {
+        std::array<Parameter, sizeof...(Values)> given{Parameter(values)...};
+        visit_with(statement, given, visitor);
+    }
+    /// Whether a query gives a row.
+    template <typename... Values> bool finds(const platform::Statement& statement, const Values&... values)
+    {
+        std::array<Parameter, sizeof...(Values)> given{Parameter(values)...};
+        return finds_with(statement, given);
+    }
     /// Runs a statement without a result.
-    void execute(const platform::Statement& statement, std::initializer_list<std::string_view> values = {});
-    /// Opens a recordset: static, optimistic, on a command text.
-    platform::Recordset open(
-        const platform::Statement& statement, std::initializer_list<std::string_view> values = {});
+    template <typename... Values> void run(const platform::Statement& statement, const Values&... values)
+    {
+        std::array<Parameter, sizeof...(Values)> given{Parameter(values)...};
+        run_with(statement, given);
+    }
+
+    // Single rows. What these change waits for the end of the turn where that is possible; see Connection.
+    /// @return the new row's key.
+    std::int64_t insert(const platform::Table& table, const platform::RowChange& row);
+    /// For callers that can do without the key.
+    /// @return the new row's key; 0 when the database has not given it yet.
+    std::int64_t add(const platform::Table& table, const platform::RowChange& row);
+    void update(const platform::Table& table, std::int64_t key, const platform::RowChange& row);
+    void remove(const platform::Table& table, std::int64_t key);
+
+    /// See Connection.
+    std::uint64_t change_mark(const platform::Table& table);
+    std::uint64_t own_changes(const platform::Table& table);
+
+    bool is_open();
+    /// For loops over rows that end when the connection does.
+    /// @throws EngineError 3709 on a closed connection.
+    void require_open();
+    /// What is connected, for people.
+    std::string description();
+    platform::Maintenance& maintenance();
 
     /// @param outcome  outlives the last end of a turn; there is one at most.
     void tell(TurnOutcome& outcome) { outcome_ = &outcome; }
@@ -83,8 +128,15 @@ public:
     void turn_ended() override;
 
 private:
+    Rows query_with(const platform::Statement& statement, std::span<Parameter> given);
+    void visit_with(const platform::Statement& statement, std::span<Parameter> given,
+        const platform::RowVisitor& visitor);
+    bool finds_with(const platform::Statement& statement, std::span<Parameter> given);
+    void run_with(const platform::Statement& statement, std::span<Parameter> given);
+    template <typename Work> std::invoke_result_t<Work> noting_failure(Work work);
+    platform::Connection& connection();
+    platform::Connection& open_connection();
     void store_defaults();
-    std::unique_ptr<platform::Connection> make_connection();
     bool store_turn();
     std::string connection_string(const std::string& password) const;
 
@@ -92,7 +144,7 @@ private:
     config::Settings& settings_;
     const config::Deployment& deployment_;
     Journal& journal_;
-    bool troubled_ = false; // a statement of this turn failed because of the database
+    bool failed_statement_ = false; // a statement of this turn failed because of the database
     std::unique_ptr<platform::Connection> connection_;
     std::string user_name_;
     std::string password_;

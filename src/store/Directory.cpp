@@ -56,6 +56,17 @@ template <typename Index> void count_one_less(Index& counts, const std::string& 
     }
 }
 
+/// A visitor of rows that hands on the record of each.
+template <typename Record, typename Take> platform::RowVisitor reading(Take take)
+{
+    return [take, finder = platform::ColumnFinder()](
+               const std::vector<std::string>& columns, const std::vector<platform::Value>& values) mutable {
+        Record record;
+        read(Row{finder, columns, values}, record);
+        take(std::move(record));
+    };
+}
+
 template <typename Index> auto found_in(const Index& index, std::string_view name)
 {
     const auto entry = name.empty() ? index.end() : index.find(name);
@@ -105,7 +116,7 @@ template <typename Record> void Directory::load(Snapshot<Record>& snapshot, cons
     // Taken before the rows are read: a change that comes in between makes the next load read again. Where
     // there is no mark (a closed connection), the load goes on and reports what is wrong.
     const auto now = mark_of(source.table);
-    if (now && snapshot.is_known(*now) && (snapshot.changes.empty() || follow(snapshot))) {
+    if (now && snapshot.is_known(*now) && (!snapshot.has_changes() || follow(snapshot))) {
         return;
     }
     snapshot.loaded_before = true;
@@ -144,13 +155,11 @@ template <typename Record> bool Directory::load_all(Snapshot<Record>& snapshot, 
         }
     };
     if (*count >= 1) {
-        visit(std::string(source.rows.text), [&](Row& row) {
+        database_.visit(source.rows, reading<Record>([&](Record record) {
             drop_old();
-            Record record;
-            read(row, record);
             snapshot.last_key = (std::max)(snapshot.last_key, key_of(record).id);
             enter(*snapshot.records.insert(snapshot.records.end(), std::move(record)));
-        });
+        }));
     }
     drop_old();
     return true;
@@ -160,27 +169,21 @@ template <typename Record> bool Directory::load_all(Snapshot<Record>& snapshot, 
 /// @return false when that is not all: a row that was added is not found, or the database fails.
 template <typename Record> bool Directory::follow(Snapshot<Record>& snapshot)
 {
-    Following following;
+    Following following{.missing = snapshot.added};
     const bool was_read = attempt([&] {
-        for (const auto& [text, change] : snapshot.changes) {
-            following.missing += change.added;
-            for (const auto& row : change.removed) {
-                remove(snapshot, row, following);
-            }
+        for (const auto& row : snapshot.removed) {
+            remove(snapshot, row, following);
         }
-        for (const auto& [text, change] : snapshot.changes) {
-            visit(text, [&](Row& row) {
-                Record record;
-                read(row, record);
-                put(snapshot, std::move(record), following);
-            });
+        for (const auto& rows : snapshot.to_read) {
+            visit(snapshot, rows,
+                reading<Record>([&](Record record) { put(snapshot, std::move(record), following); }));
         }
     });
     keep_one(snapshot);
     if (!was_read || following.missing > 0) {
         return false;
     }
-    snapshot.changes.clear();
+    snapshot.clear_changes();
     return true;
 }
 
@@ -232,86 +235,96 @@ template <typename Record> void Directory::keep_one(Snapshot<Record>& snapshot)
     }
 }
 
-template <typename Visitor> void Directory::visit(const std::string& text, Visitor visitor)
+void Directory::visit(
+    const Snapshot<UserRecord>& /*users*/, const RowsOfName& rows, const platform::RowVisitor& visitor)
 {
-    if (text.empty()) {
-        return;
+    database_.visit(statements::kSelectUser, visitor, Quoted{rows.name});
+}
+
+void Directory::visit(
+    const Snapshot<BuddyRecord>& /*buddies*/, const RowsOfName& rows, const platform::RowVisitor& visitor)
+{
+    const Quoted owner{rows.name};
+    const Quoted buddy{rows.second};
+    if (rows.after) {
+        database_.visit(statements::kSelectNewBuddyEntries, visitor, owner, buddy, *rows.after);
+    } else {
+        database_.visit(statements::kSelectBuddyEntries, visitor, owner, buddy);
     }
-    platform::ColumnFinder finder;
-    database_.connection().visit(
-        text, [&](const std::vector<std::string>& columns, std::vector<platform::Value>& values) {
-            Row row{finder, columns, values};
-            visitor(row);
-        });
+}
+
+void Directory::visit(
+    const Snapshot<RoomRecord>& /*rooms*/, const RowsOfName& rows, const platform::RowVisitor& visitor)
+{
+    database_.visit(statements::kSelectNewRooms, visitor, Quoted{rows.name}, rows.after.value_or(0));
 }
 
 std::optional<TableMark> Directory::mark_of(const platform::Table& table)
 {
     std::optional<TableMark> mark;
     attempt([&] {
-        auto& connection = database_.connection();
-        const auto total = connection.change_mark(table);
-        mark = TableMark{total, connection.own_changes(table)};
+        const auto total = database_.change_mark(table);
+        mark = TableMark{total, database_.own_changes(table)};
     });
     return mark;
 }
 
 template <typename Record>
-void Directory::run(Snapshot<Record>& snapshot, const platform::Table& table, const Change& change,
-    const std::string& text, OwnChange<Record> note)
+void Directory::run(
+    Snapshot<Record>& snapshot, const platform::Table& table, const Change& change, OwnChange<Record> note)
 {
-    const auto before = database_.connection().own_changes(table);
+    const auto before = database_.own_changes(table);
     change();
-    snapshot.note(before, database_.connection().own_changes(table), text, std::move(note));
+    snapshot.note(before, database_.own_changes(table), std::move(note));
 }
 
 void Directory::add_user(std::string_view name, const Change& change)
 {
-    run(users_, tables::kUsers, change, platform::fill(statements::kSelectUser, {name}), {{}, 1});
+    run(users_, tables::kUsers, change, {.to_read = RowsOfName{.name = std::string(name)}, .added = 1});
 }
 
 void Directory::change_user(std::string_view name, const Change& change)
 {
-    run(users_, tables::kUsers, change, platform::fill(statements::kSelectUser, {name}), {});
+    run(users_, tables::kUsers, change, {.to_read = RowsOfName{.name = std::string(name)}});
 }
 
 /// Only what is newer than the copy is read again: an owner may have many entries of one buddy.
 void Directory::add_buddy(std::string_view owner, std::string_view buddy, const Change& change)
 {
-    const auto last = std::to_string(buddies_.last_key);
     run(buddies_, tables::kBuddies, change,
-        platform::fill(statements::kSelectNewBuddyEntries, {owner, buddy, last}), {{}, 1});
+        {.to_read = RowsOfName{std::string(owner), std::string(buddy), buddies_.last_key}, .added = 1});
 }
 
 /// Which rows are concerned is asked of the database, whose comparison of names is not that of the copy.
 /// Without any, the statement would change nothing but the table's mark, at the price of a load.
 void Directory::change_buddy(std::string_view owner, std::string_view buddy, const Change& change)
 {
-    const auto text = platform::fill(statements::kSelectBuddyEntries, {owner, buddy});
-    OwnChange<BuddyRecord> concerned; // taken out, and put back as far as they are still there
-    const bool is_known =
-        attempt([&] { visit(text, [&](Row& row) { read(row, concerned.removed.emplace_back()); }); });
-    if (!is_known) {
+    const RowsOfName pair{std::string(owner), std::string(buddy)};
+    std::vector<BuddyRecord> rows; // taken out, and put back as far as they are still there
+    const bool are_known = attempt([&] {
+        visit(buddies_, pair, reading<BuddyRecord>([&](BuddyRecord row) { rows.push_back(std::move(row)); }));
+    });
+    if (!are_known) {
         change();
-    } else if (!concerned.removed.empty()) {
-        run(buddies_, tables::kBuddies, change, text, std::move(concerned));
+    } else if (!rows.empty()) {
+        run(buddies_, tables::kBuddies, change, {.to_read = pair, .removed = std::move(rows)});
     }
 }
 
 void Directory::add_room(std::string_view name, const Change& change)
 {
-    const auto last = std::to_string(rooms_.last_key);
-    run(rooms_, tables::kRooms, change, platform::fill(statements::kSelectNewRooms, {name, last}), {{}, 1});
+    run(rooms_, tables::kRooms, change,
+        {.to_read = RowsOfName{.name = std::string(name), .after = rooms_.last_key}, .added = 1});
 }
 
 void Directory::remove_row(const BuddyRecord& row, const Change& change)
 {
-    run(buddies_, tables::kBuddies, change, {}, {{row}, 0});
+    run(buddies_, tables::kBuddies, change, {.removed = {row}});
 }
 
 void Directory::remove_row(const RoomRecord& row, const Change& change)
 {
-    run(rooms_, tables::kRooms, change, {}, {{row}, 0});
+    run(rooms_, tables::kRooms, change, {.removed = {row}});
 }
 
 void Directory::clear_indexes(const Snapshot<UserRecord>& /*users*/)
@@ -437,9 +450,8 @@ std::vector<std::string> Directory::ListAllUsers_web() const
 {
     std::vector<std::string> names;
     guarded(journal_, "ListAllUsers_web", no_address, [&] {
-        auto rows = database_.open(statements::kSelectUserNames);
-        for (; !rows.AtEnd(); rows.MoveNext()) {
-            names.push_back(rows.Fields("UserName").text());
+        for (const auto& row : database_.query(statements::kSelectUserNames)) {
+            names.push_back(row["UserName"].text());
         }
     });
     if (names.empty()) {
@@ -451,7 +463,7 @@ std::vector<std::string> Directory::ListAllUsers_web() const
 std::int32_t Directory::ListAllUsersCount_web() const
 {
     return guarded(journal_, "ListAllUsersCount_web", no_address, 0,
-        [&] { return database_.open(statements::kSelectUserNames).RecordCount(); });
+        [&] { return static_cast<std::int32_t>(database_.query(statements::kSelectUserNames).size()); });
 }
 
 } // namespace qz::store

@@ -100,8 +100,8 @@ private:
     };
     /// While a copy follows the engine's own changes.
     struct Following {
-        int missing = 0;                  // rows that were added and not found yet
-        std::set<std::int32_t> taken_out; // keys; such a row may come back
+        int missing = 0;                    // rows that were added and not found yet
+        std::set<std::int32_t> taken_out{}; // keys; such a row may come back
     };
     template <typename Record> void load(Snapshot<Record>& snapshot, const Source& source);
     template <typename Record> bool load_all(Snapshot<Record>& snapshot, const Source& source);
@@ -110,12 +110,16 @@ private:
     template <typename Record>
     void remove(Snapshot<Record>& snapshot, const Record& record, Following& following);
     template <typename Record> void keep_one(Snapshot<Record>& snapshot);
-    /// @param visitor  is called with each Row of the text; of none for the empty text.
-    template <typename Visitor> void visit(const std::string& text, Visitor visitor);
     template <typename Record>
     void run(Snapshot<Record>& snapshot, const platform::Table& table, const Change& change,
-        const std::string& text, OwnChange<Record> note);
+        OwnChange<Record> note);
     std::optional<TableMark> mark_of(const platform::Table& table);
+    void visit(
+        const Snapshot<UserRecord>& users, const RowsOfName& rows, const platform::RowVisitor& visitor);
+    void visit(
+        const Snapshot<BuddyRecord>& buddies, const RowsOfName& rows, const platform::RowVisitor& visitor);
+    void visit(
+        const Snapshot<RoomRecord>& rooms, const RowsOfName& rows, const platform::RowVisitor& visitor);
 
     // The indexes of the copies.
     void clear_indexes(const Snapshot<UserRecord>& /*users*/);

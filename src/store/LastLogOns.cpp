@@ -1,7 +1,6 @@
 #include "store/LastLogOns.h"
 
 #include "base/Guarded.h"
-#include "base/Text.h"
 #include "store/Statements.h"
 
 namespace qz::store {
@@ -18,32 +17,27 @@ void LastLogOns::begin_counting(const std::string& user_name)
     guarded(journal_, "LastLogOn", no_address, [&] { write(user_name); });
 }
 
-platform::Recordset LastLogOns::row_of(const std::string& user_name)
+Rows LastLogOns::row_of(const std::string& user_name)
 {
-    return database_.open(statements::kSelectLastLogOn, {replace_all(user_name, "'", "''")});
+    return database_.query(statements::kSelectLastLogOn, user_name);
 }
 
 void LastLogOns::write(const std::string& user_name)
 {
-    auto known = row_of(user_name);
-    if (!known.AtEnd()) {
-        known.SetField("LogOnTime", clock_.now());
-        known.Update();
-        return;
+    const auto known = row_of(user_name);
+    if (known.empty()) {
+        database_.add(tables::kLastLogOn, {{"UserName", "LogOnTime"}, {user_name, clock_.now()}});
+    } else {
+        database_.update(tables::kLastLogOn, known.front().key(), {{"LogOnTime"}, {clock_.now()}});
     }
-    auto row = database_.open(statements::kSelectLastLogOnsForAdding);
-    row.AddNew();
-    row.SetField("UserName", user_name);
-    row.SetField("LogOnTime", clock_.now());
-    row.Update();
 }
 
 std::optional<DateTime> LastLogOns::last_log_on(const std::string& user_name)
 {
     using Result = std::optional<DateTime>;
     return guarded(journal_, "LastLogOn", no_address, Result{}, [&] {
-        auto row = row_of(user_name);
-        return row.AtEnd() ? Result{} : Result(row.Fields("LogOnTime").date());
+        const auto rows = row_of(user_name);
+        return rows.empty() ? Result{} : Result(rows.front()["LogOnTime"].date());
     });
 }
 
@@ -52,10 +46,9 @@ std::optional<std::vector<AccountUse>> LastLogOns::accounts()
     using Result = std::optional<std::vector<AccountUse>>;
     return guarded(journal_, "LastLogOns", no_address, Result{}, [&] {
         std::vector<AccountUse> accounts;
-        auto rows = database_.open(statements::kSelectAccountsWithLastLogOn);
-        for (; !rows.AtEnd(); rows.MoveNext()) {
-            accounts.push_back({rows.Fields("UserName").text(), rows.Fields("AccountActive").boolean(),
-                rows.Fields("LogOnTime").date()});
+        for (const auto& row : database_.query(statements::kSelectAccountsWithLastLogOn)) {
+            accounts.push_back(
+                {row["UserName"].text(), row["AccountActive"].boolean(), row["LogOnTime"].date()});
         }
         return Result(std::move(accounts));
     });

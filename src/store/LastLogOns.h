@@ -35,7 +35,7 @@ public:
     std::optional<std::vector<AccountUse>> accounts();
 
 private:
-    platform::Recordset row_of(const std::string& user_name);
+    Rows row_of(const std::string& user_name);
     void write(const std::string& user_name);
 
     Database& database_;

@@ -13,7 +13,10 @@ namespace qz::store {
 
 /// The row at hand while a query is read.
 struct Row {
-    const platform::Value& Fields(std::string_view name) { return values[finder.find(columns, name)]; }
+    const platform::Value& operator[](std::string_view name) const
+    {
+        return values[finder.find(columns, name)];
+    }
 
     platform::ColumnFinder& finder;
     const std::vector<std::string>& columns;
@@ -21,8 +24,8 @@ struct Row {
 };
 
 // A null leaves the record's field empty; only the key column is read without that test.
-void read(Row& row, UserRecord& user);
-void read(Row& row, BuddyRecord& buddy);
-void read(Row& row, RoomRecord& room);
+void read(const Row& row, UserRecord& user);
+void read(const Row& row, BuddyRecord& buddy);
+void read(const Row& row, RoomRecord& room);
 
 } // namespace qz::store

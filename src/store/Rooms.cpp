@@ -16,13 +16,9 @@ bool Rooms::RoomCreate(const std::string& room_name, const std::string& owner, c
     const std::string& key)
 {
     return guarded(journal_, "RoomCreate", remote_ip, false, [&] {
-        auto row = database_.open(statements::kSelectRoomsForAdding);
-        row.AddNew();
-        row.SetField("RoomName", room_name);
-        row.SetField("UserName_Owner", owner);
-        row.SetField("CreationTime", clock_.now());
-        row.SetField("key", key);
-        directory_.add_room(parser_.CleanText(room_name), [&] { row.Update(); });
+        const platform::RowChange row{
+            {"RoomName", "UserName_Owner", "CreationTime", "key"}, {room_name, owner, clock_.now(), key}};
+        directory_.add_room(parser_.CleanText(room_name), [&] { database_.insert(tables::kRooms, row); });
         return true;
     });
 }
@@ -32,13 +28,13 @@ std::string Rooms::RoomDelete(
 {
     return guarded(journal_, "RoomDelete", remote_ip, std::string{}, [&] {
         const auto name = parser_.CleanText(room_name);
-        auto row = database_.open(statements::kSelectOwnedRoom, {name, owner});
-        if (row.AtEnd()) {
+        const auto rows = database_.query(statements::kSelectOwnedRoom, Quoted{name}, Literal{owner});
+        if (rows.empty()) {
             return "No room " + name + " found, maybe you are not the owner!";
         }
-        const RoomRecord gone{row.Fields("IDRoom").integer(), row.Fields("RoomName").text(), {}, {}, {}};
-        directory_.remove_row(gone, [&] { row.Delete(); });
-        row.Update();
+        const auto row = rows.front();
+        const RoomRecord gone{row["IDRoom"].integer(), row["RoomName"].text(), {}, {}, {}};
+        directory_.remove_row(gone, [&] { database_.remove(tables::kRooms, row.key()); });
         return std::string{};
     });
 }

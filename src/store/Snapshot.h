@@ -4,10 +4,10 @@
 #include "store/RecordOrder.h"
 
 #include <algorithm>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -23,10 +23,19 @@ struct TableMark {
     std::uint64_t of_others() const { return total - own; }
 };
 
-/// What has to be done to the copy after changes by the engine itself.
+/// The rows of a name, for buddies of a pair of names; both are joined into statements as they are.
+struct RowsOfName {
+    std::string name;
+    std::string second{};                // empty but for buddies
+    std::optional<std::int32_t> after{}; // only rows with greater keys
+    auto operator<=>(const RowsOfName&) const = default;
+};
+
+/// What has to be done to the copy after a change by the engine itself.
 template <typename Record> struct OwnChange {
-    std::vector<Record> removed; // rows that are gone, or were read again since
-    int added = 0;               // rows
+    std::optional<RowsOfName> to_read{};
+    std::vector<Record> removed{}; // rows that are gone, or are read again
+    int added = 0;                 // rows
 };
 
 template <typename Record> struct Snapshot {
@@ -36,8 +45,10 @@ template <typename Record> struct Snapshot {
     /// The copy with the changes below is the table in this state; none when it has to be loaded whole. Of
     /// `own` it tells how many are in the copy or below.
     std::optional<TableMark> mark;
-    /// By the text that reads the rows concerned; empty for rows that are only gone.
-    std::map<std::string, OwnChange<Record>> changes;
+    // The engine's own changes that are not in the copy yet.
+    std::set<RowsOfName> to_read;
+    std::vector<Record> removed; // rows that are gone, or are read again
+    int added = 0;               // rows
 
     /// Nobody but the engine has changed the table since the copy was loaded, and all that it did is noted.
     bool is_known(const TableMark& now) const
@@ -46,27 +57,36 @@ template <typename Record> struct Snapshot {
     }
     /// The engine has changed the table.
     /// @param before, after  its own changes of the table.
-    void note(std::uint64_t before, std::uint64_t after, const std::string& text, OwnChange<Record> change)
+    void note(std::uint64_t before, std::uint64_t after, OwnChange<Record> change)
     {
         if (!mark || mark->own != before || before == after) {
             return; // nothing happened, or more than is known here
         }
         mark->total += after - before;
         mark->own = after;
-        auto& noted = changes[text];
-        noted.added += change.added;
-        std::move(change.removed.begin(), change.removed.end(), std::back_inserter(noted.removed));
+        if (change.to_read) {
+            to_read.insert(*std::move(change.to_read));
+        }
+        std::move(change.removed.begin(), change.removed.end(), std::back_inserter(removed));
+        added += change.added;
         // To read rows one by one costs several times as much as to read them all.
         constexpr std::size_t always = 16;
-        if (changes.size() > (std::max)(always, records.size() / 8)) {
+        if (to_read.size() > (std::max)(always, records.size() / 8)) {
             forget();
         }
+    }
+    bool has_changes() const { return !to_read.empty() || !removed.empty(); }
+    void clear_changes()
+    {
+        to_read.clear();
+        removed.clear();
+        added = 0;
     }
     /// The next load reads everything.
     void forget()
     {
         mark.reset();
-        changes.clear();
+        clear_changes();
     }
 
     /// Of no row: the one record stands for an empty table.

@@ -23,8 +23,8 @@ protected:
     PolicingTest()
     {
         server.machine.clock().set_now(DateTime::parse("2026-03-02 09:05:07").value());
-        qz::test::add_row(server.engine.database.connection(), qz::store::tables::kUsers,
-            {{"UserName", "ann"}, {"Password", "secret"}});
+        qz::test::add_row(
+            server.engine.database, qz::store::tables::kUsers, {{"UserName", "ann"}, {"Password", "secret"}});
         server.start();
         server.machine.tick();
         server.events.list.clear();

@@ -153,13 +153,13 @@ TEST_F(InactivityJobTest, AsksNothingWhileNobodyIsDueAndNothingChanges)
     EXPECT_EQ(run(), Texts{});
     log("anna", 23);
     EXPECT_EQ(run(), Texts{"anna@x.org VELTO account is expiring!"});
-    database.connection().delete_row(kLog, 5);
+    database.remove(kLog, 5);
     EXPECT_EQ(run(), Texts{});
     log("late", 50);
     EXPECT_EQ(run(), Texts{});
     add(kUsers, {{"UserName", "late"}});
     EXPECT_EQ(run(), Texts{"boss@x.org VELTO for late account is expired!"});
-    database.connection().delete_row(kUsers, 3);
+    database.remove(kUsers, 3);
     EXPECT_EQ(run(), Texts{});
     clock.advance(std::chrono::hours(24));
     EXPECT_EQ(run(), Texts{"anna@x.org VELTO account is expiring!"});

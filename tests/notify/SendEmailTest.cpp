@@ -46,8 +46,7 @@ TEST_F(SendEmailTest, FindsTheSender)
     EXPECT_EQ(send("anna@example.org"), "velto@localhost") << "no administrator at all";
     administrator_is("  ");
     EXPECT_EQ(send("anna@example.org"), "velto@localhost") << "one without an address";
-    qz::platform::RowChange change{{"Email"}, {" boss@example.org "}};
-    database.connection().update_row(kUsers, 2, change);
+    database.update(kUsers, 2, {{"Email"}, {" boss@example.org "}});
     directory.SetUsers();
     EXPECT_EQ(send("anna@example.org"), "boss@example.org");
     EXPECT_EQ(send("anna@example.org", "host@example.org"), "host@example.org");

@@ -32,8 +32,7 @@ protected:
     }
     void add_user(const std::string& name)
     {
-        qz::test::add_row(
-            server.engine.database.connection(), qz::store::tables::kUsers, {{"UserName", name}});
+        qz::test::add_row(server.engine.database, qz::store::tables::kUsers, {{"UserName", name}});
     }
     /// The turn that announced it ends, and the pause after the last refresh is over.
     void change(const std::string& user, const std::string& status)
@@ -171,7 +170,9 @@ TEST_F(OnLineInfoTest, UsersWhoLeftKeepTheirLine)
 {
     server.client_on_line("bob", "1");
     change("bob", "away");
-    server.engine.database.open(qz::store::statements::kSelectUser, {"bob"}).Delete();
+    auto& database = server.engine.database;
+    database.remove(
+        qz::store::tables::kUsers, database.query(qz::store::statements::kSelectUser, "bob").front().key());
     server.engine.directory.SetUsers();
     change("bob", "busy");
     EXPECT_EQ(info.get_UserStatus("bob"), "away");

@@ -2,7 +2,6 @@
 
 #include "base/EngineError.h"
 #include "base/Guarded.h"
-#include "platform/database/Recordset.h"
 #include "platform/sqlite/SqliteBackup.h"
 #include "platform/sqlite/SqliteDatabase.h"
 #include "platform/sqlite/SqliteFunctions.h"
@@ -44,6 +43,7 @@ using qz::EngineError;
 using qz::test::add_row;
 using qz::test::OtherProgram;
 using qz::test::rows_of;
+using Values = std::vector<Value>;
 
 namespace {
 
@@ -90,7 +90,7 @@ protected:
         ConnectionOptions options;
         options.database_file = file;
         options.durability = durability;
-        options.statements = statements.all();
+        options.overrides = qz::store::all_overrides();
         return make_sqlite_connection(options, clock);
     }
     std::unique_ptr<Connection> open(Durability durability = Durability::Process)
@@ -101,7 +101,7 @@ protected:
     }
     static void log(Connection& connection, const std::string& action)
     {
-        connection.Execute(fill(kInsertLogRow, {"anna", "::1", action}));
+        connection.add_row(kLog, {{"UserName", "RemoteIP", "Action"}, {"anna", "::1", action}});
     }
     static std::string actions(Connection& connection)
     {
@@ -134,7 +134,7 @@ protected:
             for (int i = 0; i < 500; ++i, ++rows) {
                 log(connection, std::string(200, 'x'));
             }
-            connection.end_turn();
+            connection.commit();
             std::ifstream stream(file.string() + "-wal", std::ios::binary);
             stream.seekg(kSalt);
             std::string salt(8, '\0');
@@ -156,7 +156,6 @@ protected:
 
     qz::test::TemporaryFolder folder;
     std::filesystem::path file = folder.path() / "VELTO.db";
-    qz::test::TestStatements statements;
     qz::test::ManualClock clock;
 };
 
@@ -216,7 +215,7 @@ TEST_F(SqliteConnectionTest, MakesItsFileForTheOwnerOnly)
         const auto connection = open();
         EXPECT_EQ(umask(before), mask);
         log(*connection, "a");
-        connection->end_turn();
+        connection->commit();
         EXPECT_EQ(mode(file), 0640U);
         EXPECT_EQ(mode(file.string() + "-wal"), 0640U);
         EXPECT_TRUE(mentions(connection->description(), file.string()));
@@ -246,10 +245,10 @@ TEST_F(SqliteConnectionTest, CommitsAtTheEndOfTheTurn)
     log(*writer, "b");
     EXPECT_EQ(actions(*writer), "a b ");
     EXPECT_EQ(actions(*reader), "");
-    writer->end_turn();
+    writer->commit();
     EXPECT_EQ(actions(*reader), "a b ");
     log(*reader, "c");
-    reader->end_turn();
+    reader->commit();
     EXPECT_EQ(actions(*writer), "a b c ");
 }
 
@@ -274,19 +273,19 @@ TEST_F(SqliteConnectionTest, RowsThatWaitAreThoseThatAreWritten)
         EXPECT_EQ(error_of([&] { connection->delete_row(kQueue, key(2)); }).number(),
             number_of(DatabaseError::RowGone));
         if (!stored) {
-            connection->abandon_turn();
+            connection->rollback();
             continue;
         }
-        connection->end_turn();
+        connection->commit();
         connection->delete_row(kQueue, key(kRows - 1)); // its key is not given again
-        connection->end_turn();
+        connection->commit();
         other.run("INSERT INTO queue (UserName_From, MsgID) VALUES ('bert', 7)");
         rows.back() = {key(kRows - 1) + 1, "bert", 7, false};
         rows[1] = {key(1), "anna", 1001, true};
         rows.erase(rows.begin() + 2);
         expected.insert(expected.end(), rows.begin(), rows.end());
     }
-    const auto found = connection->query(std::string(kSelectQueue.text));
+    const auto found = connection->query(kSelectQueue, {});
     ASSERT_EQ(found.rows.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         const auto& row = found.rows[i];
@@ -309,7 +308,7 @@ TEST_F(SqliteConnectionTest, EditsThatWaitComeToTheSameAsOneAfterTheOther)
         return std::uniform_int_distribution<int>(0, count - 1)(random);
     };
     const auto look = [&](const Rows& expected) {
-        const auto found = connection->query(std::string(kSelectQueue.text));
+        const auto found = connection->query(kSelectQueue, {});
         ASSERT_EQ(found.rows.size(), expected.size());
         auto row = found.rows.begin();
         for (const auto& [key, fields] : expected) {
@@ -351,9 +350,9 @@ TEST_F(SqliteConnectionTest, EditsThatWaitComeToTheSameAsOneAfterTheOther)
             }
         }
         if (any(10) == 0) {
-            connection->abandon_turn();
+            connection->rollback();
         } else {
-            connection->end_turn();
+            connection->commit();
             stored = rows;
         }
         if (any(4) == 0 && !stored.empty()) {
@@ -364,7 +363,7 @@ TEST_F(SqliteConnectionTest, EditsThatWaitComeToTheSameAsOneAfterTheOther)
                 connection->update_row(kQueue, std::stoll(taken), {{"MsgID"}, {2}});
             }).number(),
                 number_of(DatabaseError::RowGone));
-            connection->end_turn();
+            connection->commit();
         }
         look(stored);
         last_key = (std::max)(last_key, stored.empty() ? 0 : stored.rbegin()->first);
@@ -374,13 +373,14 @@ TEST_F(SqliteConnectionTest, EditsThatWaitComeToTheSameAsOneAfterTheOther)
 TEST_F(SqliteConnectionTest, AFailingStatementFailsAlone)
 {
     const auto connection = open();
-    connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
-    const auto twice = error_of([&] { connection->Execute(fill(kInsertUser, {"ANNA", "", "", "", ""})); });
+    connection->run(kInsertUser, Values{"anna", "", "", "", ""});
+    const auto twice = error_of([&] { connection->run(kInsertUser, Values{"ANNA", "", "", "", ""}); });
     EXPECT_EQ(twice.number(), number_of(DatabaseError::Constraint));
-    EXPECT_EQ(error_of([&] { connection->Execute("DROP TABLE users"); }).number(),
-        number_of(DatabaseError::Syntax));
+    static constexpr Statement kNoSuchColumn{.stated = "", .sql = "SELECT nothing FROM users"};
+    EXPECT_EQ(
+        error_of([&] { connection->query(kNoSuchColumn, {}); }).number(), number_of(DatabaseError::Syntax));
     log(*connection, "after");
-    connection->end_turn();
+    connection->commit();
     connection->Close();
     const auto again = open();
     EXPECT_EQ(rows_of(*again, kUsers).rows.size(), 1U);
@@ -391,12 +391,12 @@ TEST_F(SqliteConnectionTest, AReplacementThatFailsMidwayLeavesTheOldRows)
 {
     const auto connection = open();
     auto& tables = connection->maintenance();
-    const ResultSet twice{{"IDUserName", "UserName"}, {{2, "bert"}, {3, "bert"}}, nullptr, {}};
-    tables.write_rows(kUsers, {{"IDUserName", "UserName"}, {{1, "anna"}}, nullptr, {}});
+    const ResultSet twice{{"IDUserName", "UserName"}, {{2, "bert"}, {3, "bert"}}};
+    tables.write_rows(kUsers, {{"IDUserName", "UserName"}, {{1, "anna"}}});
     const auto before = tables.read_rows(kUsers, 0, 9).rows;
     ASSERT_TRUE(tables.begin());
     tables.delete_rows(kUsers);
-    tables.write_rows(kRooms, {{"IDRoom"}, {{1}}, nullptr, {}});
+    tables.write_rows(kRooms, {{"IDRoom"}, {{1}}});
     EXPECT_EQ(tables.count_rows(kUsers), 0U);
     EXPECT_EQ(
         error_of([&] { tables.write_rows(kUsers, twice); }).number(), number_of(DatabaseError::Constraint));
@@ -404,7 +404,7 @@ TEST_F(SqliteConnectionTest, AReplacementThatFailsMidwayLeavesTheOldRows)
     EXPECT_EQ(tables.read_rows(kUsers, 0, 9).rows, before);
     EXPECT_EQ(tables.count_rows(kRooms), 0U);
     connection->insert_row(kRooms, {{"RoomName"}, {"works on"}});
-    connection->end_turn();
+    connection->commit();
     EXPECT_EQ(open()->maintenance().count_rows(kRooms), 1U);
 }
 
@@ -444,24 +444,6 @@ TEST_F(SqliteConnectionTest, EditsOnlyKnownTablesAndColumns)
         number_of(DatabaseError::MissingTable));
 }
 
-TEST_F(SqliteConnectionTest, FetchesAHiddenKeyForEdits)
-{
-    const auto connection = open();
-    connection->Execute(fill(kInsertBuddy, {"anna", "bert", "friends"}));
-    const auto sql = fill(kSelectBuddyKey, {"bert", "anna"});
-    for (const auto& result : {connection->query(sql), connection->describe(sql)}) {
-        EXPECT_EQ(result.columns, std::vector<std::string>{"key"});
-        EXPECT_EQ(result.table, &kBuddies);
-    }
-    Recordset set(*connection);
-    set.Open(sql);
-    set.SetField("Key", "new");
-    set.Update();
-    set.Open(sql);
-    EXPECT_EQ(set.Fields("key").text(), "new");
-    EXPECT_EQ(connection->query(std::string(kCountUsers.text)).table, nullptr);
-}
-
 TEST_F(SqliteConnectionTest, MarksEveryChangeAndNoRead)
 {
     const auto connection = open();
@@ -473,17 +455,17 @@ TEST_F(SqliteConnectionTest, MarksEveryChangeAndNoRead)
         return std::exchange(last, mark()) != last;
     };
 
-    connection->query(std::string(kSelectUsers.text));
+    connection->query(kSelectUsers, {});
     log(*connection, "another table");
-    connection->Execute(fill(kDeleteBuddy, {"no", "body"}));
+    connection->run(kDeleteBuddy, Values{"no", "body"});
     EXPECT_FALSE(changed());
-    connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+    connection->run(kInsertUser, Values{"anna", "", "", "", ""});
     EXPECT_TRUE(changed());
-    connection->end_turn();
+    connection->commit();
     EXPECT_FALSE(changed());
     connection->update_row(kUsers, 1, {{"Phone"}, {"1"}});
     EXPECT_TRUE(changed());
-    connection->end_turn();
+    connection->commit();
 
     OtherProgram other(file);
     EXPECT_FALSE(changed());
@@ -503,8 +485,8 @@ TEST_F(SqliteConnectionTest, PlainToolsUseTheFile)
 {
     {
         const auto connection = open();
-        connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
-        connection->end_turn();
+        connection->run(kInsertUser, Values{"anna", "", "", "", ""});
+        connection->commit();
         OtherProgram other(file);
         other.run("INSERT INTO users (UserName) VALUES ('carl')");
         other.run("INSERT INTO log (Action) VALUES (NULL)");
@@ -516,12 +498,12 @@ TEST_F(SqliteConnectionTest, PlainToolsUseTheFile)
         EXPECT_EQ(rows.columns.size(), 14U);
         EXPECT_TRUE(rows.rows[1][7].boolean());
         EXPECT_NO_THROW(rows.rows[1][8].date());
-        EXPECT_TRUE(connection->query(fill(kSelectLogLines, {"1"})).rows[0][0].is_null());
+        EXPECT_TRUE(connection->query(kSelectLogLines, Values{1}).rows[0][0].is_null());
         add_row(*connection, kUsers, {{"UserName", "dora"}, {"Email", "d"}});
     }
     OtherProgram(file).run("DROP TABLE autoreply");
     const auto connection = open();
-    EXPECT_EQ(error_of([&] { connection->query(fill(kSelectAutoReply, {"anna"})); }).number(),
+    EXPECT_EQ(error_of([&] { connection->query(kSelectAutoReply, Values{"anna"}); }).number(),
         number_of(DatabaseError::MissingTable));
 }
 
@@ -588,14 +570,14 @@ TEST_F(SqliteConnectionTest, UpgradesAnEmptyFileAndARestoredDump)
     write(file, "");
     {
         const auto connection = open();
-        connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+        connection->run(kInsertUser, Values{"anna", "", "", "", ""});
         connection->Close();
     }
     OtherProgram(file).run("PRAGMA user_version = 0; DROP INDEX users_UserName");
     const auto connection = open();
     EXPECT_EQ(rows_of(*connection, kUsers).rows.size(), 1U);
     EXPECT_EQ(error_of([&] {
-        connection->Execute(fill(kInsertUser, {"Anna", "", "", "", ""}));
+        connection->run(kInsertUser, Values{"Anna", "", "", "", ""});
     }).number(),
         number_of(DatabaseError::Constraint));
 }
@@ -637,10 +619,10 @@ TEST_F(SqliteConnectionTest, ALockedFileFailsOnceSlowlyThenFast)
     const auto start = std::chrono::steady_clock::now();
     error_of(add);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-    connection->end_turn();
+    connection->commit();
     other.run("COMMIT");
     add();
-    connection->end_turn();
+    connection->commit();
     EXPECT_EQ(rows_of(*connection, kRooms).rows.size(), 1U);
 }
 
@@ -655,22 +637,22 @@ TEST_F(SqliteConnectionTest, LogRowsWaitWithTheirTimesUntilTheFileTakesThem)
     };
     connection->insert_row(kRooms, {{"RoomName"}, {"given up"}});
     log_later("a");
-    connection->query(std::string(kSelectUsers.text));
+    connection->query(kSelectUsers, {});
     rows_of(*connection, kLog); // is written for that
     log_later("b");
-    connection->abandon_turn();
+    connection->rollback();
     other.run("BEGIN IMMEDIATE");
     log_later("c");
-    connection->end_turn();
+    connection->commit();
     log_later("d");
-    connection->end_turn();
+    connection->commit();
     EXPECT_EQ(actions(*connection), "");
     other.run("COMMIT");
     EXPECT_THAT(connection->take_notices(),
         testing::ElementsAre(testing::HasSubstr("Log rows could not be written: ")));
-    connection->end_turn();
+    connection->commit();
     log_later("e");
-    connection->end_turn();
+    connection->commit();
     EXPECT_THAT(connection->take_notices(), testing::ElementsAre("Log rows are written again"));
     EXPECT_EQ(actions(*connection), "a b c d e ");
     const auto lines = rows_of(*connection, kLog);
@@ -683,7 +665,7 @@ TEST_F(SqliteConnectionTest, LogRowsWaitWithTheirTimesUntilTheFileTakesThem)
     for (int i = 0; i < 20'002; ++i) {
         log(*connection, std::to_string(i));
     }
-    connection->end_turn();
+    connection->commit();
     other.run("COMMIT");
     clock.advance(std::chrono::minutes(1));
     connection->take_notices();
@@ -767,7 +749,7 @@ TEST_F(SqliteConnectionTest, NothingThatAProcessDoesTakesItsLocksFromIt)
         EXPECT_TRUE(is_locked(file, kShared, kSharedLength));
         EXPECT_TRUE(is_locked(file.string() + "-shm", kAlive, 1));
         log(*connection, "of the server");
-        connection->end_turn();
+        connection->commit();
         shell(file, "INSERT INTO log (Action) VALUES (\"of another program\")");
         rows += 2;
         EXPECT_TRUE(std::filesystem::exists(file.string() + "-wal"));
@@ -785,20 +767,20 @@ TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)
     };
     const auto stored = [&] {
         std::string messages;
-        for (const auto& row : connection->query(std::string(kSelectQueue.text)).rows) {
+        for (const auto& row : connection->query(kSelectQueue, {}).rows) {
             messages += row[4].text() + " ";
         }
         return messages;
     };
     add("before");
-    connection->end_turn();
+    connection->commit();
     const auto mark = connection->change_mark(kQueue);
 
     {
         const SmallDisk disk;
         add(long_text(1'000'000));
         log(*connection, "first");
-        const auto error = error_of([&] { connection->end_turn(); });
+        const auto error = error_of([&] { connection->commit(); });
         EXPECT_EQ(error.number(), number_of(DatabaseError::Unspecified));
         EXPECT_TRUE(mentions(error.description(), "free space")) << error.description();
         EXPECT_NE(connection->change_mark(kQueue), mark);
@@ -811,16 +793,50 @@ TEST_F(SqliteConnectionTest, AFullDiskLosesTheTurnAndSaysSo)
         EXPECT_EQ(stored(), "before ");
     }
     add("after");
-    EXPECT_TRUE(mentions(error_of([&] { connection->end_turn(); }).description(), "were lost"))
+    EXPECT_TRUE(mentions(error_of([&] { connection->commit(); }).description(), "were lost"))
         << "what was told about the lost changes must not go out";
     EXPECT_EQ(stored(), "before ") << "a turn is not stored by half";
     add("given up");
-    connection->abandon_turn();
-    connection->abandon_turn();
+    connection->rollback();
+    connection->rollback();
     add("later");
-    connection->end_turn();
+    connection->commit();
     EXPECT_EQ(stored(), "before later ");
     EXPECT_EQ(actions(*connection), "first second ") << "the log tells of turns that are lost";
+}
+
+TEST_F(SqliteConnectionTest, ATurnWhosePendingRowsCannotBeWrittenIsNotCommitted)
+{
+    const auto connection = open();
+    OtherProgram other(file);
+    const auto turn = [&] {
+        connection->insert_row(kRooms, {{"RoomName"}, {"hall"}});
+        connection->add_row(kMessages, {{"UserName_From"}, {"anna"}});
+        connection->insert_row(kQueue, {{"UserName_From"}, {"anna"}});
+    };
+    const auto counts = [&] {
+        return other.run("SELECT count(*) FROM rooms UNION ALL SELECT count(*) FROM messages UNION ALL "
+                         "SELECT count(*) FROM queue");
+    };
+    using testing::ElementsAre;
+    // The insert cannot be prepared, or fails when it runs.
+    for (const auto* trigger : {"INSERT INTO missing VALUES (1)", "SELECT RAISE(ABORT, 'refused')"}) {
+        SCOPED_TRACE(trigger);
+        other.run(std::string("CREATE TRIGGER refusal AFTER INSERT ON messages BEGIN ") + trigger + "; END");
+        turn();
+        error_of([&] { connection->query(kSelectLastMessage, {}); }); // its caller goes on
+        log(*connection, trigger);
+        EXPECT_TRUE(mentions(error_of([&] { connection->commit(); }).description(), "were lost"));
+        EXPECT_THAT(counts(), ElementsAre("0", "0", "0"));
+        turn();
+        error_of([&] { connection->commit(); });
+        EXPECT_THAT(counts(), ElementsAre("0", "0", "0"));
+        other.run("DROP TRIGGER refusal");
+    }
+    turn();
+    connection->commit();
+    EXPECT_THAT(counts(), ElementsAre("1", "1", "1"));
+    EXPECT_EQ(actions(*connection), "INSERT INTO missing VALUES (1) SELECT RAISE(ABORT, 'refused') ");
 }
 
 TEST_F(SqliteConnectionTest, AKilledProcessLosesNoFinishedTurn)
@@ -832,7 +848,7 @@ TEST_F(SqliteConnectionTest, AKilledProcessLosesNoFinishedTurn)
         if (child == 0) {
             const auto connection = open(durability);
             log(*connection, "finished");
-            connection->end_turn();
+            connection->commit();
             log(*connection, "unfinished");
             static_cast<void>(::write(ready[1], "x", 1) == 1);
             while (true) {

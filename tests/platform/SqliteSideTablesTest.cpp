@@ -1,6 +1,6 @@
 // What the embedded database keeps beside the log and the messages gives the same answers as their rows.
-#include "platform/database/Recordset.h"
 #include "platform/sqlite/SqliteProvider.h"
+#include "store/Query.h"
 #include "support/ManualClock.h"
 #include "support/MemoryDatabase.h"
 #include "support/OtherProgram.h"
@@ -18,6 +18,7 @@ using namespace qz::platform;
 using namespace qz::store::statements;
 using namespace qz::store::tables;
 using Texts = std::vector<std::string>;
+using Values = std::vector<Value>;
 
 namespace {
 
@@ -30,7 +31,7 @@ protected:
         connection.reset();
         ConnectionOptions options;
         options.database_file = file;
-        options.statements = statements.all();
+        options.overrides = qz::store::all_overrides();
         connection = make_sqlite_connection(options, clock);
         connection->Open("");
     }
@@ -41,25 +42,19 @@ protected:
             kMessages, {{"UserName_From", "UserName_To", "MsgID"}, {"ada", "ben", number}});
     }
     /// Keys of the messages with a number.
-    Texts messages(const std::string& number)
-    {
-        return column(fill(kSelectMessagesByMsgID, {number}), "IDMessage");
-    }
+    Texts messages(const Value& number) { return column(kSelectMessagesByMsgID, number, "IDMessage"); }
     void log(const std::string& user, const std::string& time)
     {
         connection->insert_row(kLog, {{"UserName", "ActionTime"}, {user, time}});
     }
-    Texts last(const std::string& user)
+    Texts last(const std::string& user) { return column(kSelectLastActivity, user, "LastOfActionTime"); }
+    Texts days() { return column(kSelectInactiveUsers, 0, "DaysAgo"); }
+    Texts column(const Statement& statement, const Value& value, const char* name)
     {
-        return column(fill(kSelectLastActivity, {user}), "LastOfActionTime");
-    }
-    Texts days() { return column(fill(kSelectInactiveUsers, {"0"}), "DaysAgo"); }
-    Texts column(const std::string& sql, const char* name)
-    {
-        Recordset set(*connection);
+        const qz::store::Rows rows(statement, connection->query(statement, {&value, 1}));
         Texts values;
-        for (set.Open(sql); !set.AtEnd(); set.MoveNext()) {
-            values.push_back(set.Fields(name).text());
+        for (const auto row : rows) {
+            values.push_back(row[name].text());
         }
         return values;
     }
@@ -67,7 +62,6 @@ protected:
     qz::test::TemporaryFolder folder;
     const std::filesystem::path file = folder.path() / "VELTO.db";
     qz::test::ManualClock clock; // 2 March 2026, 09:00
-    qz::test::TestStatements statements;
     std::unique_ptr<Connection> connection;
 };
 
@@ -79,10 +73,10 @@ TEST_F(SqliteSideTablesTest, AMessageIsFoundByItsNumberHoweverManyThereAre)
         std::size_t wrong = 0;
         int count = 0;
         for (const auto& [number, keys] : expected) {
-            wrong += ++count % 97 == 0 && messages(std::to_string(number)) != keys ? 1U : 0U;
+            wrong += ++count % 97 == 0 && messages(number) != keys ? 1U : 0U;
         }
         EXPECT_EQ(wrong, 0U) << when;
-        EXPECT_EQ(messages("-5"), Texts{});
+        EXPECT_EQ(messages(-5), Texts{});
     };
     constexpr int kTurns = 250; // numbers are entered from the 193rd turn that is stored on
     for (int turn = 0; turn < kTurns; ++turn) {
@@ -95,16 +89,16 @@ TEST_F(SqliteSideTablesTest, AMessageIsFoundByItsNumberHoweverManyThereAre)
             }
         }
         if (lost) {
-            connection->abandon_turn();
+            connection->rollback();
         }
-        connection->end_turn();
+        connection->commit();
         if (turn == 225) {
             EXPECT_NE(other("SELECT count(*) FROM messagenumbers"), Texts{"0"}) << "without being asked";
             EXPECT_EQ(other("SELECT SeenUntil FROM messagenumbersseen"), Texts{"0"}) << "not all yet";
         }
     }
     check("in the middle of entering");
-    connection->end_turn();
+    connection->commit();
     open();
     check("after a restart");
 }
@@ -115,59 +109,59 @@ TEST_F(SqliteSideTablesTest, AMessageIsFoundWhateverOtherProgramsDo)
         add_message(1);
         add_message(2);
         add_message(2.5);
-        connection->end_turn();
+        connection->commit();
     };
     three();
-    EXPECT_EQ(messages("2"), Texts{"2"});
-    connection->end_turn();
+    EXPECT_EQ(messages(2), Texts{"2"});
+    connection->commit();
     other("UPDATE messages SET MsgID = 2 WHERE IDMessage = 1; UPDATE messages SET MsgID = NULL WHERE MsgID = "
           "2.5;"
           "INSERT INTO messages (MsgID) VALUES (2), (NULL), ('text'), (9007199254740993), ('4')");
-    EXPECT_EQ(messages("2"), (Texts{"1", "2", "4"}));
-    EXPECT_EQ(messages("1"), Texts{});
-    EXPECT_EQ(messages("2.5"), Texts{});
-    EXPECT_EQ(messages("9007199254740993"), Texts{"7"});
-    EXPECT_EQ(messages("4"), Texts{"8"});
-    EXPECT_EQ(messages("'text'"), Texts{"6"});
-    connection->end_turn();
+    EXPECT_EQ(messages(2), (Texts{"1", "2", "4"}));
+    EXPECT_EQ(messages(1), Texts{});
+    EXPECT_EQ(messages(2.5), Texts{});
+    EXPECT_EQ(messages(std::int64_t{9007199254740993}), Texts{"7"});
+    EXPECT_EQ(messages(4), Texts{"8"});
+    EXPECT_EQ(messages("text"), Texts{"6"});
+    connection->commit();
     other("DELETE FROM messages WHERE IDMessage = 2");
-    EXPECT_EQ(messages("2"), (Texts{"1", "4"}));
-    connection->end_turn();
+    EXPECT_EQ(messages(2), (Texts{"1", "4"}));
+    connection->commit();
     other("DELETE FROM messages; DELETE FROM sqlite_sequence"); // keys begin anew
-    EXPECT_EQ(messages("2"), Texts{});
-    connection->end_turn();
+    EXPECT_EQ(messages(2), Texts{});
+    connection->commit();
     three();
-    EXPECT_EQ(messages("2"), Texts{"2"});
+    EXPECT_EQ(messages(2), Texts{"2"});
 }
 
 TEST_F(SqliteSideTablesTest, ActivityIsThatOfTheLogWhoeverChangesIt)
 {
-    connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
-    connection->Execute(fill(kInsertUser, {"bert", "", "", "", ""}));
+    connection->run(kInsertUser, Values{"anna", "", "", "", ""});
+    connection->run(kInsertUser, Values{"bert", "", "", "", ""});
     EXPECT_EQ(last("anna"), Texts{});
     log("anna", "2026-02-20 10:00:00");
     log("ANNA", "2026-02-10 10:00:00");
     EXPECT_EQ(last("anna"), Texts{"2026-02-20 10:00:00"}) << "in the same turn";
-    connection->end_turn();
+    connection->commit();
     log("bert", "2026-03-01 10:00:00");
     log("anna", "2026-02-25 10:00:00");
-    connection->end_turn();
+    connection->commit();
     EXPECT_EQ(last("anna"), Texts{"2026-02-25 10:00:00"});
     EXPECT_EQ(days(), (Texts{"20", "1"}));
-    connection->end_turn();
+    connection->commit();
 
     other("UPDATE log SET ActionTime = '2026-02-22 10:00:00' WHERE ActionTime LIKE '2026-02-25%'");
     EXPECT_EQ(last("anna"), Texts{"2026-02-22 10:00:00"});
-    connection->end_turn();
+    connection->commit();
     other("DELETE FROM log WHERE UserName = 'anna' AND ActionTime < '2026-02-15'");
     EXPECT_EQ(days(), (Texts{"10", "1"}));
-    connection->end_turn();
+    connection->commit();
     other(
         "INSERT INTO log (UserName, ActionTime) VALUES (NULL, '2020-01-01'), ('bert', NULL), ('Bert', 'x')");
     EXPECT_EQ(last("bert"), Texts{"x"}) << "the greatest text, as ever";
     EXPECT_EQ(days(), (Texts{"10", "1"}));
-    connection->end_turn();
-    connection->Execute(fill(kDeleteOldLog, {"0"}));
+    connection->commit();
+    connection->run(kDeleteOldLog, Values{0});
     EXPECT_EQ(days(), Texts{});
 }
 
@@ -180,11 +174,11 @@ TEST_F(SqliteSideTablesTest, ActivityIsKeptUpBetweenTheTurns)
     for (int i = 0; i < 1'200; ++i) {
         log("anna", "2026-03-01 10:00:00");
     }
-    connection->end_turn();
+    connection->commit();
     const auto write_a_line = [&] {
         clock.advance(std::chrono::seconds(1));
         log("anna", "2026-03-01 10:00:00");
-        connection->end_turn();
+        connection->commit();
     };
     EXPECT_EQ(seen(), "500");
     write_a_line();
@@ -195,7 +189,7 @@ TEST_F(SqliteSideTablesTest, ActivityIsKeptUpBetweenTheTurns)
 
 TEST_F(SqliteSideTablesTest, AnOlderFileGetsThemFilled)
 {
-    connection->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
+    connection->run(kInsertUser, Values{"anna", "", "", "", ""});
     connection->Close();
     other("DROP TABLE useractivity; DROP TABLE useractivityseen; DROP TABLE messagenumbers;"
           "DROP TABLE messagenumbersseen; DROP TRIGGER log_removed; DROP TRIGGER log_changed;"
@@ -206,7 +200,7 @@ TEST_F(SqliteSideTablesTest, AnOlderFileGetsThemFilled)
           "INSERT INTO messages (MsgID) VALUES (3), (NULL), (3), (4); PRAGMA user_version = 3");
     open();
     EXPECT_EQ(days(), Texts{"3"});
-    EXPECT_EQ(messages("3"), (Texts{"1", "3"}));
+    EXPECT_EQ(messages(3), (Texts{"1", "3"}));
     EXPECT_EQ(other("SELECT count(*) FROM sqlite_master WHERE name IN ('log_UserName_ActionTime', "
                     "'messages_MsgID_To_From')"),
         Texts{"0"});

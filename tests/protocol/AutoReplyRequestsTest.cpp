@@ -97,7 +97,7 @@ TEST_F(AutoReplyRequestsTest, NothingElseIsAnswered)
 
 TEST_F(AutoReplyRequestsTest, AFailureIsAnsweredWithNo)
 {
-    talk->engine().database.connection().Close();
+    talk->engine().database.ClosedbConnection();
     client->say("autoreply", "action=update screenname=ann status=True message=x");
     EXPECT_THAT(client->hear(), ElementsAre("autoreply action=save answer=no"));
     EXPECT_THAT(talk->log(), testing::Contains("AutoReply save NO for ann [ann, 192.0.2.10]"));

@@ -202,7 +202,7 @@ class YieldingLogOn : public testing::Test {
 protected:
     YieldingLogOn()
     {
-        auto& database = server.engine.database.connection();
+        auto& database = server.engine.database;
         for (const auto* name : {"ann", "bob", "carl"}) {
             qz::test::add_row(
                 database, qz::store::tables::kUsers, {{"UserName", name}, {"Password", "secret"}});

@@ -239,7 +239,7 @@ TEST(LogonThrottleConversation, RefusesWithoutJudgingAndMailsNoMoreThanTen)
 {
     qz::test::TestEngine server;
     auto& engine = server.engine;
-    qz::test::add_row(engine.database.connection(), qz::store::tables::kUsers,
+    qz::test::add_row(engine.database, qz::store::tables::kUsers,
         {{"UserName", "ann"}, {"Password", "secret"}, {"Email", "ann@example.test"}});
     server.start();
     engine.settings.set_AdminScreenName("ann");

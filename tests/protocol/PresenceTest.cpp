@@ -153,7 +153,7 @@ TEST_P(PresenceConversation, ReadsAndChangesAnEntry)
 
     ann.say("buddykey", "action=steal screenname=ann buddy=bob");
     EXPECT_THAT(ann.hear(), IsEmpty());
-    talk->engine().database.connection().Close();
+    talk->engine().database.ClosedbConnection();
     ann.say("buddykey", "action=update screenname=ann buddy=bob key=1");
     ann.say("buddydetails", "action=update screenname=ann buddy=bob");
     EXPECT_THAT(ann.hear(),

@@ -44,10 +44,10 @@ TEST_F(RequestCost, NoRequestReadsAWholeTable)
 {
     Texts whole;
     server.machine.watch = [&](const std::string& sql) {
-        if (sql == qz::store::statements::kSelectUsers.text
-            || sql == qz::store::statements::kSelectBuddies.text
-            || sql == qz::store::statements::kSelectRooms.text
-            || sql == qz::store::statements::kSelectDuplicatedBuddies.text) {
+        if (sql == qz::store::statements::kSelectUsers.stated
+            || sql == qz::store::statements::kSelectBuddies.stated
+            || sql == qz::store::statements::kSelectRooms.stated
+            || sql == qz::store::statements::kSelectDuplicatedBuddies.stated) {
             whole.push_back(sql);
         }
     };

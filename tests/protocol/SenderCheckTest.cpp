@@ -71,12 +71,10 @@ protected:
     /// Everything that a request could have changed in the tables.
     Texts tables()
     {
-        using namespace qz::store::statements;
+        using namespace qz::store::tables;
         Texts rows;
-        for (const auto* statement :
-            {&kSelectUsers, &kSelectBuddies, &kSelectRooms, &kSelectMessagesForAdding}) {
-            for (const auto& row :
-                talk->engine().database.connection().query(qz::platform::fill(*statement, {})).rows) {
+        for (const auto& table : {kUsers, kBuddies, kRooms, kMessages}) {
+            for (const auto& row : talk->engine().database.maintenance().read_rows(table, 0, 1'000).rows) {
                 std::string text;
                 for (const auto& value : row) {
                     text += value.text() + "|";

@@ -1,8 +1,7 @@
 // People, a server process, and the database server that VELTO_TEST_PROVIDER names, which is killed while
 // they talk.
-#include "store/Statements.h"
+#include "store/Overrides.h"
 #include "support/DatabaseServer.h"
-#include "support/MemoryDatabase.h"
 #include "system/Person.h"
 #include "system/ServerProcess.h"
 
@@ -46,7 +45,7 @@ protected:
     void connect(bool empty)
     {
         platform::ConnectionOptions options;
-        options.statements = statements.all();
+        options.overrides = store::all_overrides();
         connection = test::make_server_connection(*test::server_under_test(), options, {}, empty);
         connection->Open("");
     }
@@ -77,7 +76,6 @@ protected:
         return count;
     }
 
-    test::TestStatements statements;
     test::ServerProcess server;
     std::unique_ptr<platform::Connection> connection;
 };

@@ -1,9 +1,8 @@
 // The commands velto-server db on the database server that VELTO_TEST_PROVIDER names.
 #include "platform/SystemClock.h"
 #include "platform/sqlite/SqliteProvider.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
 #include "support/DatabaseServer.h"
-#include "support/MemoryDatabase.h"
 #include "system/ServerProcess.h"
 
 #include <gmock/gmock.h>
@@ -71,14 +70,14 @@ protected:
     void empty_the_server()
     {
         ConnectionOptions options;
-        options.statements = statements.all();
+        options.overrides = store::all_overrides();
         test::make_server_connection(*test::server_under_test(), options, OdbcTimes(), true)->Open("");
     }
     std::unique_ptr<Connection> open_file(const test::ServerProcess& home)
     {
         ConnectionOptions options;
         options.database_file = home.home() / "VELTO.db";
-        options.statements = statements.all();
+        options.overrides = store::all_overrides();
         auto connection = make_sqlite_connection(options, clock);
         connection->Open("");
         return connection;
@@ -86,7 +85,7 @@ protected:
     void put(const test::ServerProcess& home, const Table& table, std::vector<std::string> columns,
         std::vector<std::vector<Value>> rows)
     {
-        open_file(home)->maintenance().write_rows(table, {std::move(columns), std::move(rows), nullptr, {}});
+        open_file(home)->maintenance().write_rows(table, {std::move(columns), std::move(rows)});
     }
     void put_otto(const test::ServerProcess& home)
     {
@@ -127,7 +126,6 @@ protected:
     }
 
     SystemClock clock;
-    test::TestStatements statements;
     test::ServerProcess source; // embedded
     test::ServerProcess target; // on the server
     test::ServerProcess second; // embedded, with the same key
@@ -188,8 +186,8 @@ TEST_F(DbCommandsTest, ACopyIsOneMomentOfASourceThatOthersWriteTo)
         for (std::int64_t i = 1; !copied; ++i) {
             const auto name = "user" + std::to_string(i);
             tables.begin();
-            tables.write_rows(kUsers, {{"IDUserName", "UserName"}, {{i, name}}, nullptr, {}});
-            tables.write_rows(kLastLogOn, {{"IDLastLogOn", "UserName"}, {{i, name}}, nullptr, {}});
+            tables.write_rows(kUsers, {{"IDUserName", "UserName"}, {{i, name}}});
+            tables.write_rows(kLastLogOn, {{"IDLastLogOn", "UserName"}, {{i, name}}});
             tables.commit();
         }
     });

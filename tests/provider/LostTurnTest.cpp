@@ -1,9 +1,8 @@
 // A turn that took its server longer than the engine waits.
 #include "base/EngineError.h"
 #include "platform/odbc/OdbcSession.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
 #include "support/DatabaseServer.h"
-#include "support/MemoryDatabase.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -59,7 +58,7 @@ protected:
         times.answer = 500ms;
         times.first_retry = 10ms;
         ConnectionOptions options;
-        options.statements = statements.all();
+        options.overrides = store::all_overrides();
         connection = test::make_server_connection(*test::server_under_test(), options, times, true);
         connection->Open("");
         control = std::make_unique<OdbcSession>(test::server_under_test()->connection_string());
@@ -77,13 +76,13 @@ protected:
     bool is_postgresql() const { return server() == "PostgreSQL"; }
     void lose_turn()
     {
-        EXPECT_THROW(connection->end_turn(), EngineError);
+        EXPECT_THROW(connection->commit(), EngineError);
         EXPECT_EQ(connection->State(), ConnectionState::Closed);
     }
     bool comes_back()
     {
         return in_time([&] {
-            connection->end_turn();
+            connection->commit();
             return connection->State() == ConnectionState::Open;
         });
     }
@@ -91,7 +90,7 @@ protected:
     void write_once()
     {
         connection->add_row(kMessages, {{"MsgID"}, {7.0}});
-        connection->end_turn();
+        connection->commit();
         connection->maintenance().delete_rows(kMessages);
     }
     void remove_delay()
@@ -124,7 +123,6 @@ protected:
     }
 
     OdbcTimes times;
-    test::TestStatements statements;
     std::unique_ptr<Connection> connection;
     std::unique_ptr<OdbcSession> control;
 };

@@ -1,11 +1,10 @@
 // What only a database server can do, on the one that VELTO_TEST_PROVIDER names.
 #include "base/EngineError.h"
 #include "platform/SystemClock.h"
-#include "platform/database/Recordset.h"
 #include "platform/odbc/OdbcSession.h"
-#include "store/Statements.h"
+#include "store/Overrides.h"
+#include "store/Query.h"
 #include "support/DatabaseServer.h"
-#include "support/MemoryDatabase.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -46,12 +45,19 @@ protected:
     std::unique_ptr<Connection> open(bool empty)
     {
         ConnectionOptions options;
-        options.statements = statements.all();
+        options.overrides = store::all_overrides();
         auto made = test::make_server_connection(*test::server_under_test(), options, times, empty);
         made->Open("");
         return made;
     }
-    void log(const std::string& action) { connection->Execute(fill(kInsertLogRow, {"anna", "::1", action})); }
+    void log(const std::string& action)
+    {
+        connection->add_row(kLog, {{"UserName", "RemoteIP", "Action"}, {"anna", "::1", action}});
+    }
+    store::Rows query(const Statement& statement, const std::vector<Value>& values = {})
+    {
+        return {statement, connection->query(statement, values)};
+    }
     /// One column of a table as another program sees it.
     std::vector<std::string> seen(const Table& table, std::size_t column)
     {
@@ -70,9 +76,10 @@ protected:
             return error.number();
         }
     }
-    void add_user(const std::string& name)
+    void add_user(const std::string& name) { add_user(*connection, name); }
+    static void add_user(Connection& connection, const std::string& name)
     {
-        connection->Execute(fill(kInsertUser, {name, "p", "", "", ""}));
+        connection.run(kInsertUser, std::vector<Value>{name, "p", "", "", ""});
     }
     /// Ends turns until the link is back.
     bool comes_back()
@@ -80,17 +87,22 @@ protected:
         const auto deadline = std::chrono::steady_clock::now() + 30s;
         while (
             connection->State() == ConnectionState::Closed && std::chrono::steady_clock::now() < deadline) {
-            connection->end_turn();
+            connection->commit();
             std::this_thread::sleep_for(10ms); // for another process
         }
         return connection->State() == ConnectionState::Open;
     }
 
     OdbcTimes times;
-    test::TestStatements statements;
     std::unique_ptr<Connection> connection;
     std::unique_ptr<Connection> other;
 };
+
+constexpr Statement kSetTime{
+    .stated = "UPDATE queue SET SentTime = '{}'", .sql = "UPDATE queue SET senttime = ?", .table = &kQueue};
+constexpr Statement kSelectUnsent{.stated = "SELECT * FROM messages WHERE Sent = {}",
+    .sql = "SELECT * FROM messages WHERE sent = ?",
+    .table = &kMessages};
 
 constexpr auto kUnspecified = number_of(DatabaseError::Unspecified);
 
@@ -104,7 +116,7 @@ TEST_F(OdbcConnectionTest, AFailingStatementFailsAlone)
     add_user("bert");
     log("after");
     EXPECT_THAT(seen(kUsers, 1), IsEmpty()) << "the turn is not over";
-    connection->end_turn();
+    connection->commit();
     EXPECT_THAT(seen(kUsers, 1), ElementsAre("anna", "bert"));
     EXPECT_THAT(seen(kLog, 4), ElementsAre("before", "after"));
 }
@@ -114,24 +126,24 @@ TEST_F(OdbcConnectionTest, WhatStoodBeforeAFailureStaysWithItsKeys)
     const auto room = connection->insert_row(kRooms, {{"RoomName"}, {"hall"}});
     const auto waiting = connection->insert_row(kQueue, {{"Message"}, {"text"}});
     EXPECT_TRUE(failure_of([&] { // some servers give up the whole transaction over it
-        connection->Execute(fill(kUpdateQueueSent, {"no date", std::to_string(waiting)}));
+        connection->run(kSetTime, std::vector<Value>{"no date"});
     }));
-    connection->end_turn();
+    connection->commit();
     EXPECT_THAT(seen(kRooms, 0), ElementsAre(std::to_string(room)));
     EXPECT_THAT(seen(kQueue, 0), ElementsAre(std::to_string(waiting)));
 }
 
-TEST_F(OdbcConnectionTest, AnAbandonedTurnLeavesOnlyItsLog)
+TEST_F(OdbcConnectionTest, ATurnThatIsRolledBackLeavesOnlyItsLog)
 {
     add_user("anna");
-    connection->end_turn();
+    connection->commit();
     const auto mark = connection->change_mark(kUsers);
     add_user("bert");
     connection->add_row(kMessages, {{"MsgID"}, {5.0}});
     log("what happened");
-    connection->abandon_turn();
+    connection->rollback();
     EXPECT_NE(connection->change_mark(kUsers), mark) << "a snapshot with bert must not be believed";
-    connection->end_turn();
+    connection->commit();
     EXPECT_THAT(seen(kUsers, 1), ElementsAre("anna"));
     EXPECT_THAT(seen(kMessages, 0), IsEmpty());
     EXPECT_THAT(seen(kLog, 4), ElementsAre("what happened"));
@@ -143,38 +155,33 @@ TEST_F(OdbcConnectionTest, WritesThatWaitAreSeenByTheirOwnTurn)
         connection->add_row(
             kMessages, {{"UserName_From", "UserName_To", "MsgID"}, {"anna", "bert", static_cast<double>(i)}});
     }
-    Recordset row(*connection);
-    row.Open(fill(kSelectMessage, {"Anna", "BERT", "299"}));
-    ASSERT_EQ(row.RecordCount(), 1);
-    row.SetField("Delivered", true);
-    row.SetField("DeliveredTime", DateTime::parse("2026-03-02 09:00:00").value());
-    row.Update();
-    row.Open(fill(kSelectMessagesByMsgID, {"299"}));
-    EXPECT_TRUE(row.Fields("Delivered").boolean()) << "it had not reached the server yet";
-    row.Open(fill(kSelectMessagesByMsgID, {"298"}));
-    row.SetField("MsgID", 1000.0);
-    row.Update();
-    row.Open(fill(kSelectMessagesByMsgID, {"298"}));
-    EXPECT_EQ(row.RecordCount(), 0) << "the change decides about the query";
+    const auto change = [&](const store::Rows& rows, const RowChange& row) {
+        ASSERT_EQ(rows.size(), 1U);
+        connection->update_row(kMessages, rows.front().key(), row);
+    };
+    const auto time = DateTime::parse("2026-03-02 09:00:00").value();
+    change(query(kSelectMessage, {"Anna", "BERT", 299}), {{"Delivered", "DeliveredTime"}, {true, time}});
+    EXPECT_TRUE(query(kSelectMessagesByMsgID, {299}).front()["Delivered"].boolean())
+        << "it had not reached the server yet";
+    change(query(kSelectMessagesByMsgID, {298}), {{"Sent"}, {true}});
+    EXPECT_EQ(query(kSelectUnsent, {0}).size(), 299U) << "the change decides about the query";
     for (int i = 0; i < 50; ++i) { // many changes in one text
-        row.Open(fill(kSelectMessagesByMsgID, {std::to_string(i)}));
-        row.SetField("Sent", i % 2 == 0);
-        row.SetField("SentTime", DateTime::parse("2026-03-02 09:00:00").value().plus_seconds(i));
-        row.Update();
+        change(
+            query(kSelectMessagesByMsgID, {i}), {{"Sent", "SentTime"}, {i % 2 == 0, time.plus_seconds(i)}});
     }
-    connection->end_turn();
-    row.Open(fill(kSelectMessagesByMsgID, {"48"}));
-    EXPECT_TRUE(row.Fields("Sent").boolean());
-    EXPECT_EQ(row.Fields("SentTime").date().text(), "2026-03-02 09:00:48");
+    connection->commit();
+    const auto row = query(kSelectMessagesByMsgID, {48});
+    EXPECT_TRUE(row.front()["Sent"].boolean());
+    EXPECT_EQ(row.front()["SentTime"].date().text(), "2026-03-02 09:00:48");
     EXPECT_EQ(seen(kMessages, 0).size(), 300U);
 }
 
 TEST_F(OdbcConnectionTest, ARowThatIsGoneIsReported)
 {
     const auto key = connection->insert_row(kAutoReply, {{"Message"}, {"a"}});
-    connection->end_turn();
+    connection->commit();
     other->delete_row(kAutoReply, key);
-    other->end_turn();
+    other->commit();
     EXPECT_EQ(failure_of([&] {
         connection->update_row(kAutoReply, key, {{"Enabled"}, {true}});
     }),
@@ -202,9 +209,9 @@ TEST_F(OdbcConnectionTest, WhatATurnDoesToARowIsWrittenOnce)
     if (test::server_under_test()->locks_rows()) {
         left.emplace_back("of another program"); // its key is nobody else's
         other->insert_row(kQueue, {{"Message"}, {left.back()}});
-        other->end_turn();
+        other->commit();
     }
-    connection->end_turn();
+    connection->commit();
     const auto rows = other->maintenance().read_rows(kQueue, keys.front() - 1, 100).rows;
     ASSERT_EQ(rows.size(), texts.size() - 2 + left.size()); // one is deleted
     EXPECT_TRUE(rows[0][9].boolean());
@@ -222,7 +229,7 @@ TEST_F(OdbcConnectionTest, WhatATurnDoesToARowIsWrittenOnce)
     }
     EXPECT_EQ(
         failure_of([&] { connection->delete_row(kQueue, keys[2]); }), number_of(DatabaseError::RowGone));
-    connection->end_turn();
+    connection->commit();
     EXPECT_EQ(seen(kQueue, 4), left);
     EXPECT_EQ(seen(kQueue, 10).front(), "2026-03-02 09:00:00");
 }
@@ -230,21 +237,36 @@ TEST_F(OdbcConnectionTest, WhatATurnDoesToARowIsWrittenOnce)
 TEST_F(OdbcConnectionTest, MarksForeignChangesOnly)
 {
     const auto first = connection->change_mark(kUsers);
-    connection->end_turn();
-    other->Execute(fill(kInsertLogRow, {"a", "b", "c"}));
-    other->Execute(fill(kInsertCommand, {"a", "b"}));
-    other->end_turn();
+    connection->commit();
+    other->add_row(kLog, {{"UserName", "RemoteIP", "Action"}, {"a", "b", "c"}});
+    other->run(kInsertCommand, std::vector<Value>{"a", "b"});
+    other->commit();
     EXPECT_EQ(connection->change_mark(kUsers), first);
-    connection->query(fill(kSelectLastLogOn, {"anna"}));
+    query(kSelectLastLogOn, {"anna"});
     EXPECT_NE(connection->change_mark(kLog), connection->change_mark(kLog)) << "nobody counts its changes";
     EXPECT_EQ(connection->change_mark(kUsers), first) << "and that is no concern of others";
-    EXPECT_EQ(connection->query(std::string(kSelectCommands.text)).rows.size(), 1U);
-    other->Execute(fill(kInsertUser, {"anna", "", "", "", ""}));
-    other->Execute(std::string(kDeleteAllCommands.text));
-    other->end_turn();
-    connection->end_turn();
+    EXPECT_EQ(query(kSelectCommands).size(), 1U);
+    EXPECT_TRUE(query(kSelectUser, {"anna"}).empty());
+    add_user(*other, "anna");
+    other->run(kDeleteAllCommands, {});
+    other->commit();
+    connection->commit();
     EXPECT_NE(connection->change_mark(kUsers), first);
-    EXPECT_THAT(connection->query(std::string(kSelectCommands.text)).rows, IsEmpty());
+    EXPECT_TRUE(query(kSelectCommands).empty());
+    EXPECT_EQ(query(kSelectUser, {"anna"}).size(), 1U);
+    EXPECT_TRUE(query(kSelectUser, {"bert"}).empty()) << "what is kept is kept by its values";
+}
+
+TEST_F(OdbcConnectionTest, AQueryOfTwoTablesIsNotKeptByTheMarkOfOne)
+{
+    add_user("anna");
+    const auto last = [&] {
+        return query(kSelectAccountsWithLastLogOn).front()["LogOnTime"].text();
+    };
+    EXPECT_EQ(last(), "");
+    connection->insert_row(
+        kLastLogOn, {{"UserName", "LogOnTime"}, {"anna", DateTime::parse("2026-03-02 09:00:00").value()}});
+    EXPECT_EQ(last(), "2026-03-02 09:00:00");
 }
 
 TEST_F(OdbcConnectionTest, ReadsOneMomentWhileOthersWrite)
@@ -254,8 +276,8 @@ TEST_F(OdbcConnectionTest, ReadsOneMomentWhileOthersWrite)
     }
     connection->maintenance().begin_reading();
     EXPECT_THAT(connection->maintenance().count_rows(kRooms), 0U);
-    other->Execute(fill(kInsertUser, {"anna", "p", "", "", ""}));
-    other->end_turn();
+    add_user(*other, "anna");
+    other->commit();
     EXPECT_EQ(connection->maintenance().count_rows(kUsers), 0U);
     connection->maintenance().roll_back();
     EXPECT_EQ(connection->maintenance().count_rows(kUsers), 1U);
@@ -266,9 +288,8 @@ TEST_F(OdbcConnectionTest, KeepsEveryCharacter)
     std::string text = "Zo\xC3\xAB \xF0\x9F\x98\x80 \\ \\' \" ` %_ ?:$1 \xE2\x80\x99 \n\t end";
     for (int i = 0; i < 4; ++i) {
         connection->insert_row(kQueue, {{"Message"}, {text}});
-        connection->end_turn();
+        connection->commit();
         EXPECT_EQ(seen(kQueue, 4), std::vector<std::string>{text});
-        connection->Execute("DELETE FROM [command]");
         connection->maintenance().delete_rows(kQueue);
         text += text + text + text + text; // up to 6,000 characters
     }
@@ -277,24 +298,24 @@ TEST_F(OdbcConnectionTest, KeepsEveryCharacter)
 TEST_F(OdbcConnectionTest, CountsDaysByTheServersDate)
 {
     const auto now = SystemClock().now();
-    connection->Execute(fill(kInsertUser, {"anna", "p", "", "", ""}));
+    add_user("anna");
     for (const int days : {0, 6, 7, 8}) {
         connection->insert_row(kLog,
             {{"ActionTime", "UserName", "RemoteIP", "Action"},
                 {now.plus_seconds(-86400 * days), "anna", "::1",
                     "LogOn successfully for " + std::to_string(days)}});
     }
-    EXPECT_EQ(connection->query(fill(kSelectRecentLogOn, {"0", "Anna"})).rows.size(), 1U);
-    EXPECT_EQ(connection->query(fill(kSelectInactiveUsers, {"8"})).rows.size(), 1U);
-    EXPECT_EQ(connection->query(fill(kSelectInactiveUsers, {"9"})).rows.size(), 0U);
-    const auto last = connection->query(fill(kSelectLastActivity, {"anna"}));
-    EXPECT_LT(std::abs(seconds_between(last.rows.at(0).at(0).date(), now)), 60);
-    connection->Execute(fill(kDeleteOldLog, {"7"}));
-    const auto lines = connection->query(fill(kSelectLogLines, {"10"}));
-    ASSERT_EQ(lines.rows.size(), 2U);
-    EXPECT_THAT(lines.rows[0][0].text(), HasSubstr("/anna/")) << "newest first";
-    const auto user = connection->query(fill(kSelectUser, {"anna"}));
-    EXPECT_LT(std::abs(seconds_between(user.rows.at(0).at(8).date(), now)), 60) << "set by the server";
+    EXPECT_EQ(query(kSelectRecentLogOn, {0, "Anna"}).size(), 1U);
+    EXPECT_EQ(query(kSelectInactiveUsers, {8}).size(), 1U);
+    EXPECT_EQ(query(kSelectInactiveUsers, {9}).size(), 0U);
+    const auto last = query(kSelectLastActivity, {"anna"});
+    EXPECT_LT(std::abs(seconds_between(last.front()["LastOfActionTime"].date(), now)), 60);
+    connection->run(kDeleteOldLog, std::vector<Value>{7});
+    const auto lines = query(kSelectLogLines, {10});
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_THAT(lines.front()["MyLog"].text(), HasSubstr("/anna/")) << "newest first";
+    const auto user = query(kSelectUser, {"anna"});
+    EXPECT_LT(std::abs(seconds_between(user.front()["CreationTime"].date(), now)), 60) << "set by the server";
 }
 
 TEST_F(OdbcConnectionTest, RefusesAWrongPassword)
@@ -303,12 +324,14 @@ TEST_F(OdbcConnectionTest, RefusesAWrongPassword)
     EXPECT_EQ(failure_of([&] { connection->Open(test::server_under_test()->connection_string("wrong")); }),
         number_of(DatabaseError::LogonFailed));
     EXPECT_EQ(failure_of([&] { add_user("anna"); }), number_of(DatabaseError::ConnectionClosed));
+    EXPECT_EQ(failure_of([&] { query(kProbe); }), number_of(DatabaseError::ConnectionClosed));
+    EXPECT_EQ(failure_of([&] { log("nowhere"); }), number_of(DatabaseError::ConnectionClosed));
 }
 
 TEST_F(OdbcConnectionTest, ALockFailsItsStatementsAndNothingElse)
 {
     const auto key = connection->insert_row(kAutoReply, {{"UserName"}, {"anna"}});
-    connection->end_turn();
+    connection->commit();
     other->update_row(kAutoReply, key, {{"Message"}, {"mine"}}); // and keeps the turn open
     log("goes on");
     const auto change = [&] {
@@ -319,10 +342,10 @@ TEST_F(OdbcConnectionTest, ALockFailsItsStatementsAndNothingElse)
     EXPECT_EQ(failure_of(change), kUnspecified);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 1500ms) << "who waited in vain does not wait again";
     EXPECT_EQ(connection->State(), ConnectionState::Open);
-    connection->end_turn();
-    other->end_turn();
+    connection->commit();
+    other->commit();
     change();
-    connection->end_turn();
+    connection->commit();
     EXPECT_THAT(seen(kAutoReply, 2), ElementsAre("yours"));
     EXPECT_THAT(seen(kLog, 4), ElementsAre("goes on"));
 }
@@ -348,7 +371,7 @@ TEST_F(OdbcConnectionTest, AFrozenServerHoldsNobodyUpForLong)
     ASSERT_TRUE(comes_back());
     EXPECT_THAT(connection->take_notices(), ElementsAre(HasSubstr("Database connection restored after ")));
     add_user("dora");
-    connection->end_turn();
+    connection->commit();
     EXPECT_THAT(seen(kUsers, 1), ElementsAre("dora"));
     EXPECT_THAT(seen(kLog, 4), ElementsAre("before", "meanwhile"));
     const auto time = DateTime::parse(seen(kLog, 1).front()).value();
@@ -380,7 +403,7 @@ TEST_F(OdbcConnectionTest, ComesBackToItsOwnTablesOnly)
         std::vector<std::string> notices;
         const auto deadline = std::chrono::steady_clock::now() + 30s;
         while (notices.empty() && std::chrono::steady_clock::now() < deadline) {
-            connection->end_turn();
+            connection->commit();
             notices = connection->take_notices();
             std::this_thread::sleep_for(10ms); // for another process
         }
@@ -395,21 +418,21 @@ TEST_F(OdbcConnectionTest, ComesBackToItsOwnTablesOnly)
 TEST_F(OdbcConnectionTest, SurvivesAKilledServer)
 {
     add_user("anna");
-    connection->end_turn();
+    connection->commit();
     log("before");
     auto* server = test::server_under_test();
     server->program().end();
-    EXPECT_EQ(failure_of([&] { connection->end_turn(); }), kUnspecified);
+    EXPECT_EQ(failure_of([&] { connection->commit(); }), kUnspecified);
     for (int i = 0; i < 30'000; ++i) { // more than is kept
         log(i == 29'999 ? "last" : "meanwhile");
     }
-    connection->end_turn();
+    connection->commit();
     server->start();
     ASSERT_TRUE(comes_back());
     EXPECT_THAT(connection->take_notices(),
         ElementsAre(
             HasSubstr("Database connection lost: "), HasSubstr("; 10001 log lines could not be kept")));
-    connection->end_turn();
+    connection->commit();
     other = open(false);
     EXPECT_EQ(seen(kLog, 4).size(), 20'000U);
     EXPECT_EQ(seen(kLog, 4).front(), "meanwhile") << "the oldest go first";
@@ -437,7 +460,7 @@ TEST_F(OdbcConnectionTest, OlderTablesAreBroughtUpToDateWithWhatIsInThem)
     connection->insert_row(kQueue, {{"UserName_To", "IDQueueText"}, {"ben", text}});
     connection->insert_row(kQueueText, {{"Message"}, {"taken back"}});
     connection->delete_row(kQueueText, text + 1);
-    connection->end_turn();
+    connection->commit();
     EXPECT_THAT(seen(kQueue, 4), ElementsAre("old", ""));
     EXPECT_THAT(seen(kQueue, 11), ElementsAre("", std::to_string(text)));
     EXPECT_THAT(seen(kQueueText, 1), ElementsAre("new"));

@@ -73,10 +73,8 @@ protected:
     {
         std::vector<std::string> texts;
         host.settle();
-        for (auto set = host.engine.database.open(store::statements::kSelectMessagesForAdding); !set.AtEnd();
-             set.MoveNext()) {
-            texts.push_back(set.Fields("MsgID").text() + " " + set.Fields("Sent").text() + " "
-                + set.Fields("Delivered").text());
+        for (const auto& row : test::rows_of(host.engine.database, store::tables::kMessages)) {
+            texts.push_back(row["MsgID"].text() + " " + row["Sent"].text() + " " + row["Delivered"].text());
         }
         return texts;
     }
@@ -105,10 +103,11 @@ protected:
     std::vector<std::int64_t> counts()
     {
         host.settle();
-        auto row = host.engine.database.open(store::statements::kSelectQueueCount);
-        const auto waiting = host.engine.database.open(store::statements::kSelectQueue).RecordCount();
-        return {row.Fields("Accepted").integer(), row.Fields("Confirmed").integer(),
-            row.Fields("Expired").integer(), waiting};
+        const auto rows = host.engine.database.query(store::statements::kSelectQueueCount);
+        const auto row = rows.front();
+        const auto waiting = host.engine.database.query(store::statements::kSelectQueue).size();
+        return {row["Accepted"].integer(), row["Confirmed"].integer(), row["Expired"].integer(),
+            static_cast<std::int64_t>(waiting)};
     }
     /// What ada writes to a room, for each of these.
     void put_to_room(const std::string& text, const std::vector<std::string>& members, double msg_id)
@@ -127,8 +126,8 @@ protected:
         std::vector<std::string> texts;
         host.settle();
         for (const auto* table : {&store::statements::kSelectQueue, &store::statements::kSelectQueueTexts}) {
-            for (auto rows = host.engine.database.open(*table); !rows.AtEnd(); rows.MoveNext()) {
-                texts.push_back(rows.Fields("Message").text());
+            for (const auto& row : host.engine.database.query(*table)) {
+                texts.push_back(row["Message"].text());
             }
         }
         return texts;

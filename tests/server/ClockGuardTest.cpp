@@ -49,9 +49,9 @@ protected:
     void start()
     {
         for (const auto* name : {"ann", "bob", "carl"}) {
-            auto& connection = server->engine.database.connection();
-            qz::test::add_row(connection, kUsers, {{"UserName", name}});
-            qz::test::add_row(connection, kLastLogOn, {{"UserName", name}, {"LogOnTime", now()}});
+            auto& database = server->engine.database;
+            qz::test::add_row(database, kUsers, {{"UserName", name}});
+            qz::test::add_row(database, kLastLogOn, {{"UserName", name}, {"LogOnTime", now()}});
         }
         server->start();
         queue_message(server->engine, now());

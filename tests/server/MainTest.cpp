@@ -76,7 +76,7 @@ TEST_F(MainTest, StartsInOrder)
     Texts statements;
     machine.watch = [&](const std::string& sql) {
         if (!sql.starts_with("INSERT INTO [LOG]") && sql != "END OF TURN") {
-            statements.push_back(sql.substr(0, sql.find('{')));
+            statements.push_back(sql.substr(0, sql.find(", Len(")));
         }
     };
     events.list.clear();
@@ -92,7 +92,7 @@ TEST_F(MainTest, StartsInOrder)
     const std::string count_buddies = "SELECT Count(IDBuddies) AS CountOfBuddy FROM buddies";
     EXPECT_THAT(statements,
         ElementsAre(count_users, count_users, "DELETE FROM [command]",
-            "SELECT PassWord FROM users WHERE Left (Password, Len('", "EDIT", count_users, count_users,
+            "SELECT PassWord FROM users WHERE Left (Password", "EDIT", count_users, count_users,
             "SELECT * FROM users order by UserName", count_buddies,
             "SELECT Count(IDRoom) AS CountOfRooms FROM rooms"));
     // The columns are crossed: the address stands where the name belongs.

@@ -79,7 +79,7 @@ TEST_F(BuddiesTest, LooksAgainOnlyAfterAChange)
     EXPECT_EQ(column(kBuddies, "Group"), (Texts{"", "", "friends"}));
 
     // The owner's account goes: a change of the other table is enough.
-    database.connection().delete_row(kUsers, std::stoll(column(kUsers, "IDUserName").front()));
+    database.remove(kUsers, std::stoll(column(kUsers, "IDUserName").front()));
     buddies.RemoveDuplicatedBuddies();
     EXPECT_EQ(column(kBuddies, "Buddy"), Texts{"bert"});
 }

@@ -96,10 +96,10 @@ TEST(Database, HidesThePasswordWhereItIsAskedTo)
 TEST(Database, CommitsAtTheEndOfATurn)
 {
     TestStore store;
-    store.database.execute(qz::store::statements::kInsertCommand, {"one", ""});
+    store.database.run(qz::store::statements::kInsertCommand, "one", "");
     EXPECT_EQ(store.foreign_program.count(qz::store::tables::kCommand), 0U);
     EXPECT_EQ(store.foreign().count(qz::store::tables::kCommand), 1U);
-    store.database.execute(qz::store::statements::kInsertCommand, {"two", ""});
+    store.database.run(qz::store::statements::kInsertCommand, "two", "");
     store.watch = [](const std::string& sql) {
         if (sql == "END OF TURN") {
             throw qz::database_error(qz::DatabaseError::Timeout, "locked");
@@ -124,7 +124,7 @@ TEST(Database, AWholeTurnIsStoredOrLost)
     TestStore store;
     store.database.tell(outcome);
     const auto command = [&](const char* name) {
-        store.database.execute(qz::store::statements::kInsertCommand, {name, ""});
+        store.database.run(qz::store::statements::kInsertCommand, name, "");
     };
     const auto refuse = [&](qz::DatabaseError error) {
         store.watch = [=](const std::string& sql) {

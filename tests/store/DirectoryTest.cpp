@@ -144,7 +144,7 @@ TEST_F(DirectoryTest, ReadsOnlyWhatHasChanged)
     directory.SetUsers();
     EXPECT_THAT(names(), ElementsAre("ann", "bert"));
     EXPECT_EQ(queries, 3) << "two counts and the rows";
-    store.database.execute(qz::store::statements::kInsertUser, {"carl", "", "", "", ""});
+    store.database.run(qz::store::statements::kInsertUser, "carl", "", "", "", "");
     directory.SetUsers(); // the engine itself, before the turn is over
     EXPECT_THAT(names(), ElementsAre("ann", "bert", "carl"));
     directory.SetRooms();

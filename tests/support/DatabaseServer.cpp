@@ -53,9 +53,14 @@ public:
     }
     void Close() override { inner_->Close(); }
     platform::ConnectionState State() const override { return inner_->State(); }
-    void Execute(const std::string& sql) override { inner_->Execute(sql); }
-    platform::ResultSet query(const std::string& sql) override { return inner_->query(sql); }
-    platform::ResultSet describe(const std::string& sql) override { return inner_->describe(sql); }
+    void run(const platform::Statement& statement, platform::Parameters values) override
+    {
+        inner_->run(statement, values);
+    }
+    platform::ResultSet query(const platform::Statement& statement, platform::Parameters values) override
+    {
+        return inner_->query(statement, values);
+    }
     std::int64_t insert_row(const platform::Table& table, const platform::RowChange& row) override
     {
         return inner_->insert_row(table, row);
@@ -72,8 +77,8 @@ public:
     {
         inner_->delete_row(table, key);
     }
-    void end_turn() override { inner_->end_turn(); }
-    void abandon_turn() override { inner_->abandon_turn(); }
+    void commit() override { inner_->commit(); }
+    void rollback() override { inner_->rollback(); }
     std::uint64_t change_mark(const platform::Table& table) override { return inner_->change_mark(table); }
     std::uint64_t own_changes(const platform::Table& table) const override
     {

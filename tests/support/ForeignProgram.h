@@ -23,7 +23,7 @@ public:
     {
         platform::ConnectionOptions options;
         options.database_file = file;
-        options.statements = statements_.all();
+        options.overrides = store::all_overrides();
         connection_ = make_test_connection(options, clock);
         connection_->Open("");
     }
@@ -32,49 +32,37 @@ public:
     ForeignProgram(DatabaseServer& server, const Clock& /*clock*/)
     {
         platform::ConnectionOptions options;
-        options.statements = statements_.all();
+        options.overrides = store::all_overrides();
         connection_ = make_server_connection(server, options, {}, false);
         connection_->Open("");
     }
 
-    std::int64_t add(
-        const platform::Table& table, std::initializer_list<std::pair<const char*, platform::Value>> fields)
+    std::int64_t add(const platform::Table& table, Fields fields)
     {
         const auto key = add_row(*connection_, table, fields);
-        connection_->end_turn();
+        connection_->commit();
         return key;
     }
-    void change(const platform::Table& table, std::int64_t key,
-        std::initializer_list<std::pair<const char*, platform::Value>> fields)
+    void change(const platform::Table& table, std::int64_t key, Fields fields)
     {
-        platform::RowChange row;
-        for (const auto& [column, value] : fields) {
-            row.columns.emplace_back(column);
-            row.values.push_back(value);
-        }
-        connection_->update_row(table, key, row);
-        connection_->end_turn();
+        connection_->update_row(table, key, row_with(fields));
+        connection_->commit();
     }
     void remove(const platform::Table& table, std::int64_t key)
     {
         connection_->delete_row(table, key);
-        connection_->end_turn();
-    }
-    void run(const std::string& sql)
-    {
-        connection_->Execute(sql);
-        connection_->end_turn();
+        connection_->commit();
     }
     std::size_t count(const platform::Table& table)
     {
-        connection_->end_turn(); // a turn may believe what it has read
+        connection_->commit(); // a transaction may believe what it has read
         return rows_of(*connection_, table).rows.size();
     }
     /// The fields of every row, oldest row first, joined by "|"; a null is "NULL".
     std::vector<std::string> rows(
         const platform::Table& table, std::initializer_list<std::string_view> columns)
     {
-        connection_->end_turn();
+        connection_->commit();
         const auto result = rows_of(*connection_, table);
         std::vector<std::string> lines;
         for (const auto& row : result.rows) {
@@ -91,7 +79,6 @@ public:
     }
 
 private:
-    TestStatements statements_;
     std::unique_ptr<platform::Connection> connection_;
 };
 

@@ -1,7 +1,6 @@
 // The objects of the store on a database in memory, with settings in a folder of their own.
 #pragma once
 
-#include "base/Text.h"
 #include "config/Deployment.h"
 #include "config/IniFile.h"
 #include "config/Settings.h"
@@ -18,11 +17,8 @@
 #include "support/TemporaryFolder.h"
 #include "support/WatchedConnection.h"
 
-#include <algorithm>
-#include <initializer_list>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace qz::test {
@@ -34,22 +30,13 @@ struct MemoryStore {
         journal.lines.clear();
     }
 
-    using Fields = std::initializer_list<std::pair<const char*, platform::Value>>;
-    std::int64_t add(const platform::Table& table, Fields fields)
-    {
-        return add_row(database.connection(), table, fields);
-    }
+    std::int64_t add(const platform::Table& table, Fields fields) { return add_row(database, table, fields); }
     /// One column of a whole table, in the order of its keys.
     std::vector<std::string> column(const platform::Table& table, const std::string& name)
     {
-        const auto result = rows_of(database.connection(), table);
-        const auto at = static_cast<std::size_t>(
-            std::find_if(result.columns.begin(), result.columns.end(),
-                [&](const std::string& each) { return equal_ignoring_case(each, name); })
-            - result.columns.begin());
         std::vector<std::string> values;
-        for (const auto& row : result.rows) {
-            values.push_back(row.at(at).text());
+        for (const auto& row : rows_of(database, table)) {
+            values.push_back(row[name].text());
         }
         return values;
     }
@@ -66,11 +53,10 @@ struct MemoryStore {
     config::Settings settings{ini, secrets.cipher, journal};
     config::Deployment deployment{ini};
     helpers::MessageParser parser{secrets.crypto};
-    TestStatements statements;
     store::Database database{[this] {
                                  platform::ConnectionOptions options;
                                  options.database_file = ":memory:";
-                                 options.statements = statements.all();
+                                 options.overrides = store::all_overrides();
                                  return std::make_unique<WatchedConnection>(
                                      make_test_connection(options, clock), watch);
                              },

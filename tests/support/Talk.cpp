@@ -170,21 +170,20 @@ bool ChatClient::ended()
 void Talk::add_user(
     const std::string& name, bool enabled, const std::string& first_name, const std::string& last_name)
 {
-    add_row(engine().database.connection(), store::tables::kUsers,
+    add_row(engine().database, store::tables::kUsers,
         {{"UserName", name}, {"Password", "secret"}, {"AccountActive", enabled}, {"FirstName", first_name},
             {"LastName", last_name}});
 }
 
 void Talk::add_buddy(const std::string& owner, const std::string& buddy, const std::string& group)
 {
-    add_row(engine().database.connection(), store::tables::kBuddies,
+    add_row(engine().database, store::tables::kBuddies,
         {{"UserName", owner}, {"Buddy", buddy}, {"Group", group}});
 }
 
 void Talk::add_room(const std::string& name, const std::string& owner)
 {
-    add_row(engine().database.connection(), store::tables::kRooms,
-        {{"RoomName", name}, {"UserName_Owner", owner}});
+    add_row(engine().database, store::tables::kRooms, {{"RoomName", name}, {"UserName_Owner", owner}});
 }
 
 void Talk::start()

@@ -61,7 +61,7 @@ private:
         ++connections_made;
         platform::ConnectionOptions options;
         options.database_file = folder / "VELTO.db";
-        options.statements = store::all_statements();
+        options.overrides = store::all_overrides();
         return std::make_unique<WatchedConnection>(make_test_connection(options, clock), watch);
     }
 };

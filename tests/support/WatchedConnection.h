@@ -1,18 +1,24 @@
 // A database connection whose statements a test sees first, and may fail.
 #pragma once
 
+#include "base/Text.h"
 #include "platform/database/Connection.h"
+#include "store/Statements.h"
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace qz::test {
 
-/// Hears every text before it runs ("OPEN", "EDIT" and "END OF TURN" for what has none), and "TURN STORED"
-/// after a turn was; what it throws is the statement's failure.
+/// Called with the stated text of each statement before it runs, of a row added to the log with that of its
+/// statement, otherwise with "OPEN", "EDIT" (of a row) and "END OF TURN", and with "TURN STORED" after a
+/// commit; what it throws is the statement's failure.
 using StatementWatch = std::function<void(const std::string& sql)>;
 
 class WatchedConnection final : public platform::Connection {
@@ -30,33 +36,27 @@ public:
     }
     void Close() override { inner_->Close(); }
     platform::ConnectionState State() const override { return inner_->State(); }
-    void Execute(const std::string& sql) override
+    void run(const platform::Statement& statement, platform::Parameters values) override
     {
-        tell(sql);
-        inner_->Execute(sql);
+        tell(statement, values);
+        inner_->run(statement, values);
     }
-    void perform(
-        const platform::Statement& statement, std::initializer_list<std::string_view> values) override
+    platform::ResultSet query(const platform::Statement& statement, platform::Parameters values) override
     {
-        tell(platform::fill(statement, values));
-        inner_->perform(statement, values);
+        tell(statement, values);
+        return inner_->query(statement, values);
     }
-    bool finds(const platform::Statement& statement, std::initializer_list<std::string_view> values) override
+    bool finds(const platform::Statement& statement, platform::Parameters values) override
     {
-        tell(platform::fill(statement, values));
+        tell(statement, values);
         return inner_->finds(statement, values);
     }
-    platform::ResultSet query(const std::string& sql) override
+    void visit(const platform::Statement& statement, platform::Parameters values,
+        const platform::RowVisitor& visitor) override
     {
-        tell(sql);
-        return inner_->query(sql);
+        tell(statement, values);
+        inner_->visit(statement, values, visitor);
     }
-    void visit(const std::string& sql, const platform::RowVisitor& visitor) override
-    {
-        tell(sql);
-        inner_->visit(sql, visitor);
-    }
-    platform::ResultSet describe(const std::string& sql) override { return inner_->describe(sql); }
     std::int64_t insert_row(const platform::Table& table, const platform::RowChange& row) override
     {
         tell("EDIT");
@@ -64,7 +64,11 @@ public:
     }
     std::int64_t add_row(const platform::Table& table, const platform::RowChange& row) override
     {
-        tell("EDIT");
+        if (table.name == store::tables::kLog.name) {
+            tell(store::statements::kInsertLogRow, row.values);
+        } else {
+            tell("EDIT");
+        }
         return inner_->add_row(table, row);
     }
     void update_row(const platform::Table& table, std::int64_t key, const platform::RowChange& row) override
@@ -77,13 +81,13 @@ public:
         tell("EDIT");
         inner_->delete_row(table, key);
     }
-    void end_turn() override
+    void commit() override
     {
         tell("END OF TURN");
-        inner_->end_turn();
+        inner_->commit();
         tell("TURN STORED");
     }
-    void abandon_turn() override { inner_->abandon_turn(); }
+    void rollback() override { inner_->rollback(); }
     std::uint64_t change_mark(const platform::Table& table) override { return inner_->change_mark(table); }
     std::uint64_t own_changes(const platform::Table& table) const override
     {
@@ -99,6 +103,29 @@ private:
         if (watch_) {
             watch_(sql);
         }
+    }
+    void tell(const platform::Statement& statement, platform::Parameters values) const
+    {
+        if (watch_) {
+            watch_(stated_text(statement, values));
+        }
+    }
+    /// The stated text with the values joined into it as literals.
+    static std::string stated_text(const platform::Statement& statement, platform::Parameters values)
+    {
+        constexpr std::string_view kPlace = "{}";
+        std::string result;
+        auto rest = statement.stated;
+        for (const auto& value : values) {
+            const auto place = (std::min)(rest.find(kPlace), rest.size());
+            result += rest.substr(0, place);
+            rest.remove_prefix((std::min)(place + kPlace.size(), rest.size()));
+            const auto text = replace_all(value.text(), "'", "''");
+            const bool quoted = result.ends_with('\'');
+            const bool is_text = std::holds_alternative<std::string>(value.held());
+            result += is_text && !quoted ? "'" + text + "'" : text;
+        }
+        return result.append(rest);
     }
 
     std::unique_ptr<platform::Connection> inner_;

@@ -17,7 +17,7 @@ TOKENS = re.compile(
 
 CLAUSES = ("SELECT", "FROM", "WHERE", "GROUP", "HAVING", "ORDER")
 AGGREGATES = {"COUNT", "MAX", "MIN", "SUM"}
-FUNCTIONS = {"LEFT": "T_LEFT", "LEN": "T_LEN", "CHARINDEX": "T_CHARINDEX", "GETDATE": "T_GETDATE",
+FUNCTIONS = {"SUBSTRING": "T_SUBSTRING", "CHARINDEX": "T_CHARINDEX", "GETDATE": "T_GETDATE",
              "COUNT": "COUNT", "MAX": "MAX", "MIN": "MIN", "SUM": "SUM"}
 BEFORE_PARENTHESIS = {"IN", "AND", "OR", "NOT", "EXISTS", "VALUES", "WHERE", "HAVING", "ON", "BY", "FROM", "JOIN",
                       "SELECT", "DISTINCT", "SET", "AS"}
@@ -121,6 +121,8 @@ class Translator:
         distinct = is_word(items, 0, "DISTINCT")
         items = items[1:] if distinct else items
         limit, items = self.top(items)
+        if limit is None and "ORDER" in clauses:
+            limit, clauses["ORDER"] = self.fetch(clauses["ORDER"])
         parts = split(items, ",")
         if nested and "ORDER" in clauses and limit is None:
             raise SqlError(1033, "The ORDER BY clause is invalid in subqueries, unless TOP is also specified.", 15)
@@ -134,7 +136,7 @@ class Translator:
         for clause in CLAUSES[1:]:
             if clause in clauses:
                 text += " " + clause + " " + self.expression(clauses[clause], tables=clause == "FROM")
-        return text + (" LIMIT " + limit if limit not in (None, "all") else "")
+        return text + (" LIMIT " + limit if limit else "")
 
     def clauses(self, tokens):
         found, current, depth = {}, None, 0
@@ -150,19 +152,25 @@ class Translator:
         return found
 
     def top(self, items):
-        """TOP 5, TOP (@P1), TOP 100 PERCENT."""
+        """TOP (5), TOP (@P1)."""
         if not is_word(items, 0, "TOP"):
             return None, items
-        if is_symbol(items, 1, "("):
-            end = closing(items, 1)
-            return self.expression(items[2:end]), items[end + 1:]
-        if len(items) < 3 or items[1].kind != "number":
-            raise near(items[1] if len(items) > 1 else None)
-        if is_word(items, 2, "PERCENT"):
-            if items[1].text != "100":
-                raise SqlError(50000, "The test server knows TOP 100 PERCENT only.")
-            return "all", items[3:]
-        return items[1].text, items[2:]
+        if not is_symbol(items, 1, "("):
+            raise SqlError(50000, "The test server knows TOP with parentheses only.")
+        end = closing(items, 1)
+        return self.expression(items[2:end]), items[end + 1:]
+
+    @staticmethod
+    def fetch(order):
+        """ORDER BY IDLog OFFSET 0 ROWS FETCH NEXT 5 ROWS ONLY."""
+        at = next((i for i in range(len(order)) if is_word(order, i, "OFFSET")), len(order))
+        words = [token.text.upper() for token in order[at:]]
+        if not words:
+            return None, order
+        if len(words) != 8 or words[:5] + words[6:] != ["OFFSET", "0", "ROWS", "FETCH", "NEXT", "ROWS", "ONLY"] \
+                or order[at + 5].kind != "number":
+            raise near(order[at])
+        return words[5], order[:at]
 
     @staticmethod
     def alias(part):
@@ -282,7 +290,7 @@ class Translator:
             return str(self.constants["SCOPE_IDENTITY"]), end + 1
         if name in FUNCTIONS:
             text = FUNCTIONS[name] + "(" + self.expression(inner) + ")"
-            return text + (" COLLATE Latin1_General_100_CI_AS" if name == "LEFT" else ""), end + 1
+            return text + (" COLLATE Latin1_General_100_CI_AS" if name == "SUBSTRING" else ""), end + 1
         if name in BEFORE_PARENTHESIS:
             return self.single(tokens, at), at + 1
         raise SqlError(195, "'%s' is not a recognized built-in function name." % tokens[at].text, 15, "batch")
@@ -397,8 +405,8 @@ def compare(fold):
 def prepare(database):
     """Gives an open SQLite database the functions and views that translated texts use."""
     same = {"deterministic": True}
-    database.create_function("T_LEFT", 2, lambda text, count: None if text is None else text[:count], **same)
-    database.create_function("T_LEN", 1, lambda text: None if text is None else units(text.rstrip(" ")), **same)
+    database.create_function("T_SUBSTRING", 3, lambda text, start, count: None if text is None else
+                             text[start - 1:start - 1 + count], **same)
     database.create_function("T_UNITS", 1, lambda text: 0 if text is None else units(text), **same)
     database.create_function("T_CHARINDEX", 2, lambda part, text: None if text is None else
                              text.casefold().find(part.casefold()) + 1, **same)

@@ -1,4 +1,4 @@
-// A database connection in the manner of ADO. Providers implement it; the store speaks to it.
+// A connection to a database. Providers implement it; store::Database alone uses it.
 #pragma once
 
 #include "base/EngineError.h"
@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,10 +20,6 @@ enum class ConnectionState { Closed = 0, Open = 1 };
 struct ResultSet {
     std::vector<std::string> columns;
     std::vector<std::vector<Value>> rows;
-    /// The table whose rows are shown and can be edited, none when the statement's rows cannot.
-    const Table* table = nullptr;
-    /// Key of each row, in row order; empty when the rows cannot be edited.
-    std::vector<std::int64_t> keys;
 };
 
 /// @param row  a value for each of the columns.
@@ -75,8 +70,8 @@ public:
     virtual void clear_mark(const std::string& mark) noexcept = 0;
 };
 
-/// All statements between two calls of end_turn share one transaction. A failing statement fails alone.
-/// Every operation throws EngineError with a number of DatabaseError.
+/// All statements between two commits share one transaction. A failing statement fails alone. Every operation
+/// throws EngineError with a number of DatabaseError.
 class Connection {
 public:
     Connection() = default;
@@ -90,52 +85,43 @@ public:
     virtual void Close() = 0;
     virtual ConnectionState State() const = 0;
 
-    /// Runs a statement without a result. A text whose shape is not in the catalogue is refused as a syntax
-    /// error.
-    virtual void Execute(const std::string& sql) = 0;
-    /// The same for a statement of the catalogue and the values in its holes, without the way through its
-    /// text.
-    virtual void perform(const Statement& statement, std::initializer_list<std::string_view> values)
+    /// Runs a statement without a result.
+    virtual void run(const Statement& statement, Parameters values) = 0;
+    /// Runs a query and fetches all its rows.
+    virtual ResultSet query(const Statement& statement, Parameters values) = 0;
+    /// Whether a query gives a row.
+    virtual bool finds(const Statement& statement, Parameters values)
     {
-        Execute(fill(statement, values));
+        return !query(statement, values).rows.empty();
     }
-    /// Whether a query of the catalogue gives a row.
-    virtual bool finds(const Statement& statement, std::initializer_list<std::string_view> values)
-    {
-        return !query(fill(statement, values)).rows.empty();
-    }
-    /// Runs a query and fetches all its rows. The same rule for shapes.
-    virtual ResultSet query(const std::string& sql) = 0;
     /// Runs a query and shows its rows one after the other, so that many of them are never held at once. The
     /// visitor may keep the values, and must not use the connection; what it throws ends the query.
-    virtual void visit(const std::string& sql, const RowVisitor& visitor)
+    virtual void visit(const Statement& statement, Parameters values, const RowVisitor& visitor)
     {
-        auto result = query(sql);
+        auto result = query(statement, values);
         for (auto& row : result.rows) {
             visitor(result.columns, row);
         }
     }
-    /// What a query would return without its rows: for a recordset that is opened only to add to it.
-    virtual ResultSet describe(const std::string& sql) = 0;
 
-    // Edits of a recordset's rows. Table and column names come from the catalogue and the schema, never from
-    // outside.
+    // Single rows. Table and column names come from the statements and the schema, never from outside.
     /// @return the key that the database gave the new row.
     virtual std::int64_t insert_row(const Table& table, const RowChange& row) = 0;
-    /// For who can do without the key. The row may reach the database as late as with the next text about its
-    /// table, or at the end of the turn, which then reports what the database refuses.
+    /// For callers that can do without the key. The row may reach the database as late as with the next
+    /// statement about its table, or with the commit, which then reports what the database refuses.
     /// @return the new row's key; 0 when the database has not given it yet.
     virtual std::int64_t add_row(const Table& table, const RowChange& row) { return insert_row(table, row); }
     /// @throws EngineError RowGone when there is no such row any more, if that is noticed while rows wait.
     virtual void update_row(const Table& table, std::int64_t key, const RowChange& row) = 0;
     virtual void delete_row(const Table& table, std::int64_t key) = 0;
 
-    /// Commits the transaction of this turn, if one was begun. On a failure the turn's changes are lost. A
-    /// connection that lost its link opens again here once that is possible; Close ends that. Does nothing on
-    /// any other closed connection.
-    virtual void end_turn() = 0;
-    /// Gives up what this turn has changed so far. Never fails: a connection that broke has given it up.
-    virtual void abandon_turn() = 0;
+    /// Commits the transaction, if one was begun. On a failure its changes are lost. A connection that lost
+    /// its link opens again here once that is possible; Close ends that. Does nothing on any other closed
+    /// connection.
+    virtual void commit() = 0;
+    /// Takes back what was changed since the last commit. Never fails: a connection that broke has taken it
+    /// back.
+    virtual void rollback() = 0;
 
     /// A number that stays the same as long as nobody, in this process or another, has changed the table.
     /// Costs microseconds and reads no row. It may also change without a change of this table.

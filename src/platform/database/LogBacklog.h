@@ -34,6 +34,9 @@ public:
     /// Number of rows that went because it was full, since the last call.
     std::int64_t take_lost() { return std::exchange(lost_, 0); }
 
+    /// A row that is to be added to the table.
+    /// @param now  its time, unless the row has one of its own.
+    static LogRow row_of(const RowChange& row, DateTime now);
     /// The row with its time, which the database gives other rows itself.
     static RowChange change_of(LogRow row);
 

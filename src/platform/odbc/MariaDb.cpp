@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::array<std::string_view, 2> kSession{
     "SET SESSION collation_connection = utf8mb4_uca1400_nopad_as_ci",
-    "SET SESSION sql_mode = 'PIPES_AS_CONCAT,IGNORE_SPACE,STRICT_TRANS_TABLES,NO_ENGINE_SUBSTITUTION', "
+    "SET SESSION sql_mode = 'ANSI_QUOTES,PIPES_AS_CONCAT,STRICT_TRANS_TABLES,NO_ENGINE_SUBSTITUTION', "
     "tx_isolation = 'READ-COMMITTED'",
 };
 
@@ -164,7 +164,7 @@ constexpr std::array<std::span<const std::string_view>, 3> kMigrations{
 
 const ServerDatabase kMariaDb{
     .name = "MariaDB",
-    .dialect = &kMariaDbDialect,
+    .overrides = &DatabaseOverrides::mariadb,
     .session = kSession,
     .lock_patience = "SET SESSION innodb_lock_wait_timeout = {}, lock_wait_timeout = {}",
     .lock_patience_in_seconds = true,

@@ -1,7 +1,6 @@
 #include "platform/odbc/OdbcConnection.h"
 
 #include "base/Text.h"
-#include "platform/database/Tokenizer.h"
 #include "platform/odbc/OdbcProvider.h"
 
 #include <algorithm>
@@ -21,6 +20,10 @@ constexpr auto kMarksFresh = 100ms;
 constexpr std::size_t kMostKept = 4096;
 constexpr std::size_t kMostRowsKept = 64;
 constexpr std::size_t kKeysTogether = 256;
+/// Rows of the log that are sent together: more would gain little.
+constexpr std::size_t kMostLogRowsTogether = 500;
+/// More should not wait for the end of the turn: they take memory.
+constexpr std::size_t kMostLogWrites = 40;
 
 /// Marks of different sessions never meet: see SqliteConnection.
 std::uint64_t first_mark()
@@ -41,65 +44,18 @@ EngineError row_gone()
         "Row cannot be located for updating. Some values may have been changed since it was last read.");
 }
 
-std::set<std::string> words_of(std::string_view text)
+/// An INSERT into the log of rows that get their times from the server.
+Step log_insert(const ServerDatabase& server)
 {
-    std::set<std::string> words;
-    Tokenizer tokens(text, Holes::Yes);
-    for (auto token = tokens.next(); token.kind != TokenKind::End; token = tokens.next()) {
-        if (token.kind == TokenKind::Word) {
-            words.insert(lower(token.text));
-        }
-    }
-    return words;
+    constexpr auto kText = ServerColumn::Kind::Text;
+    return insert_step(server, kLogTable, {{"username", kText}, {"remoteip", kText}, {"action", kText}});
 }
 
-/// Sets table and keys of a result whose rows can be edited, and takes a key away that the text did not ask
-/// for.
-void take_keys(ResultSet& result, const Table* table, bool hidden)
+/// A row of the log with the time of its event.
+bool has_time(const RowChange& row)
 {
-    const auto found =
-        std::find_if(result.columns.begin(), result.columns.end(), [&](const std::string& column) {
-            return table != nullptr && equal_ignoring_case(column, table->key);
-        });
-    if (found == result.columns.end()) {
-        return;
-    }
-    result.table = table;
-    const auto position = static_cast<std::size_t>(found - result.columns.begin());
-    for (auto& row : result.rows) {
-        result.keys.push_back(static_cast<std::int64_t>(row[position].number()));
-        if (hidden) {
-            row.pop_back();
-        }
-    }
-    if (hidden) {
-        result.columns.pop_back();
-    }
-}
-
-/// For an INSERT of one row, all of whose values are texts.
-std::shared_ptr<const ManyRows> many_texts(const Translation& insert)
-{
-    std::string arrays;
-    for (std::size_t i = 0; i < insert.holes.size(); ++i) {
-        arrays += arrays.empty() ? "CAST(? AS text[])" : ", CAST(? AS text[])";
-    }
-    const auto head = insert.sql.substr(0, lower(insert.sql).rfind(" values "));
-    return std::make_shared<const ManyRows>(
-        ManyRows{{}, {}, {}, head + " SELECT * FROM unnest(" + arrays + ")"});
-}
-
-std::vector<LogWrite> single_rows(LogWrite write)
-{
-    std::vector<LogWrite> single;
-    for (std::size_t i = 0; i < write.step.rows.size(); ++i) {
-        auto& one =
-            single.emplace_back(LogWrite{{write.step.sql, {std::move(write.step.rows[i])}, write.step.many}});
-        if (!write.times.empty()) {
-            one.times = {write.times[i]};
-        }
-    }
-    return single;
+    return std::any_of(row.columns.begin(), row.columns.end(),
+        [](const std::string& column) { return equal_ignoring_case(column, "ActionTime"); });
 }
 
 std::string lost_lines(std::int64_t count)
@@ -120,7 +76,7 @@ std::unique_ptr<Connection> make_odbc_connection(const ConnectionOptions& option
 }
 
 OdbcConnection::OdbcConnection(const ConnectionOptions& options, const OdbcTimes& times)
-    : times_(times), catalogue_(options.statements), reconnector_(times), common_changes_(first_mark())
+    : times_(times), overrides_(options.overrides), reconnector_(times), common_changes_(first_mark())
 {
 }
 
@@ -178,7 +134,7 @@ void OdbcConnection::Close()
         ~Release() { session.reset(); }
     };
     const Release release{session_};
-    end_turn();
+    commit();
 }
 
 ConnectionState OdbcConnection::State() const
@@ -199,116 +155,71 @@ template <typename Work> auto OdbcConnection::with_session(Work work)
     }
 }
 
-void OdbcConnection::Execute(const std::string& sql)
+void OdbcConnection::run(const Statement& statement, Parameters values)
 {
-    if (!session_ && !reconnector_.is_running()) {
-        throw closed();
-    }
-    const auto match = catalogue_.look_up(sql);
-    const auto* table = match.shape->statement.table;
-    if (const auto* known = prepared_.empty() ? nullptr : &prepare(*match.shape);
-        known != nullptr && known->inserts && table != nullptr && table->name == kLogTable.name) {
-        log({known->translation.sql, {values_of(match, *known)}, known->many});
-        return;
-    }
     with_session([&](Session& open) {
-        auto& prepared = prepare(*match.shape);
-        if (must_flush_for(prepared)) {
+        if (must_flush_for(statement)) {
             flush(open);
         }
-        Step step{prepared.translation.sql, {values_of(match, prepared)}};
-        step.may_take_long = prepared.deletes;
-        if (prepared.reads) {
-            open.turn.read(step);
-        } else {
-            const auto outcome = open.turn.write(step);
-            open.marks_read.reset();
-            if (table != nullptr) {
-                count_own_change(open, *table, outcome.changed_rows);
-            }
+        const auto outcome = open.turn.write(step_of(statement, values));
+        open.marks_read.reset();
+        if (statement.table != nullptr) {
+            count_own_change(open, *statement.table, outcome.changed_rows);
         }
     });
 }
 
-/// Also without a session.
-void OdbcConnection::log(Step insert)
-{
-    if (!session_) {
-        backlog_.add({clock_.now(), std::move(insert.rows.front())});
-        return;
-    }
-    log_.add(insert, clock_.now());
-    if (log_.full()) {
-        with_session([&](Session& open) { flush(open); });
-    }
-}
-
-ResultSet OdbcConnection::query(const std::string& sql)
+ResultSet OdbcConnection::query(const Statement& statement, Parameters values)
 {
     return with_session([&](Session& open) {
-        const auto match = catalogue_.look_up(sql);
-        auto& prepared = prepare(*match.shape);
-        const auto* table = match.shape->statement.table;
-        return table != nullptr && prepared.reads && !waits(*table) ? select_kept(open, sql, match, prepared)
-                                                                    : select(open, match, prepared);
+        // No one mark tells of changes of two tables.
+        const bool kept =
+            statement.table != nullptr && statement.joined == nullptr && !waits(*statement.table);
+        return kept ? select_kept(open, statement, values) : select(open, statement, values);
     });
 }
 
-ResultSet OdbcConnection::select(Session& open, const Match& match, const Prepared& prepared)
+ResultSet OdbcConnection::select(Session& open, const Statement& statement, Parameters values)
 {
-    if (must_flush_for(prepared)) {
+    if (must_flush_for(statement)) {
         flush(open);
     }
-    const Step step{prepared.translation.sql, {values_of(match, prepared)}};
+    const auto step = step_of(statement, values);
     auto result = open.turn.read(step);
-    take_keys(result, match.shape->statement.table, prepared.translation.hidden_key);
-    if (waiting_.shows_in(result)) {
+    if (statement.table != nullptr && waiting_.shows_in(result, *statement.table)) {
         flush(open);
         result = open.turn.read(step);
-        take_keys(result, match.shape->statement.table, prepared.translation.hidden_key);
     }
     return result;
 }
 
 /// The mark is older than the rows, so a change between the two only makes the next query ask again.
-ResultSet OdbcConnection::select_kept(
-    Session& open, const std::string& sql, const Match& match, const Prepared& prepared)
+ResultSet OdbcConnection::select_kept(Session& open, const Statement& statement, Parameters values)
 {
     notice_repeated_turn(open);
-    const auto mark = counted_mark(open, *match.shape->statement.table);
-    const auto known = kept_.find(sql);
+    const auto mark = counted_mark(open, *statement.table);
+    KeptKey key{&statement, std::vector<Value>(values.begin(), values.end())};
+    const auto known = kept_.find(key);
     if (mark && known != kept_.end() && known->second.mark == mark) {
         return known->second.result;
     }
-    auto result = select(open, match, prepared);
+    auto result = select(open, statement, values);
     if (mark && result.rows.size() <= kMostRowsKept) {
         if (kept_.size() >= kMostKept) {
             kept_.clear();
         }
-        kept_.insert_or_assign(sql, Kept{*mark, result});
+        kept_.insert_or_assign(std::move(key), Kept{*mark, result});
     }
     return result;
 }
 
-ResultSet OdbcConnection::describe(const std::string& sql)
+std::size_t OdbcConnection::KeptHash::operator()(const KeptKey& key) const
 {
-    return with_session([&](Session& open) {
-        const auto match = catalogue_.look_up(sql);
-        const auto& prepared = prepare(*match.shape);
-        const auto* table = match.shape->statement.table;
-        ResultSet result;
-        if (table != nullptr && lower(match.shape->statement.text) == "select * from " + lower(table->name)) {
-            for (const auto& column : open.tables.columns(table->name)) {
-                result.columns.push_back(column.name);
-            }
-            take_keys(result, table, false);
-            return result;
-        }
-        result = select(open, match, prepared);
-        result.rows.clear();
-        result.keys.clear();
-        return result;
-    });
+    auto hash = std::hash<const Statement*>{}(key.statement);
+    for (const auto& value : key.values) {
+        hash = hash * 31 + std::hash<std::string>{}(value.text());
+    }
+    return hash;
 }
 
 std::int64_t OdbcConnection::insert_row(const Table& table, const RowChange& row)
@@ -338,6 +249,10 @@ std::int64_t OdbcConnection::insert_row(const Table& table, const RowChange& row
 
 std::int64_t OdbcConnection::add_row(const Table& table, const RowChange& row)
 {
+    if (table.name == kLogTable.name && !has_time(row)) {
+        log(LogBacklog::row_of(row, clock_.now()));
+        return 0;
+    }
     if (!waits(table)) {
         return insert_row(table, row);
     }
@@ -346,6 +261,26 @@ std::int64_t OdbcConnection::add_row(const Table& table, const RowChange& row)
         add_waiting(open, table, key, row);
         return key;
     });
+}
+
+/// Also without a session.
+void OdbcConnection::log(LogRow row)
+{
+    if (!session_) {
+        if (server_ == nullptr || !reconnector_.is_running()) {
+            throw closed();
+        }
+        backlog_.add(std::move(row));
+        return;
+    }
+    if (log_.empty() || log_.back().step.rows.size() >= kMostLogRowsTogether) {
+        log_.push_back({log_insert_});
+    }
+    log_.back().step.rows.push_back(std::move(row.values));
+    log_.back().times.push_back(row.time);
+    if (log_.size() > kMostLogWrites) {
+        with_session([&](Session& open) { flush(open); });
+    }
 }
 
 std::optional<std::int64_t> OdbcConnection::take_key(Session& open, const Table& table)
@@ -422,7 +357,7 @@ void OdbcConnection::delete_row(const Table& table, std::int64_t key)
     });
 }
 
-void OdbcConnection::end_turn()
+void OdbcConnection::commit()
 {
     if (!session_) {
         find_way_back();
@@ -440,14 +375,14 @@ void OdbcConnection::end_turn()
     });
 }
 
-void OdbcConnection::abandon_turn()
+void OdbcConnection::rollback()
 {
     forget_turn();
     if (!session_) {
         return;
     }
     try {
-        session_->turn.abandon();
+        session_->turn.rollback();
     } catch (const LinkLost& lost) {
         lose(lost);
     }
@@ -547,40 +482,19 @@ void OdbcConnection::use(std::unique_ptr<OdbcLink> link)
 {
     if (server_ != &link->server()) {
         server_ = &link->server();
-        prepared_.clear();
-        prepared_.resize(catalogue_.size());
+        log_insert_ = log_insert(*server_);
     }
     session_ = std::make_unique<Session>(std::move(link), times_);
     common_changes_ = first_mark();
 }
 
-OdbcConnection::Prepared& OdbcConnection::prepare(const Shape& shape)
+Step OdbcConnection::step_of(const Statement& statement, Parameters values) const
 {
-    auto& prepared = prepared_[shape.number];
-    if (!prepared) {
-        const auto text = shape.statement.run_as.empty() ? shape.statement.text : shape.statement.run_as;
-        auto words = shape.statement.of_stored_rows ? std::set<std::string>() : words_of(text);
-        const auto begins = [&](std::string_view word) {
-            return lower(shape.statement.text.substr(0, word.size())) == word;
-        };
-        prepared = std::make_unique<Prepared>(Prepared{translate(shape.statement, *server_->dialect),
-            std::move(words), begins("select"), begins("insert"), begins("delete")});
-        const auto* table = shape.statement.table;
-        if (server_->takes_arrays && prepared->inserts && table != nullptr && table->name == kLogTable.name) {
-            prepared->many = many_texts(prepared->translation);
-        }
-    }
-    return *prepared;
-}
-
-std::vector<Value> OdbcConnection::values_of(const Match& match, const Prepared& prepared)
-{
-    std::vector<Value> values;
-    values.reserve(prepared.translation.holes.size());
-    for (const auto hole : prepared.translation.holes) {
-        values.push_back(value_of(match.values.at(hole)));
-    }
-    return values;
+    const auto sql = override_of(statement, overrides_.*server_->overrides).sql;
+    Step step{std::string(sql)};
+    step.rows.front().assign(values.begin(), values.end());
+    step.may_take_long = equal_ignoring_case(sql.substr(0, 6), "delete");
+    return step;
 }
 
 void OdbcConnection::lose(const LinkLost& lost)
@@ -592,7 +506,7 @@ void OdbcConnection::lose(const LinkLost& lost)
     lost_schema_ = LostSchema{session_->tables.schema_version(), has_tables(session_->link->facts())};
     session_.reset();
     forget_turn();
-    for (auto& write : log_.take()) {
+    for (auto& write : std::exchange(log_, {})) {
         for (auto& row : std::move(write).rows()) {
             backlog_.add(std::move(row));
         }
@@ -652,12 +566,17 @@ bool OdbcConnection::waits(const Table& table)
         || table.name == "queuetext" || table.name == "queuecount";
 }
 
-bool OdbcConnection::must_flush_for(const Prepared& prepared) const
+bool OdbcConnection::must_flush_for(const Statement& statement) const
 {
-    if (!(log_.empty() && backlog_.empty()) && prepared.words.contains(std::string(kLogTable.name))) {
-        return true;
+    if (statement.ignores_pending_writes) {
+        return false;
     }
-    return waiting_.concerns(prepared.words, prepared.reads);
+    const auto concerns = [&](const Table* table) {
+        return table != nullptr
+            && (waiting_.concerns(*table, statement.finds_by_fixed_columns)
+                || (table->name == kLogTable.name && !(log_.empty() && backlog_.empty())));
+    };
+    return concerns(statement.table) || concerns(statement.joined);
 }
 
 /// A write that fails here takes the whole turn with it, as it would at the turn's end.
@@ -685,7 +604,7 @@ void OdbcConnection::flush_and_commit(Session& open)
     }
     if (turn_failure_) {
         const EngineError failure = *turn_failure_;
-        abandon_turn();
+        rollback();
         throw EngineError(failure);
     }
     auto steps = waiting_.steps(open.tables);
@@ -713,7 +632,7 @@ void OdbcConnection::flush_and_commit(Session& open)
     }
     if (ending.done < own || ending.done == steps.size()) {
         put_back(std::move(log));
-        abandon_turn();
+        rollback();
         throw to_error(*ending.failure);
     }
     const auto written = static_cast<std::ptrdiff_t>(ending.done - own);
@@ -724,7 +643,7 @@ void OdbcConnection::flush_and_commit(Session& open)
 
 /// What waits from before gets the times of its events; a row of this turn gets its time from the server, as
 /// it is inserted.
-std::vector<LogWrite> OdbcConnection::take_log(Session& open)
+std::vector<OdbcConnection::LogWrite> OdbcConnection::take_log(Session& open)
 {
     std::vector<LogWrite> all;
     while (!backlog_.empty()) {
@@ -744,9 +663,38 @@ std::vector<LogWrite> OdbcConnection::take_log(Session& open)
             notices_.push_back("Log rows could not be written: " + error.description());
         }
     }
-    auto own = log_.take();
+    auto own = std::exchange(log_, {});
     all.insert(all.end(), std::make_move_iterator(own.begin()), std::make_move_iterator(own.end()));
     return all;
+}
+
+std::vector<LogRow> OdbcConnection::LogWrite::rows() &&
+{
+    std::vector<LogRow> rows;
+    rows.reserve(step.rows.size());
+    for (std::size_t i = 0; i < step.rows.size(); ++i) {
+        auto& values = step.rows[i];
+        if (times.empty()) {
+            const auto time = values.front().date();
+            values.erase(values.begin());
+            rows.push_back({time, std::move(values)});
+        } else {
+            rows.push_back({times[i], std::move(values)});
+        }
+    }
+    return rows;
+}
+
+std::vector<OdbcConnection::LogWrite> OdbcConnection::LogWrite::single_rows() &&
+{
+    std::vector<LogWrite> single;
+    for (std::size_t i = 0; i < step.rows.size(); ++i) {
+        auto& one = single.emplace_back(LogWrite{{step.sql, {std::move(step.rows[i])}, step.many}});
+        if (!times.empty()) {
+            one.times = {times[i]};
+        }
+    }
+    return single;
 }
 
 void OdbcConnection::put_back(std::vector<LogWrite> writes)
@@ -788,7 +736,7 @@ void OdbcConnection::write_log_slowly(Session& open, std::vector<LogWrite> write
                 return;
             }
             if (write->step.rows.size() > 1) {
-                auto single = single_rows(std::move(*write));
+                auto single = std::move(*write).single_rows();
                 single.insert(
                     single.end(), std::make_move_iterator(write + 1), std::make_move_iterator(writes.end()));
                 write_log_slowly(open, std::move(single));

@@ -4,23 +4,20 @@
 #include "platform/Machine.h"
 #include "platform/SystemClock.h"
 #include "platform/database/Connection.h"
-#include "platform/database/Dialect.h"
 #include "platform/database/LogBacklog.h"
-#include "platform/database/Shape.h"
 #include "platform/odbc/OdbcLink.h"
 #include "platform/odbc/OdbcReconnector.h"
 #include "platform/odbc/OdbcTables.h"
 #include "platform/odbc/OdbcTurn.h"
-#include "platform/odbc/PendingWrites.h"
 #include "platform/odbc/WaitingRows.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -33,8 +30,9 @@ namespace qz::platform {
 /// time; what happens to the rows that every message writes waits for the end of the turn and goes together;
 /// what a query gave is kept as long as the change counter of its table stands still.
 ///
-/// When the link is lost, the connection is closed until end_turn has found the way back. The turn in which
-/// that happens is not stored; log rows, also those of the time between, wait with the times of their events.
+/// When the link is lost, the connection is closed until commit has found the way back. The transaction in
+/// which that happens is lost; rows added to the log, also those of the time between, wait with the times of
+/// their events.
 class OdbcConnection final : public Connection {
 public:
     OdbcConnection(const ConnectionOptions& options, const OdbcTimes& times);
@@ -42,15 +40,15 @@ public:
     void Open(const std::string& connection_string) override;
     void Close() override;
     ConnectionState State() const override;
-    void Execute(const std::string& sql) override;
-    ResultSet query(const std::string& sql) override;
-    ResultSet describe(const std::string& sql) override;
+    void run(const Statement& statement, Parameters values) override;
+    ResultSet query(const Statement& statement, Parameters values) override;
     std::int64_t insert_row(const Table& table, const RowChange& row) override;
+    /// A row of the log without a time gets it from the server, and is taken while the link is lost as well.
     std::int64_t add_row(const Table& table, const RowChange& row) override;
     void update_row(const Table& table, std::int64_t key, const RowChange& row) override;
     void delete_row(const Table& table, std::int64_t key) override;
-    void end_turn() override;
-    void abandon_turn() override;
+    void commit() override;
+    void rollback() override;
     std::uint64_t change_mark(const Table& table) override;
     std::uint64_t own_changes(const Table& table) const override;
     std::string description() const override;
@@ -58,16 +56,6 @@ public:
     Maintenance& maintenance() override;
 
 private:
-    /// A statement of the catalogue in the words of the connected server.
-    struct Prepared {
-        Translation translation;
-        /// All of the text, in lower case; none when what waits does not matter to it.
-        std::set<std::string> words;
-        bool reads = false;
-        bool inserts = false;
-        bool deletes = false;
-        std::shared_ptr<const ManyRows> many = {}; // of an INSERT into the log
-    };
     struct Session {
         explicit Session(std::unique_ptr<OdbcLink> opened, const OdbcTimes& times)
             : link(std::move(opened)), turn(*link, times), tables(*link)
@@ -83,6 +71,24 @@ private:
         std::optional<std::chrono::steady_clock::time_point> marks_read;
         std::chrono::steady_clock::time_point zone_checked = std::chrono::steady_clock::now();
     };
+    /// Rows of the log that go to the server together.
+    struct LogWrite {
+        Step step;
+        /// Of the events, one for each row of the step; none when the rows bring their times along.
+        std::vector<DateTime> times = {};
+
+        /// The rows as they wait until they can be written.
+        std::vector<LogRow> rows() &&;
+        std::vector<LogWrite> single_rows() &&;
+    };
+    struct KeptKey {
+        const Statement* statement;
+        std::vector<Value> values;
+        bool operator==(const KeptKey&) const = default;
+    };
+    struct KeptHash {
+        std::size_t operator()(const KeptKey& key) const;
+    };
     struct Kept {
         std::uint64_t mark = 0;
         ResultSet result;
@@ -91,8 +97,7 @@ private:
     Session& session();
     void use(std::unique_ptr<OdbcLink> link);
     void upgrade();
-    Prepared& prepare(const Shape& shape);
-    static std::vector<Value> values_of(const Match& match, const Prepared& prepared);
+    Step step_of(const Statement& statement, Parameters values) const;
     /// Runs work on the open session, and turns its failures into those of the interface.
     template <typename Work> auto with_session(Work work);
     void lose(const LinkLost& lost);
@@ -102,15 +107,14 @@ private:
 
     /// True for the tables whose rows nobody refuses, and which have no change counter.
     static bool waits(const Table& table);
-    void log(Step insert);
+    void log(LogRow row);
     /// A key for a row that waits; none where the server gives them with the rows only.
     static std::optional<std::int64_t> take_key(Session& open, const Table& table);
     void add_waiting(Session& open, const Table& table, std::int64_t key, const RowChange& row);
-    ResultSet select(Session& open, const Match& match, const Prepared& prepared);
+    ResultSet select(Session& open, const Statement& statement, Parameters values);
     std::optional<std::uint64_t> counted_mark(Session& open, const Table& table) const;
-    ResultSet select_kept(
-        Session& open, const std::string& sql, const Match& match, const Prepared& prepared);
-    bool must_flush_for(const Prepared& prepared) const;
+    ResultSet select_kept(Session& open, const Statement& statement, Parameters values);
+    bool must_flush_for(const Statement& statement) const;
     void flush(Session& open);
     void flush_and_commit(Session& open);
     /// What is to be written to the log: what waits from before, and the rows of this turn.
@@ -125,20 +129,19 @@ private:
     void count_own_change(Session& open, const Table& table, std::int64_t rows);
 
     OdbcTimes times_;
-    Catalogue catalogue_;
+    DatabaseOverrides overrides_;
     std::string connection_string_;
-    /// Of the server that was connected last: what is logged while it is away is written down in its words.
-    const ServerDatabase* server_ = nullptr;
-    std::vector<std::unique_ptr<Prepared>> prepared_; // by the shape's number; empty before the first link
+    const ServerDatabase* server_ = nullptr; // that was connected last; null before the first link
+    Step log_insert_;                        // without rows
     std::unique_ptr<Session> session_;
     OdbcReconnector reconnector_;
-    WaitingRows waiting_; // of this turn
-    PendingWrites log_;   // of this turn
-    LogBacklog backlog_;  // rows of the log that could not be written
+    WaitingRows waiting_;       // of this turn
+    std::vector<LogWrite> log_; // of this turn
+    LogBacklog backlog_;        // rows of the log that could not be written
     SystemClock clock_;
-    bool waiting_told_ = false;                  // that log rows wait because of a failure
-    std::optional<EngineError> turn_failure_;    // a write that waited failed: the turn will not be stored
-    std::unordered_map<std::string, Kept> kept_; // by text
+    bool waiting_told_ = false;               // that log rows wait because of a failure
+    std::optional<EngineError> turn_failure_; // a write that waited failed: the turn will not be stored
+    std::unordered_map<KeptKey, Kept, KeptHash> kept_;
     std::uint64_t common_changes_;
     std::uint64_t uncounted_looks_ = 0; // at the marks of tables whose changes nobody counts
     struct LostSchema {

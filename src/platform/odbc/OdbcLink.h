@@ -70,7 +70,6 @@ public:
     /// Of an open link.
     const ServerFacts& facts() const { return facts_; }
     const ServerDatabase& server() const { return *facts_.server; }
-    const Dialect& dialect() const { return *facts_.server->dialect; }
 
     /// Runs steps up to the first that fails.
     /// @throws LinkLost

@@ -18,18 +18,6 @@ constexpr SQLULEN kConnectSeconds = 8;
 /// Rows in one text: few sizes, so that each is prepared once. No server takes more than 2,100 parameters.
 constexpr std::array<std::size_t, 7> kPieces{128, 64, 32, 16, 8, 4, 2};
 
-/// An INSERT ... VALUES (...) for many rows; nothing for any other text.
-std::optional<ManyRows> many_inserts(const std::string& sql)
-{
-    const auto lowered = lower(sql);
-    const auto values = lowered.rfind(" values (");
-    if (!lowered.starts_with("insert") || values == std::string::npos || !sql.ends_with(')')) {
-        return std::nullopt;
-    }
-    const auto row = values + std::string_view(" values ").size();
-    return ManyRows{sql.substr(0, row), sql.substr(row), {}};
-}
-
 /// Sets up the session, a transaction or tables. Prepared, it would be a procedure to SQL Server, which takes
 /// settings back at the end of one and refuses to begin a transaction in it.
 bool runs_directly(const std::string& sql)
@@ -92,18 +80,14 @@ Outcome OdbcSession::run(const std::vector<Step>& steps)
 
 void OdbcSession::run(const Step& step, Outcome& outcome)
 {
-    if (step.rows.size() == 1) {
+    if (step.rows.size() == 1 || !step.many) {
         run(step.sql, step.rows, outcome);
-    } else if (step.many && !step.many->arrays.empty()) {
+    } else if (step.many->arrays.empty()) {
+        run_in_pieces(step, *step.many, outcome);
+    } else {
         for (const auto& columns : as_arrays(step.rows)) {
             run(step.many->arrays, {columns}, outcome);
         }
-    } else if (step.many) {
-        run_in_pieces(step, *step.many, outcome);
-    } else if (const auto inserts = many_inserts(step.sql)) {
-        run_in_pieces(step, *inserts, outcome);
-    } else {
-        run(step.sql, step.rows, outcome);
     }
 }
 

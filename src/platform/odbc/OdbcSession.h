@@ -24,8 +24,8 @@ struct ManyRows {
     std::string arrays = {};
 };
 
-/// A statement to run, once for each row of parameters. All rows go to the server together: in one text when
-/// the statement is an INSERT or says how to, else as an array of parameters.
+/// A statement to run, once for each row of parameters. All rows go to the server together: as `many` says,
+/// else as an array of parameters.
 struct Step {
     std::string sql;
     std::vector<std::vector<Value>> rows{1};

@@ -61,6 +61,25 @@ std::string filled(std::string_view text, const Table& table)
 
 } // namespace
 
+Step insert_step(const ServerDatabase& server, const Table& table, const std::vector<ServerColumn>& columns)
+{
+    std::string names;
+    std::string values;
+    std::string arrays;
+    for (const auto& each : columns) {
+        names += (names.empty() ? "" : ", ") + quoted_name(each.name);
+        values += values.empty() ? "?" : ", ?";
+        arrays += (arrays.empty() ? "" : ", ") + array_of(each.kind);
+    }
+    const auto into = "INSERT INTO " + quoted_name(table.name) + " (" + names + ") ";
+    const auto head = into + "VALUES ";
+    const auto row = "(" + values + ")";
+    return {head + row, {},
+        std::make_shared<const ManyRows>(server.takes_arrays
+                ? ManyRows{{}, {}, {}, into + "SELECT * FROM unnest(" + arrays + ")"}
+                : ManyRows{head, row, {}})};
+}
+
 const std::vector<ServerColumn>& OdbcTables::columns(std::string_view table) const
 {
     const auto found = link_.facts().columns.find(lower(table));
@@ -103,28 +122,17 @@ Step OdbcTables::reserve_keys(const Table& table, std::size_t count) const
 Step OdbcTables::insert(const Table& table, const RowChange& row) const
 {
     columns(table.name);
-    auto sql = "INSERT INTO " + quoted(table.name);
     if (row.columns.empty()) {
-        return {sql.append(link_.server().default_values)};
+        return {"INSERT INTO " + quoted_name(table.name) + std::string(link_.server().default_values)};
     }
-    std::string names;
-    std::string values;
-    std::vector<Value> parameters;
+    std::vector<ServerColumn> targets;
+    std::vector<Value> values;
     for (std::size_t i = 0; i < row.columns.size(); ++i) {
-        const auto& target = column(table, row.columns[i]);
-        names += (names.empty() ? "" : ", ") + quoted(target.name);
-        values += values.empty() ? "?" : ", ?";
-        parameters.push_back(converted_to(target.kind, row.values[i]));
+        const auto& target = targets.emplace_back(column(table, row.columns[i]));
+        values.push_back(converted_to(target.kind, row.values[i]));
     }
-    Step step{sql + " (" + names + ") VALUES (" + values + ")", {std::move(parameters)}};
-    if (link_.server().takes_arrays) {
-        std::string arrays;
-        for (const auto& name : row.columns) {
-            arrays += (arrays.empty() ? "" : ", ") + array_of(column(table, name).kind);
-        }
-        step.many = std::make_shared<const ManyRows>(
-            ManyRows{{}, {}, {}, sql + " (" + names + ") SELECT * FROM unnest(" + arrays + ")"});
-    }
+    auto step = insert_step(link_.server(), table, targets);
+    step.rows.push_back(std::move(values));
     return step;
 }
 
@@ -141,7 +149,7 @@ Step OdbcTables::insert_with_key(const Table& table, const RowChange& row) const
 Step OdbcTables::insert_for_key(const Table& table, const RowChange& row) const
 {
     auto step = insert(table, row);
-    step.sql += replace_all(link_.server().key_at_end, "{}", quoted(table.key));
+    step.sql += replace_all(link_.server().key_at_end, "{}", quoted_name(table.key));
     return step;
 }
 
@@ -152,12 +160,13 @@ Step OdbcTables::update(const Table& table, std::int64_t key, const RowChange& r
     std::vector<const ServerColumn*> targets;
     for (std::size_t i = 0; i < row.columns.size(); ++i) {
         const auto& target = column(table, row.columns[i]);
-        settings += (settings.empty() ? "" : ", ") + quoted(target.name) + " = ?";
+        settings += (settings.empty() ? "" : ", ") + quoted_name(target.name) + " = ?";
         parameters.push_back(converted_to(target.kind, row.values[i]));
         targets.push_back(&target);
     }
     parameters.emplace_back(key);
-    return {"UPDATE " + quoted(table.name) + " SET " + settings + " WHERE " + quoted(table.key) + " = ?",
+    return {"UPDATE " + quoted_name(table.name) + " SET " + settings + " WHERE " + quoted_name(table.key)
+            + " = ?",
         {std::move(parameters)}, link_.server().takes_arrays ? many_updates(table, targets) : nullptr};
 }
 
@@ -169,21 +178,22 @@ std::shared_ptr<const ManyRows> OdbcTables::many_updates(
     std::string arrays;
     std::string names;
     for (const auto* target : targets) {
-        const auto name = quoted(target->name);
+        const auto name = quoted_name(target->name);
         settings += (settings.empty() ? "" : ", ") + name + " = waiting." + name;
         arrays += array_of(target->kind) + ", ";
         names += name + ", ";
     }
     return std::make_shared<const ManyRows>(ManyRows{{}, {}, {},
-        "UPDATE " + quoted(table.name) + " SET " + settings + " FROM unnest(" + arrays
+        "UPDATE " + quoted_name(table.name) + " SET " + settings + " FROM unnest(" + arrays
             + array_of(ServerColumn::Kind::Whole) + ") AS waiting (" + names + "waiting_key) WHERE "
-            + quoted(table.name) + "." + quoted(table.key) + " = waiting.waiting_key"});
+            + quoted_name(table.name) + "." + quoted_name(table.key) + " = waiting.waiting_key"});
 }
 
 Step OdbcTables::remove(const Table& table, std::int64_t key) const
 {
     columns(table.name);
-    return {"DELETE FROM " + quoted(table.name) + " WHERE " + quoted(table.key) + " = ?", {{Value(key)}}};
+    return {"DELETE FROM " + quoted_name(table.name) + " WHERE " + quoted_name(table.key) + " = ?",
+        {{Value(key)}}};
 }
 
 Step OdbcTables::remove(const Table& table, const std::set<std::int64_t>& keys) const
@@ -202,7 +212,7 @@ Step OdbcTables::remove(const Table& table, const std::set<std::int64_t>& keys) 
 
 Step OdbcTables::count(const Table& table, std::int64_t key) const
 {
-    return {"SELECT COUNT(*) FROM " + quoted(table.name) + " WHERE " + quoted(table.key) + " = ?",
+    return {"SELECT COUNT(*) FROM " + quoted_name(table.name) + " WHERE " + quoted_name(table.key) + " = ?",
         {{Value(key)}}};
 }
 
@@ -249,21 +259,19 @@ void OdbcTables::set_version(int version)
 
 std::uint64_t OdbcTables::count_rows(const Table& table)
 {
-    const auto outcome = run({{"SELECT COUNT(*) FROM " + quoted(table.name)}});
+    const auto outcome = run({{"SELECT COUNT(*) FROM " + quoted_name(table.name)}});
     return static_cast<std::uint64_t>(outcome.result.rows.at(0).at(0).number());
 }
 
 ResultSet OdbcTables::read_rows(const Table& table, std::int64_t after, std::size_t count)
 {
-    const bool top = link_.dialect().row_limit == RowLimit::Top;
-    const auto key = quoted(table.key);
+    const auto key = quoted_name(table.key);
     std::string names;
     for (const auto& each : columns(table.name)) {
-        names += (names.empty() ? "" : ", ") + quoted(each.name);
+        names += (names.empty() ? "" : ", ") + quoted_name(each.name);
     }
-    const auto limit = std::to_string(count);
-    return run({{"SELECT " + (top ? "TOP (" + limit + ") " : "") + names + " FROM " + quoted(table.name)
-                       + " WHERE " + key + " > ? ORDER BY " + key + (top ? "" : " LIMIT " + limit),
+    return run({{"SELECT " + names + " FROM " + quoted_name(table.name) + " WHERE " + key + " > ? ORDER BY "
+                       + key + " OFFSET 0 ROWS FETCH NEXT " + std::to_string(count) + " ROWS ONLY",
                    {{Value(after)}}}})
         .result;
 }
@@ -303,7 +311,7 @@ void OdbcTables::write_rows(const Table& table, const ResultSet& rows)
 
 void OdbcTables::delete_rows(const Table& table)
 {
-    run({{"DELETE FROM " + quoted(table.name)}});
+    run({{"DELETE FROM " + quoted_name(table.name)}});
 }
 
 bool OdbcTables::begin()

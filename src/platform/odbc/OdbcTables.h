@@ -14,6 +14,9 @@
 
 namespace qz::platform {
 
+/// An INSERT into these columns, without rows.
+Step insert_step(const ServerDatabase& server, const Table& table, const std::vector<ServerColumn>& columns);
+
 class OdbcTables final : public Maintenance {
 public:
     /// @param link  must outlive the object.
@@ -53,7 +56,6 @@ public:
 
 private:
     const ServerColumn& column(const Table& table, std::string_view name) const;
-    std::string quoted(std::string_view name) const { return quoted_name(name, link_.dialect()); }
     std::shared_ptr<const ManyRows> many_updates(
         const Table& table, const std::vector<const ServerColumn*>& targets) const;
     Outcome run(std::vector<Step> steps);

@@ -108,12 +108,12 @@ void OdbcTurn::commit()
         return;
     }
     if (const auto ending = write_and_commit({}); ending.failure) {
-        abandon();
+        rollback();
         throw OdbcFailure(*ending.failure);
     }
 }
 
-void OdbcTurn::abandon()
+void OdbcTurn::rollback()
 {
     if (open_) {
         link_.ask({{std::string(link_.server().rollback)}});

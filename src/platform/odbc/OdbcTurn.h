@@ -35,7 +35,7 @@ public:
     Ending write_and_commit(const std::vector<Step>& steps);
     void commit();
     /// Gives up what was written.
-    void abandon();
+    void rollback();
 
     /// True once after the server threw the turn's changes away.
     bool take_lost() { return std::exchange(lost_, false); }

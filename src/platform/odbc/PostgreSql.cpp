@@ -155,7 +155,7 @@ constexpr std::array<std::span<const std::string_view>, 3> kMigrations{
 
 const ServerDatabase kPostgreSql{
     .name = "PostgreSQL",
-    .dialect = &kPostgreSqlDialect,
+    .overrides = &DatabaseOverrides::postgresql,
     .session = kSession,
     .lock_patience = "SET lock_timeout = {}",
     .time_zone = "SET TIME ZONE INTERVAL '{}' HOUR TO MINUTE",

@@ -1,8 +1,13 @@
 #include "platform/odbc/ServerDatabase.h"
 
-#include <array>
+#include "base/Text.h"
 
 namespace qz::platform {
+
+std::string quoted_name(std::string_view name)
+{
+    return '"' + lower(name) + '"';
+}
 
 const ServerDatabase* server_database(std::string_view name)
 {

@@ -1,8 +1,9 @@
-// What differs between database servers beyond their dialect: how a session and a transaction are set up, and
-// the tables. Everything about one server stands in its one source (PostgreSql, MariaDb, SqlServer).
+// What differs between database servers: the statements that one needs in its own words, how a session and a
+// transaction are set up, and the tables. Everything about one server is in its one source (PostgreSql,
+// MariaDb, SqlServer).
 #pragma once
 
-#include "platform/database/Dialect.h"
+#include "platform/database/Statement.h"
 
 #include <span>
 #include <string>
@@ -12,7 +13,8 @@ namespace qz::platform {
 
 struct ServerDatabase {
     std::string_view name; // what the driver says is connected
-    const Dialect* dialect = nullptr;
+    /// Those of this server.
+    StatementOverrides DatabaseOverrides::*overrides = nullptr;
     /// Run on each new session.
     std::span<const std::string_view> session;
     /// Sets how many milliseconds, or whole seconds, a statement waits for a lock: {} is the number.
@@ -54,6 +56,9 @@ struct ServerDatabase {
     /// The statements at position n lead from schema version n to n + 1. What was released is never changed.
     std::span<const std::span<const std::string_view>> migrations;
 };
+
+/// A name as every server takes one that may be a word of its own language.
+std::string quoted_name(std::string_view name);
 
 /// The one that the driver names, null for any other.
 const ServerDatabase* server_database(std::string_view name);

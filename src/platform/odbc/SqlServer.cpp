@@ -161,7 +161,7 @@ constexpr std::array<std::span<const std::string_view>, 3> kMigrations{
 
 const ServerDatabase kSqlServer{
     .name = "Microsoft SQL Server",
-    .dialect = &kSqlServerDialect,
+    .overrides = &DatabaseOverrides::sql_server,
     .session = kSession,
     .lock_patience = "SET LOCK_TIMEOUT {}",
     .time_zone = "",

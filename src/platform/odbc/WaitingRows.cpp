@@ -78,7 +78,6 @@ void WaitingRows::change(const Table& table, std::int64_t key, RowChange row)
         merge(added->second, std::move(row));
         return;
     }
-    waiting.changed_columns.insert(row.columns.begin(), row.columns.end());
     merge(waiting.changed[key], std::move(row));
 }
 
@@ -94,26 +93,29 @@ void WaitingRows::remove(const Table& table, std::int64_t key)
     waiting.changed.erase(key);
 }
 
-bool WaitingRows::concerns(const std::set<std::string>& words, bool reads) const
+bool WaitingRows::concerns(const Table& table, bool finds_by_fixed_columns) const
 {
-    return std::any_of(tables_.begin(), tables_.end(), [&](const auto& each) {
-        const auto& [name, waiting] = each;
-        if (!words.contains(name)) {
-            return false;
-        }
-        return !reads || !waiting.added.empty() || !waiting.added_without_key.empty()
-            || !waiting.removed.empty()
-            || std::any_of(waiting.changed_columns.begin(), waiting.changed_columns.end(),
-                [&](const std::string& column) { return words.contains(column); });
-    });
+    const auto found = tables_.find(table.name);
+    if (found == tables_.end()) {
+        return false;
+    }
+    const auto& waiting = found->second;
+    return !waiting.added.empty() || !waiting.added_without_key.empty() || !waiting.removed.empty()
+        || (!finds_by_fixed_columns && !waiting.changed.empty());
 }
 
-bool WaitingRows::shows_in(const ResultSet& result) const
+bool WaitingRows::shows_in(const ResultSet& result, const Table& table) const
 {
-    const auto found = result.table == nullptr ? tables_.end() : tables_.find(result.table->name);
-    return found != tables_.end()
-        && std::any_of(result.keys.begin(), result.keys.end(),
-            [&](std::int64_t key) { return found->second.changed.contains(key); });
+    const auto found = tables_.find(table.name);
+    const auto key = std::find_if(result.columns.begin(), result.columns.end(),
+        [&](const std::string& column) { return equal_ignoring_case(column, table.key); });
+    if (found == tables_.end() || key == result.columns.end()) {
+        return false;
+    }
+    const auto position = static_cast<std::size_t>(key - result.columns.begin());
+    return std::any_of(result.rows.begin(), result.rows.end(), [&](const std::vector<Value>& row) {
+        return found->second.changed.contains(static_cast<std::int64_t>(row[position].number()));
+    });
 }
 
 std::vector<Step> WaitingRows::steps(const OdbcTables& tables) const

@@ -29,12 +29,11 @@ public:
     void change(const Table& table, std::int64_t key, RowChange row);
     void remove(const Table& table, std::int64_t key);
 
-    /// Whether the result of a text may depend on what waits.
-    /// @param words  of the text, in lower case.
-    /// @param reads  a text that only reads: a changed row then counts when its new values decide about it.
-    bool concerns(const std::set<std::string>& words, bool reads) const;
-    /// Whether a changed row is among these.
-    bool shows_in(const ResultSet& result) const;
+    /// Whether the result of a statement about a table may depend on what waits.
+    /// @param finds_by_fixed_columns  see Statement: rows that were changed do not count.
+    bool concerns(const Table& table, bool finds_by_fixed_columns) const;
+    /// Whether a changed row is among these of a table.
+    bool shows_in(const ResultSet& result, const Table& table) const;
 
     /// What is to be written, in any order.
     std::vector<Step> steps(const OdbcTables& tables) const;
@@ -47,7 +46,6 @@ private:
         std::vector<RowChange> added_without_key;
         std::map<std::int64_t, RowChange> changed;
         std::set<std::int64_t> removed;
-        std::set<std::string> changed_columns;
     };
     Waiting& waiting_in(const Table& table);
 

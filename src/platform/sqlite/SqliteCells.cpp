@@ -1,7 +1,5 @@
 #include "platform/sqlite/SqliteCells.h"
 
-#include "platform/database/Shape.h"
-
 #include <algorithm>
 #include <bit>
 #include <cstddef>
@@ -24,14 +22,6 @@ SqliteCell SqliteCells::cell(const Value& value)
         return cell(*time);
     }
     return {};
-}
-
-SqliteCell SqliteCells::cell(const Token& literal)
-{
-    if (literal.kind == TokenKind::Text && !literal.doubled_quotes) {
-        return cell(literal.text);
-    }
-    return cell(value_of(literal));
 }
 
 SqliteCell SqliteCells::cell(std::string_view text)

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "base/DateTime.h"
-#include "platform/database/Tokenizer.h"
 #include "platform/database/Value.h"
 #include "platform/sqlite/SqliteDatabase.h"
 
@@ -29,8 +28,6 @@ struct SqliteCell {
 class SqliteCells {
 public:
     SqliteCell cell(const Value& value);
-    SqliteCell cell(const Token& literal);
-    SqliteCell cell(std::string_view text);
     static SqliteCell cell(DateTime time);
     Value value(const SqliteCell& cell) const;
     /// Whether two cells hold the same.
@@ -44,6 +41,7 @@ public:
     void clear();
 
 private:
+    SqliteCell cell(std::string_view text);
     std::string_view text(const SqliteCell& cell) const
     {
         return std::string_view(texts_).substr(static_cast<std::size_t>(cell.content), cell.size);

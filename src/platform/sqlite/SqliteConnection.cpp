@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <utility>
 
 #include <sqlite3.h>
@@ -47,31 +48,6 @@ void set_up(SqliteDatabase& database, Durability durability, DatabaseAccess acce
     upgrade_schema(database);
 }
 
-/// Sets table and keys of a result whose rows can be edited, and takes a key away that the text did not ask
-/// for.
-void take_keys(ResultSet& result, const Table* table, bool hidden)
-{
-    const auto found =
-        std::find_if(result.columns.begin(), result.columns.end(), [&](const std::string& column) {
-            return table != nullptr && equal_ignoring_case(column, table->key);
-        });
-    if (found == result.columns.end()) {
-        return;
-    }
-    result.table = table;
-    const auto position = static_cast<std::size_t>(found - result.columns.begin());
-    result.keys.reserve(result.rows.size());
-    for (auto& row : result.rows) {
-        result.keys.push_back(std::get<std::int64_t>(row[position].held()));
-        if (hidden) {
-            row.pop_back();
-        }
-    }
-    if (hidden) {
-        result.columns.pop_back();
-    }
-}
-
 } // namespace
 
 std::unique_ptr<Connection> make_sqlite_connection(const ConnectionOptions& options, const Clock& clock)
@@ -81,7 +57,7 @@ std::unique_ptr<Connection> make_sqlite_connection(const ConnectionOptions& opti
 
 SqliteConnection::SqliteConnection(const ConnectionOptions& options, const Clock& clock)
     : file_(options.database_file), durability_(options.durability), access_(options.access), clock_(clock),
-      catalogue_(options.statements), common_changes_(first_mark())
+      overrides_(options.overrides.sqlite), common_changes_(first_mark())
 {
 }
 
@@ -103,7 +79,6 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     check_schema_version(database); // before anything is written
     register_functions(database.handle(), clock_);
     set_up(database, durability_, access_);
-    opening->prepared.resize(catalogue_.size());
     opening->waiting = std::make_unique<SqliteWaitingRows>(database, opening->edits, clock_);
     opening->activity = std::make_unique<SqliteActivity>(database, clock_);
     opening->numbers = std::make_unique<SqliteMessageNumbers>(database);
@@ -126,7 +101,7 @@ void SqliteConnection::Close()
     };
     session(); // an error when it is closed already
     const Release release{session_};
-    end_turn();
+    commit();
     backlog_due_ = {};
     while (write_backlog(*session_)) { }
 }
@@ -136,55 +111,53 @@ ConnectionState SqliteConnection::State() const
     return session_ ? ConnectionState::Open : ConnectionState::Closed;
 }
 
-void SqliteConnection::Execute(const std::string& sql)
-{
-    execute(session(), catalogue_.look_up(sql));
-}
-
-void SqliteConnection::perform(const Statement& statement, std::initializer_list<std::string_view> values)
+void SqliteConnection::run(const Statement& statement, Parameters values)
 {
     auto& open = session();
-    if (const auto match = catalogue_.match(statement, values)) {
-        execute(open, *match);
-    } else {
-        Execute(fill(statement, values));
-    }
+    auto& prepared = prepare(open, statement, values);
+    const SqliteRun end(prepared);
+    prepared.bind(values);
+    run_change(open, prepared, statement.table);
 }
 
-bool SqliteConnection::finds(const Statement& statement, std::initializer_list<std::string_view> values)
+ResultSet SqliteConnection::query(const Statement& statement, Parameters values)
 {
     auto& open = session();
-    const auto match = catalogue_.match(statement, values);
-    if (!match) {
-        return !query(fill(statement, values)).rows.empty();
+    auto& prepared = prepare(open, statement, values);
+    const SqliteRun end(prepared);
+    prepared.bind(values);
+    bool more = next_row(open, prepared);
+    ResultSet result{prepared.columns(), {}}; // only now: the first step notices columns that were added
+    for (; more; more = next_row(open, prepared)) {
+        result.rows.push_back(prepared.row());
     }
-    auto& prepared = prepare(open, *match->shape);
-    write_for(open, prepared, *match);
-    const SqliteRun end(prepared.statement);
-    prepared.bind(*match);
-    const int code = prepared.statement.step();
-    if (code != SQLITE_ROW && code != SQLITE_DONE) {
-        fail(open, code);
-    }
-    return code == SQLITE_ROW;
+    return result;
 }
 
-void SqliteConnection::execute(Session& open, const Match& match)
+bool SqliteConnection::finds(const Statement& statement, Parameters values)
 {
-    const auto& prepared = prepare(open, *match.shape);
-    if (prepared.waiting_columns.empty()) {
-        run(open, match);
-        return;
-    }
-    const auto& table = *match.shape->statement.table;
-    if (table.name == kLogTable.name && !begin_turn_to_log(open, match)) {
-        return;
-    }
-    add_waiting(
-        open, table, [&] { return open.waiting->add(table, prepared.waiting_columns, match.holes()); });
+    auto& open = session();
+    auto& prepared = prepare(open, statement, values);
+    const SqliteRun end(prepared);
+    prepared.bind(values);
+    return next_row(open, prepared);
 }
 
-bool SqliteConnection::begin_turn_to_log(Session& open, const Match& match)
+void SqliteConnection::visit(const Statement& statement, Parameters values, const RowVisitor& visitor)
+{
+    auto& open = session();
+    auto& prepared = prepare(open, statement, values);
+    const SqliteRun end(prepared);
+    prepared.bind(values);
+    bool more = next_row(open, prepared);
+    const auto columns = prepared.columns();
+    for (; more; more = next_row(open, prepared)) {
+        auto row = prepared.row();
+        visitor(columns, row);
+    }
+}
+
+bool SqliteConnection::begin_turn_to_log(Session& open, const RowChange& row)
 {
     try {
         begin_turn(open);
@@ -194,77 +167,34 @@ bool SqliteConnection::begin_turn_to_log(Session& open, const Match& match)
             throw;
         }
         note_log_failure(failure);
-        LogRow row{clock_.now(), {}};
-        for (const auto& value : match.holes()) {
-            row.values.push_back(value_of(value));
-        }
-        backlog_.add(std::move(row));
+        backlog_.add(LogBacklog::row_of(row, clock_.now()));
         return false;
     }
-}
-
-ResultSet SqliteConnection::query(const std::string& sql)
-{
-    return run(session(), catalogue_.look_up(sql));
-}
-
-void SqliteConnection::visit(const std::string& sql, const RowVisitor& visitor)
-{
-    auto& open = session();
-    const auto match = catalogue_.look_up(sql);
-    auto& prepared = prepare(open, *match.shape);
-    if (prepared.hidden_key || !prepared.statement.read_only()) {
-        Connection::visit(sql, visitor);
-        return;
-    }
-    write_for(open, prepared, match);
-    const SqliteRun end(prepared.statement);
-    prepared.bind(match);
-    int code = prepared.statement.step();
-    const auto columns =
-        prepared.statement.columns(); // only now: the first step notices columns that were added
-    std::vector<Value> row(columns.size());
-    for (; code == SQLITE_ROW; code = prepared.statement.step()) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            row[i] = prepared.statement.column(i);
-        }
-        visitor(columns, row);
-    }
-    if (code != SQLITE_DONE) {
-        fail(open, code);
-    }
-}
-
-ResultSet SqliteConnection::run(Session& open, const Match& match)
-{
-    auto& prepared = prepare(open, *match.shape);
-    write_for(open, prepared, match);
-    const SqliteRun end(prepared.statement);
-    prepared.bind(match);
-    auto result = run(open, prepared.statement, match.shape->statement.table);
-    take_keys(result, match.shape->statement.table, prepared.hidden_key);
-    return result;
-}
-
-ResultSet SqliteConnection::describe(const std::string& sql)
-{
-    auto& open = session();
-    const auto match = catalogue_.look_up(sql);
-    const auto& prepared = prepare(open, *match.shape);
-    ResultSet result;
-    result.columns = prepared.statement.columns();
-    take_keys(result, match.shape->statement.table, prepared.hidden_key);
-    return result;
 }
 
 std::int64_t SqliteConnection::insert_row(const Table& table, const RowChange& row)
 {
     auto& open = session();
-    if (waits(table, row)) {
-        return add_waiting(open, table, [&] { return open.waiting->add(table, row); });
+    if (!waits(table, row)) {
+        run_edit(EditKind::Insert, table, row);
+        return open.database.last_key();
     }
-    run_edit(EditKind::Insert, table, row);
-    return open.database.last_key();
+    begin_turn(open);
+    const auto key = open.waiting->add(table, row);
+    open.changed = true;
+    ++changes_of(table);
+    if (open.waiting->full()) {
+        write_waiting(open, open.waiting->waiting());
+    }
+    return key;
+}
+
+std::int64_t SqliteConnection::add_row(const Table& table, const RowChange& row)
+{
+    if (table.name == kLogTable.name && !begin_turn_to_log(session(), row)) {
+        return 0;
+    }
+    return insert_row(table, row);
 }
 
 void SqliteConnection::update_row(const Table& table, std::int64_t key, const RowChange& row)
@@ -289,7 +219,7 @@ void SqliteConnection::delete_row(const Table& table, std::int64_t key)
     }
 }
 
-void SqliteConnection::end_turn()
+void SqliteConnection::commit()
 {
     if (!session_) {
         return;
@@ -299,7 +229,7 @@ void SqliteConnection::end_turn()
         write_last(open);
     }
     if (open.turn_lost) {
-        abandon_turn(); // a turn whose first half is gone is not stored by half
+        rollback(); // never commit a partial transaction
         throw database_error(DatabaseError::Unspecified,
             "Changes made before a failure were lost in the database file " + open.database.name());
     }
@@ -312,7 +242,7 @@ void SqliteConnection::end_turn()
         const int code = open.commit->step();
         if (code != SQLITE_DONE) {
             const auto failure = open.database.error(code);
-            abandon_turn();
+            rollback();
             throw EngineError(failure);
         }
         open.waiting->turn_stored();
@@ -320,7 +250,7 @@ void SqliteConnection::end_turn()
     write_backlog(open);
 }
 
-void SqliteConnection::abandon_turn()
+void SqliteConnection::rollback()
 {
     if (!session_) {
         return;
@@ -377,13 +307,28 @@ SqliteConnection::Session& SqliteConnection::session()
     return *session_;
 }
 
-SqlitePrepared& SqliteConnection::prepare(Session& open, const Shape& shape)
+SqliteStatement& SqliteConnection::prepare(Session& open, const Statement& statement, Parameters values)
 {
-    auto& prepared = open.prepared[shape.number];
-    if (!prepared) {
-        prepared = std::make_unique<SqlitePrepared>(open.database, shape);
+    auto known = open.prepared.find(&statement);
+    if (known == open.prepared.end()) {
+        known =
+            open.prepared.try_emplace(&statement, open.database, override_of(statement, overrides_)).first;
     }
-    return *prepared;
+    auto& prepared = known->second;
+    assert(values.size() == prepared.statement.parameter_count());
+    write_waiting(open, prepared.tables);
+    if (prepared.reads_activity && open.activity->is_behind()) {
+        begin_turn(open);
+        open.activity->catch_up();
+    }
+    if (prepared.message_number > 0) {
+        const auto& number = values[prepared.message_number - 1];
+        if (open.numbers->lacks(number)) {
+            begin_turn(open);
+            open.numbers->enter_rows_with(number);
+        }
+    }
+    return prepared.statement;
 }
 
 template <typename Edit> bool SqliteConnection::edit_waiting(Session& open, const Table& table, Edit edit)
@@ -411,18 +356,6 @@ bool SqliteConnection::waits(const Table& table, const RowChange& row)
             [&](const std::string& column) { return equal_ignoring_case(column, table.key); });
 }
 
-template <typename Add> std::int64_t SqliteConnection::add_waiting(Session& open, const Table& table, Add add)
-{
-    begin_turn(open);
-    const auto key = add();
-    open.changed = true;
-    ++changes_of(table);
-    if (open.waiting->full()) {
-        write_waiting(open, open.waiting->waiting());
-    }
-    return key;
-}
-
 std::uint64_t& SqliteConnection::changes_of(const Table& table)
 {
     const auto known = std::find_if(own_changes_.begin(), own_changes_.end(),
@@ -430,28 +363,16 @@ std::uint64_t& SqliteConnection::changes_of(const Table& table)
     return known == own_changes_.end() ? own_changes_.emplace_back(table.name, 0).second : known->second;
 }
 
-void SqliteConnection::write_for(Session& open, const SqlitePrepared& prepared, const Match& match)
-{
-    write_waiting(open, prepared.tables);
-    if (prepared.asks_activity && open.activity->is_behind()) {
-        begin_turn(open);
-        open.activity->catch_up();
-    }
-    if (const auto number = prepared.number_asked_for(match); number && open.numbers->lacks(*number)) {
-        begin_turn(open);
-        open.numbers->enter_rows_with(*number);
-    }
-}
-
 void SqliteConnection::write_waiting(Session& open, SqliteWaitingRows::Tables tables)
 {
     if ((open.waiting->waiting() & tables) == 0) {
         return;
     }
-    const int code = open.waiting->write(tables);
-    if (code != SQLITE_DONE) {
-        open.turn_lost = true; // with rows that everybody takes for written
-        fail(open, code);
+    try {
+        open.waiting->write(tables);
+    } catch (...) { // whatever failed, rows are missing that their callers take for stored
+        open.turn_lost = true;
+        fail(open, current_error());
     }
 }
 
@@ -461,7 +382,7 @@ void SqliteConnection::write_last(Session& open)
     try {
         write_waiting(open, open.waiting->waiting());
     } catch (const EngineError&) {
-        abandon_turn();
+        rollback();
         throw;
     }
 }
@@ -471,10 +392,7 @@ void SqliteConnection::notice_others(Session& open)
 {
     const auto number = [&](SqliteStatement& statement) {
         const SqliteRun end(statement);
-        const int code = statement.step();
-        if (code != SQLITE_ROW) {
-            fail(open, code);
-        }
+        next_row(open, statement);
         return std::get<std::int64_t>(statement.column(0).held());
     };
     if (std::exchange(open.last_version, number(*open.data_version)) == open.last_version) {
@@ -530,10 +448,7 @@ void SqliteConnection::insert_backlog(Session& open, const std::vector<LogRow>& 
         const auto change = LogBacklog::change_of(row);
         auto& statement = open.edits.statement(EditKind::Insert, kLogTable, change.columns);
         const SqliteRun end(statement);
-        int parameter = 0;
-        for (const auto& value : change.values) {
-            statement.bind(++parameter, value);
-        }
+        statement.bind(change.values);
         if (const int code = statement.step(); code != SQLITE_DONE) {
             throw open.database.error(code);
         }
@@ -591,32 +506,25 @@ void SqliteConnection::begin_turn(Session& open)
     notice_others(open);
 }
 
-ResultSet SqliteConnection::run(Session& open, SqliteStatement& statement, const Table* table)
+void SqliteConnection::run_change(Session& open, SqliteStatement& statement, const Table* table)
 {
-    const bool writes = !statement.read_only();
-    if (writes) {
-        begin_turn(open);
-    }
-    ResultSet result;
-    int code = statement.step();
-    result.columns = statement.columns(); // only now: the first step notices columns that were added
-    for (; code == SQLITE_ROW; code = statement.step()) {
-        auto& row = result.rows.emplace_back();
-        row.reserve(result.columns.size());
-        for (std::size_t i = 0; i < result.columns.size(); ++i) {
-            row.push_back(statement.column(i));
-        }
-    }
-    if (code != SQLITE_DONE) {
-        fail(open, code);
-    }
-    if (writes && open.database.changed_rows() > 0) {
+    begin_turn(open);
+    next_row(open, statement);
+    if (open.database.changed_rows() > 0) {
         open.changed = true;
         if (table != nullptr) {
             ++changes_of(*table);
         }
     }
-    return result;
+}
+
+bool SqliteConnection::next_row(Session& open, SqliteStatement& statement)
+{
+    const int code = statement.step();
+    if (code != SQLITE_ROW && code != SQLITE_DONE) {
+        fail(open, open.database.error(code));
+    }
+    return code == SQLITE_ROW;
 }
 
 std::int64_t SqliteConnection::run_edit(
@@ -625,21 +533,18 @@ std::int64_t SqliteConnection::run_edit(
     auto& open = session();
     auto& statement = open.edits.statement(kind, table, row.columns);
     const SqliteRun end(statement);
-    int parameter = 0;
-    for (const auto& value : row.values) {
-        statement.bind(++parameter, value);
-    }
+    statement.bind(row.values);
     if (key) {
-        statement.bind(++parameter, Value(*key));
-        statement.bind(++parameter, Value(*key));
+        const auto columns = static_cast<int>(row.values.size());
+        statement.bind(columns + 1, Value(*key));
+        statement.bind(columns + 2, Value(*key));
     }
-    run(open, statement, &table);
+    run_change(open, statement, &table);
     return open.database.changed_rows();
 }
 
-void SqliteConnection::fail(Session& open, int code)
+void SqliteConnection::fail(Session& open, const EngineError& failure)
 {
-    const auto failure = open.database.error(code);
     if (!open.in_turn || open.database.in_transaction()) {
         throw EngineError(failure); // only this statement failed
     }

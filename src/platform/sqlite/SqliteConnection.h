@@ -4,7 +4,6 @@
 #include "platform/Machine.h"
 #include "platform/database/Connection.h"
 #include "platform/database/LogBacklog.h"
-#include "platform/database/Shape.h"
 #include "platform/sqlite/SqliteActivity.h"
 #include "platform/sqlite/SqliteCheckpoints.h"
 #include "platform/sqlite/SqliteDatabase.h"
@@ -18,19 +17,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 namespace qz::platform {
 
 /// Reads run outside a transaction as long as the turn has not written anything. New rows of some tables wait
-/// until a text speaks of their table, or until the end of the turn (see SqliteWaitingRows). Rows of the log
-/// outlive a lost turn, and wait with the times of their events while the file is locked or fails.
+/// until a statement about their table runs, or until the commit (see SqliteWaitingRows). Rows of the log
+/// survive a rollback, and wait with the times of their events while the file is locked or fails.
 class SqliteConnection final : public Connection {
 public:
     SqliteConnection(const ConnectionOptions& options, const Clock& clock);
@@ -38,17 +36,16 @@ public:
     void Open(const std::string& connection_string) override;
     void Close() override;
     ConnectionState State() const override;
-    void Execute(const std::string& sql) override;
-    void perform(const Statement& statement, std::initializer_list<std::string_view> values) override;
-    bool finds(const Statement& statement, std::initializer_list<std::string_view> values) override;
-    ResultSet query(const std::string& sql) override;
-    void visit(const std::string& sql, const RowVisitor& visitor) override;
-    ResultSet describe(const std::string& sql) override;
+    void run(const Statement& statement, Parameters values) override;
+    ResultSet query(const Statement& statement, Parameters values) override;
+    bool finds(const Statement& statement, Parameters values) override;
+    void visit(const Statement& statement, Parameters values, const RowVisitor& visitor) override;
     std::int64_t insert_row(const Table& table, const RowChange& row) override;
+    std::int64_t add_row(const Table& table, const RowChange& row) override;
     void update_row(const Table& table, std::int64_t key, const RowChange& row) override;
     void delete_row(const Table& table, std::int64_t key) override;
-    void end_turn() override;
-    void abandon_turn() override;
+    void commit() override;
+    void rollback() override;
     std::uint64_t change_mark(const Table& table) override;
     std::uint64_t own_changes(const Table& table) const override;
     std::string description() const override;
@@ -62,7 +59,7 @@ private:
 
         SqliteDatabase database;
         SqliteTables tables{database};
-        std::vector<std::unique_ptr<SqlitePrepared>> prepared; // by the shape's number
+        std::unordered_map<const Statement*, SqlitePrepared> prepared;
         SqliteEdits edits{database};
         std::unique_ptr<SqliteStatement> begin;
         std::unique_ptr<SqliteStatement> commit;
@@ -74,51 +71,49 @@ private:
         std::unique_ptr<SqliteCheckpoints> checkpoints;
         bool in_turn = false;    // a transaction was begun and not committed yet
         bool changed = false;    // something succeeded in it
-        bool turn_lost = false;  // the database threw away what had succeeded
+        bool turn_lost = false;  // some of what had succeeded is lost
         bool locked_out = false; // the last turn waited for a lock in vain
         std::int64_t last_version = 0;
         std::int64_t last_schema = 0;
     };
 
     Session& session();
-    static SqlitePrepared& prepare(Session& open, const Shape& shape);
+    /// The prepared statement; what it is about to read is written before.
+    SqliteStatement& prepare(Session& open, const Statement& statement, Parameters values);
     static bool waits(const Table& table, const RowChange& row);
-    template <typename Add> std::int64_t add_waiting(Session& open, const Table& table, Add add);
     /// Lets an edit of a stored row wait, or makes way for one that cannot.
     template <typename Edit> bool edit_waiting(Session& open, const Table& table, Edit edit);
     /// Writes what waits for these tables: somebody is about to read it.
     void write_waiting(Session& open, SqliteWaitingRows::Tables tables);
     void write_last(Session& open);
-    /// Makes ready what a statement is about to read.
-    void write_for(Session& open, const SqlitePrepared& prepared, const Match& match);
     std::uint64_t& changes_of(const Table& table);
     void notice_others(Session& open);
     void begin_turn(Session& open);
     static void begin(Session& open);
     /// Begins the turn for a row of the log, or keeps the row.
     /// @return false when it is kept.
-    bool begin_turn_to_log(Session& open, const Match& match);
+    bool begin_turn_to_log(Session& open, const RowChange& row);
     /// Before the rows that wait of a turn are forgotten.
     void keep_log(Session& open);
     bool write_backlog(Session& open);
     void insert_backlog(Session& open, const std::vector<LogRow>& rows);
     void note_log_failure(const EngineError& failure);
     void tell_log_written();
-    void execute(Session& open, const Match& match);
-    ResultSet run(Session& open, const Match& match);
-    /// Begins the turn when the statement writes, and runs it.
-    ResultSet run(Session& open, SqliteStatement& statement, const Table* table);
+    /// Runs a statement that changes a table, in the turn's transaction.
+    void run_change(Session& open, SqliteStatement& statement, const Table* table);
+    /// @return whether there is a row.
+    bool next_row(Session& open, SqliteStatement& statement);
     /// Runs an edit of one row.
     /// @return the number of rows that it changed.
     std::int64_t run_edit(EditKind kind, const Table& table, const RowChange& row,
         std::optional<std::int64_t> key = std::nullopt);
-    [[noreturn]] void fail(Session& open, int code);
+    [[noreturn]] void fail(Session& open, const EngineError& failure);
 
     std::filesystem::path file_;
     Durability durability_;
     DatabaseAccess access_;
     const Clock& clock_;
-    Catalogue catalogue_;
+    StatementOverrides overrides_;
     std::unique_ptr<Session> session_;
     /// Changes that cannot be told apart by table: by other connections, by lost turns, by opening.
     std::uint64_t common_changes_;

@@ -1,7 +1,5 @@
 #include "platform/sqlite/SqliteDatabase.h"
 
-#include "platform/database/Shape.h"
-
 #include <array>
 #include <optional>
 #include <string_view>
@@ -239,10 +237,10 @@ EngineError SqliteDatabase::error(int code) const
     return unusable(name_, std::string(advice(primary)) + " (" + message + ")");
 }
 
-SqliteStatement::SqliteStatement(SqliteDatabase& database, const std::string& sql) : database_(database)
+SqliteStatement::SqliteStatement(SqliteDatabase& database, std::string_view sql) : database_(database)
 {
     sqlite3_stmt* statement = nullptr;
-    check(sqlite3_prepare_v3(database.handle(), sql.c_str(), static_cast<int>(sql.size()),
+    check(sqlite3_prepare_v3(database.handle(), sql.data(), static_cast<int>(sql.size()),
         SQLITE_PREPARE_PERSISTENT, &statement, nullptr));
     statement_.reset(statement);
 }
@@ -268,21 +266,18 @@ void SqliteStatement::bind(int parameter, const Value& value)
     }
 }
 
-void SqliteStatement::bind(int parameter, const Token& literal)
-{
-    if (literal.kind == TokenKind::Number) {
-        bind(parameter, value_of(literal));
-    } else if (literal.doubled_quotes) {
-        bind_copy(parameter, unquoted(literal));
-    } else {
-        bind(parameter, literal.text);
-    }
-}
-
 void SqliteStatement::bind(int parameter, std::string_view text)
 {
     check(sqlite3_bind_text64(
         statement_.get(), parameter, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
+}
+
+void SqliteStatement::bind(std::span<const Value> values)
+{
+    int parameter = 0;
+    for (const auto& value : values) {
+        bind(++parameter, value);
+    }
 }
 
 void SqliteStatement::bind_copy(int parameter, const std::string& text)
@@ -321,9 +316,9 @@ void SqliteStatement::reset()
     sqlite3_clear_bindings(statement_.get());
 }
 
-bool SqliteStatement::read_only() const
+std::size_t SqliteStatement::parameter_count() const
 {
-    return sqlite3_stmt_readonly(statement_.get()) != 0;
+    return static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_.get()));
 }
 
 std::vector<std::string> SqliteStatement::columns() const
@@ -355,6 +350,17 @@ Value SqliteStatement::column(std::size_t position) const
         return bytes == nullptr ? Value{std::string{}} : Value{std::string(bytes, size)};
     }
     }
+}
+
+std::vector<Value> SqliteStatement::row() const
+{
+    const auto count = static_cast<std::size_t>(sqlite3_column_count(statement_.get()));
+    std::vector<Value> values;
+    values.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        values.push_back(column(i));
+    }
+    return values;
 }
 
 void SqliteStatement::check(int code) const

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "base/EngineError.h"
-#include "platform/database/Tokenizer.h"
 #include "platform/database/Value.h"
 
 #include <chrono>
@@ -12,6 +11,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct sqlite3;
@@ -75,12 +75,13 @@ private:
 /// A statement that is prepared once and run many times. Must not outlive its database.
 class SqliteStatement {
 public:
-    SqliteStatement(SqliteDatabase& database, const std::string& sql);
+    SqliteStatement(SqliteDatabase& database, std::string_view sql);
 
     /// Parameters count from 1. What is bound must stay alive until the run is over.
     void bind(int parameter, const Value& value);
-    void bind(int parameter, const Token& literal);
     void bind(int parameter, std::string_view text);
+    /// Binds the first parameters.
+    void bind(std::span<const Value> values);
     /// @return SQLITE_ROW, SQLITE_DONE or the code of a failure.
     int step();
     /// A whole run of a statement without a result.
@@ -91,9 +92,11 @@ public:
     /// Ends a run: locks and values are let go.
     void reset();
 
-    bool read_only() const;
+    std::size_t parameter_count() const;
     std::vector<std::string> columns() const;
     Value column(std::size_t position) const;
+    /// All columns of the current row.
+    std::vector<Value> row() const;
 
 private:
     void bind_copy(int parameter, const std::string& text);

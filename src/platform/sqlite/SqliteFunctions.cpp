@@ -3,14 +3,10 @@
 #include "base/Clock.h"
 #include "base/DateTime.h"
 #include "base/EngineError.h"
-#include "base/Text.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <optional>
 #include <span>
-#include <string>
 #include <string_view>
 
 #include <sqlite3.h>
@@ -33,41 +29,9 @@ void give(sqlite3_context* context, std::string_view text)
     sqlite3_result_text64(context, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
 }
 
-/// A date column's text, or what FormatDate makes of it ("dd/mm/yyyy").
-std::optional<DateTime> date_of(sqlite3_value* value)
-{
-    const auto text = text_of(value);
-    if (text.size() != 10 || text[2] != '/' || text[5] != '/') {
-        return DateTime::parse(text);
-    }
-    std::string turned(text.substr(6));
-    turned.append("-").append(text.substr(3, 2)).append("-").append(text.substr(0, 2));
-    return DateTime::parse(turned);
-}
-
 const Clock& clock_of(sqlite3_context* context)
 {
     return *static_cast<const Clock*>(sqlite3_user_data(context));
-}
-
-// A null argument, or one that is no date, gives null: the row then meets no condition.
-
-void left(sqlite3_context* context, int /*count*/, sqlite3_value** arguments)
-{
-    if (sqlite3_value_type(arguments[0]) == SQLITE_NULL) {
-        return;
-    }
-    const auto length = sqlite3_value_int64(arguments[1]);
-    give(context,
-        length <= 0 ? std::string_view{""}
-                    : first_characters(text_of(arguments[0]), static_cast<std::size_t>(length)));
-}
-
-void len(sqlite3_context* context, int /*count*/, sqlite3_value** arguments)
-{
-    if (sqlite3_value_type(arguments[0]) != SQLITE_NULL) {
-        sqlite3_result_int64(context, static_cast<sqlite3_int64>(character_count(text_of(arguments[0]))));
-    }
 }
 
 /// instr(text, part): the same as the library's own, which looks at one character after the other. An index
@@ -98,28 +62,15 @@ void position(sqlite3_context* context, int /*count*/, sqlite3_value** arguments
         context, at == std::string_view::npos ? 0 : 1 + std::count_if(before.begin(), before.end(), begins));
 }
 
-/// DateDiff('d', from, to): midnights between two dates.
+/// DateDiff('d', from, to): midnights between two dates. Null when an argument is null or no date: the row
+/// then meets no condition.
 void date_diff(sqlite3_context* context, int /*count*/, sqlite3_value** arguments)
 {
-    const auto from = date_of(arguments[1]);
-    const auto to = date_of(arguments[2]);
+    const auto from = DateTime::parse(text_of(arguments[1]));
+    const auto to = DateTime::parse(text_of(arguments[2]));
     if (from && to && text_of(arguments[0]) == "d") {
         sqlite3_result_int64(context, days_between(*from, *to));
     }
-}
-
-/// Format(date, 'dd/mm/yyyy'), the only form that is asked for.
-void format_date(sqlite3_context* context, int /*count*/, sqlite3_value** arguments)
-{
-    const auto date = date_of(arguments[0]);
-    if (!date || text_of(arguments[1]) != "dd/mm/yyyy") {
-        return;
-    }
-    const auto civil = date->civil();
-    std::array<char, 40> text{};
-    const int length =
-        std::snprintf(text.data(), text.size(), "%02d/%02d/%04d", civil.day, civil.month, civil.year);
-    give(context, {text.data(), static_cast<std::size_t>(length)});
 }
 
 void today(sqlite3_context* context, int /*count*/, sqlite3_value** /*arguments*/)
@@ -144,10 +95,7 @@ void register_functions(sqlite3* database, const Clock& clock)
         Function function;
     };
     const std::array registrations{
-        Registration{"Left", 2, SQLITE_DETERMINISTIC, left},
-        Registration{"Len", 1, SQLITE_DETERMINISTIC, len},
         Registration{"DateDiff", 3, SQLITE_DETERMINISTIC, date_diff},
-        Registration{"FormatDate", 2, SQLITE_DETERMINISTIC, format_date},
         // Constant while one statement runs, which spares a call for each row.
         Registration{"Today", 0, SQLITE_DETERMINISTIC, today},
         Registration{"instr", 2, SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, position},

@@ -9,8 +9,8 @@ class Clock;
 
 namespace qz::platform {
 
-/// Registers Left, Len, DateDiff, FormatDate, Today and a faster instr on one connection, and gives the
-/// clock's time to the columns whose default is the moment of the insert.
+/// Registers DateDiff, Today and a faster instr on one connection, and gives the clock's time to the columns
+/// whose default is the moment of the insert.
 /// @param clock  must outlive the connection.
 void register_functions(sqlite3* database, const Clock& clock);
 

@@ -85,10 +85,7 @@ ResultSet SqliteTables::read_rows(const Table& table, std::int64_t after, std::s
     result.columns = statement.columns();
     int code = statement.step();
     for (; code == SQLITE_ROW; code = statement.step()) {
-        auto& row = result.rows.emplace_back();
-        for (std::size_t i = 0; i < result.columns.size(); ++i) {
-            row.push_back(statement.column(i));
-        }
+        result.rows.push_back(statement.row());
     }
     if (code != SQLITE_DONE) {
         throw database_.error(code);
@@ -108,9 +105,7 @@ void SqliteTables::write_rows(const Table& table, const ResultSet& rows)
     SqliteStatement statement(
         database_, "INSERT INTO " + bracketed(table.name) + " (" + names + ") VALUES (" + holes + ")");
     for (const auto& row : rows.rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            statement.bind(static_cast<int>(i) + 1, row[i]);
-        }
+        statement.bind(row);
         statement.run();
     }
     transaction.commit();

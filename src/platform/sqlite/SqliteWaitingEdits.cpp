@@ -2,19 +2,16 @@
 
 #include <algorithm>
 
-#include <sqlite3.h>
-
 namespace qz::platform {
 
 namespace {
 
 /// @param bound  how many parameters are bound already.
-int run_for(SqliteStatement& statement, int bound, std::int64_t first_key, std::int64_t last_key)
+void run_for(SqliteStatement& statement, int bound, std::int64_t first_key, std::int64_t last_key)
 {
-    const SqliteRun end(statement);
     statement.bind(bound + 1, Value(first_key));
     statement.bind(bound + 2, Value(last_key));
-    return statement.step();
+    statement.run();
 }
 
 } // namespace
@@ -41,14 +38,12 @@ bool SqliteWaitingEdits::change(
     return true;
 }
 
-int SqliteWaitingEdits::write(SqliteEdits& edits, const Table& table, SqliteCells& cells)
+void SqliteWaitingEdits::write(SqliteEdits& edits, const Table& table, SqliteCells& cells)
 {
-    int code = write_changes(cells);
-    if (code == SQLITE_DONE && !removed_.empty()) {
-        code = write_removals(edits.statement(EditKind::Delete, table, {}));
+    write_changes(cells);
+    if (!removed_.empty()) {
+        write_removals(edits.statement(EditKind::Delete, table, {}));
     }
-    forget();
-    return code;
 }
 
 void SqliteWaitingEdits::forget()
@@ -70,12 +65,11 @@ bool SqliteWaitingEdits::alike(const Change& left, const Change& right, const Sq
         cells_of(right), [&](const SqliteCell& a, const SqliteCell& b) { return cells.same(a, b); });
 }
 
-int SqliteWaitingEdits::write_changes(SqliteCells& cells)
+void SqliteWaitingEdits::write_changes(SqliteCells& cells)
 {
     std::stable_sort(changes_.begin(), changes_.end(),
         [](const Change& left, const Change& right) { return left.key < right.key; });
-    int code = SQLITE_DONE;
-    for (std::size_t i = 0; i < changes_.size() && code == SQLITE_DONE; ++i) {
+    for (std::size_t i = 0; i < changes_.size(); ++i) {
         const auto& first = changes_[i];
         auto last = first.key;
         for (; i + 1 < changes_.size() && changes_[i + 1].key <= last + 1; ++i) {
@@ -88,21 +82,18 @@ int SqliteWaitingEdits::write_changes(SqliteCells& cells)
         for (std::size_t column = 0; column < columns_.size(); ++column) {
             cells.bind(*update_, ++parameter, cells_[first.first_cell + column]);
         }
-        code = run_for(*update_, parameter, first.key, last);
+        run_for(*update_, parameter, first.key, last);
     }
-    return code;
 }
 
-int SqliteWaitingEdits::write_removals(SqliteStatement& removal)
+void SqliteWaitingEdits::write_removals(SqliteStatement& removal)
 {
     std::sort(removed_.begin(), removed_.end());
-    int code = SQLITE_DONE;
-    for (std::size_t i = 0; i < removed_.size() && code == SQLITE_DONE; ++i) {
+    for (std::size_t i = 0; i < removed_.size(); ++i) {
         const auto first = removed_[i];
         for (; i + 1 < removed_.size() && removed_[i + 1] <= removed_[i] + 1; ++i) { }
-        code = run_for(removal, 0, first, removed_[i]);
+        run_for(removal, 0, first, removed_[i]);
     }
-    return code;
 }
 
 } // namespace qz::platform

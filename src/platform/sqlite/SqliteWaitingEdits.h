@@ -27,10 +27,9 @@ public:
         SqliteEdits& edits, const Table& table, std::int64_t key, const RowChange& row, SqliteCells& cells);
     void remove(std::int64_t key) { removed_.push_back(key); }
 
-    /// Writes what waits, changes first. Nothing waits afterwards.
+    /// Writes what waits, changes first, without forgetting it.
     /// @param cells  those that the changes were made with.
-    /// @return SQLITE_DONE or the code of a failure.
-    int write(SqliteEdits& edits, const Table& table, SqliteCells& cells);
+    void write(SqliteEdits& edits, const Table& table, SqliteCells& cells);
     void forget();
 
 private:
@@ -40,8 +39,8 @@ private:
     };
 
     bool alike(const Change& left, const Change& right, const SqliteCells& cells) const;
-    int write_changes(SqliteCells& cells);
-    int write_removals(SqliteStatement& removal);
+    void write_changes(SqliteCells& cells);
+    void write_removals(SqliteStatement& removal);
 
     std::vector<std::string> columns_;  // that all changes set
     SqliteStatement* update_ = nullptr; // sets them

@@ -1,8 +1,6 @@
 #include "platform/sqlite/SqliteWaitingRows.h"
 
-#include "base/Guarded.h"
 #include "base/Text.h"
-#include "platform/database/Shape.h"
 
 #include <algorithm>
 #include <bit>
@@ -52,27 +50,14 @@ bool SqliteWaitingRows::full() const
 
 std::int64_t SqliteWaitingRows::add(const Table& table, const RowChange& row)
 {
-    return add_all(table, row.columns, row.values);
-}
-
-std::int64_t SqliteWaitingRows::add(
-    const Table& table, const std::vector<std::string>& columns, std::span<const Token> texts)
-{
-    return add_all(table, columns, texts);
-}
-
-template <typename Values>
-std::int64_t SqliteWaitingRows::add_all(
-    const Table& table, const std::vector<std::string>& columns, const Values& values)
-{
     auto& waiting = waiting_in(table);
-    auto& kind = kind_for(waiting, table, columns);
+    auto& kind = kind_for(waiting, table, row.columns);
     const auto key = last_key(waiting, table) + 1;
     waiting.rows.push_back({&kind, waiting.cells.size()});
-    for (const auto& value : values) {
+    for (const auto& value : row.values) {
         waiting.cells.push_back(cells_.cell(value));
     }
-    for (auto i = columns.size(); i < kind.columns.size(); ++i) {
+    for (auto i = row.columns.size(); i < kind.columns.size(); ++i) {
         waiting.cells.push_back(SqliteCells::cell(clock_.now()));
     }
     waiting.last_key = key;
@@ -132,27 +117,53 @@ bool SqliteWaitingRows::remove(const Table& table, std::int64_t key)
     return true;
 }
 
-int SqliteWaitingRows::write(Tables tables)
+void SqliteWaitingRows::write(Tables tables)
 {
-    int code = SQLITE_DONE;
     const bool too_much = full();
-    for (std::size_t i = 0; i < tables_.size() && code == SQLITE_DONE; ++i) {
+    for (std::size_t i = 0; i < tables_.size(); ++i) {
         if ((tables & waiting_ & (1U << i)) != 0) {
-            waiting_ &= ~(1U << i);
-            auto& waiting = tables_.at(i);
-            code = write(waiting, kTables.at(i));
-            if (i == kLogPosition) {
-                written_log_.insert(written_log_.end(), waiting.rows.begin(), waiting.rows.end());
-            } else {
-                waiting.cells.clear();
-            }
-            waiting.rows.clear();
+            write_table(i);
         }
     }
-    if (written_log_.empty() || (too_much && code == SQLITE_DONE)) {
+    if (written_log_.empty() || too_much) {
         forget_log();
     }
-    return code;
+}
+
+/// Nothing waits for the table afterwards, also when it could not be written.
+void SqliteWaitingRows::write_table(std::size_t position)
+{
+    struct Release {
+        Waiting& waiting;
+        bool keeps_cells;
+        ~Release()
+        {
+            waiting.rows.clear();
+            waiting.edits.forget();
+            if (!keeps_cells) {
+                waiting.cells.clear();
+            }
+        }
+    };
+    waiting_ &= ~(1U << position);
+    auto& waiting = tables_.at(position);
+    const auto& table = kTables.at(position);
+    const bool is_log = position == kLogPosition;
+    const Release release{waiting, is_log};
+    if (is_log) { // its rows survive a rollback
+        written_log_.insert(written_log_.end(), waiting.rows.begin(), waiting.rows.end());
+    }
+    const auto first_key = waiting.last_key.value_or(0) - static_cast<std::int64_t>(waiting.rows.size()) + 1;
+    for (auto& kind : waiting.kinds) {
+        of_kind_.clear();
+        for (std::size_t i = 0; i < waiting.rows.size(); ++i) {
+            if (waiting.rows[i].kind == &kind) {
+                of_kind_.emplace_back(first_key + static_cast<std::int64_t>(i), waiting.rows[i].first_cell);
+            }
+        }
+        write(waiting, table, kind);
+    }
+    waiting.edits.write(edits_, table, cells_);
 }
 
 void SqliteWaitingRows::turn_stored()
@@ -190,23 +201,11 @@ std::vector<LogRow> SqliteWaitingRows::take_log()
 
 LogRow SqliteWaitingRows::log_row(const Waiting& waiting, const Row& row) const
 {
-    LogRow result{clock_.now(), std::vector<Value>(3)};
-    for (std::size_t i = 0; i < row.kind->columns.size(); ++i) {
-        auto value = cells_.value(waiting.cells[row.first_cell + i]);
-        const auto is = [&](std::string_view column) {
-            return equal_ignoring_case(row.kind->columns[i], column);
-        };
-        if (is("ActionTime")) {
-            attempt([&] { result.time = value.date(); });
-        } else if (is("UserName")) {
-            result.values[0] = std::move(value);
-        } else if (is("RemoteIP")) {
-            result.values[1] = std::move(value);
-        } else if (is("Action")) {
-            result.values[2] = std::move(value);
-        }
+    RowChange change{row.kind->columns, {}};
+    for (std::size_t i = 0; i < change.columns.size(); ++i) {
+        change.values.push_back(cells_.value(waiting.cells[row.first_cell + i]));
     }
-    return result;
+    return LogBacklog::row_of(change, clock_.now());
 }
 
 void SqliteWaitingRows::forget()
@@ -329,39 +328,21 @@ bool SqliteWaitingRows::is_stored(const Waiting& waiting, std::int64_t key)
         && key <= *waiting.last_key - static_cast<std::int64_t>(waiting.rows.size());
 }
 
-int SqliteWaitingRows::write(Waiting& waiting, const Table& table)
+void SqliteWaitingRows::write(Waiting& waiting, const Table& table, Kind& kind)
 {
-    int code = SQLITE_DONE;
-    const auto first_key = waiting.last_key.value_or(0) - static_cast<std::int64_t>(waiting.rows.size()) + 1;
-    for (auto& kind : waiting.kinds) {
-        of_kind_.clear();
-        for (std::size_t i = 0; i < waiting.rows.size(); ++i) {
-            if (waiting.rows[i].kind == &kind) {
-                of_kind_.emplace_back(first_key + static_cast<std::int64_t>(i), waiting.rows[i].first_cell);
-            }
-        }
-        code = code == SQLITE_DONE ? write(waiting, table, kind) : code;
-    }
-    return code == SQLITE_DONE ? waiting.edits.write(edits_, table, cells_) : code;
-}
-
-int SqliteWaitingRows::write(Waiting& waiting, const Table& table, Kind& kind)
-{
-    int code = SQLITE_DONE;
-    for (std::size_t done = 0; done < of_kind_.size() && code == SQLITE_DONE;) {
+    for (std::size_t done = 0; done < of_kind_.size();) {
         std::size_t size = 0;
         while (kTogether.at(size) > of_kind_.size() - done) {
             ++size;
         }
-        code = insert(waiting, table, kind, size, done);
+        insert(waiting, table, kind, size, done);
         done += kTogether.at(size);
     }
-    return code;
 }
 
 /// Inserts kTogether[size] rows of a kind. The database gives rows their keys at less cost than it takes
 /// them, so it does where they come out the same.
-int SqliteWaitingRows::insert(
+void SqliteWaitingRows::insert(
     Waiting& waiting, const Table& table, Kind& kind, std::size_t size, std::size_t first)
 {
     const auto count = kTogether.at(size);
@@ -370,7 +351,6 @@ int SqliteWaitingRows::insert(
     const bool with_keys =
         first_key != waiting.last_stored + 1 || last_key - first_key != static_cast<std::int64_t>(count) - 1;
     auto& statement = this->statement(table, kind, size, with_keys);
-    const SqliteRun end(statement);
     int parameter = 0;
     for (auto row = first; row < first + count; ++row) {
         const auto& [key, first_cell] = of_kind_[row];
@@ -381,9 +361,11 @@ int SqliteWaitingRows::insert(
             cells_.bind(statement, ++parameter, waiting.cells[first_cell + i]);
         }
     }
-    const int code = statement.step();
+    statement.run();
     waiting.last_stored = (std::max)(waiting.last_stored, last_key);
-    return code == SQLITE_DONE && database_.last_key() != last_key ? SQLITE_CONSTRAINT_ROWID : code;
+    if (database_.last_key() != last_key) {
+        throw database_.error(SQLITE_CONSTRAINT_ROWID);
+    }
 }
 
 SqliteStatement& SqliteWaitingRows::statement(

@@ -18,7 +18,6 @@
 #include <deque>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,8 +45,6 @@ public:
 
     /// @return the row's key.
     std::int64_t add(const Table& table, const RowChange& row);
-    std::int64_t add(
-        const Table& table, const std::vector<std::string>& columns, std::span<const Token> texts);
     /// Changes a row that waits, or one that is known to be stored.
     /// @return false when it is neither, or when its change cannot wait.
     bool change(const Table& table, std::int64_t key, const RowChange& row);
@@ -55,9 +52,8 @@ public:
     bool remove(const Table& table, std::int64_t key);
 
     /// Writes what waits for these tables.
-    /// @return SQLITE_DONE or the code of a failure, which rows are lost to; the transaction is then of no
-    /// use.
-    int write(Tables tables);
+    /// @throws EngineError after which rows are missing: the transaction must not be committed.
+    void write(Tables tables);
     /// The turn is stored.
     void turn_stored();
     /// Takes this turn's rows of the log out, also those that are written: the turn is about to be lost. A
@@ -111,16 +107,14 @@ private:
         Waiting& waiting, const Table& table, Kind& kind, const std::vector<std::string>& columns);
     Tables bit_of(const Waiting& waiting) const;
     std::int64_t last_key(Waiting& waiting, const Table& table);
-    template <typename Values>
-    std::int64_t add_all(const Table& table, const std::vector<std::string>& columns, const Values& values);
     void forget_log();
     LogRow log_row(const Waiting& waiting, const Row& row) const;
     static Row* row(Waiting& waiting, std::int64_t key);
     static bool is_stored(const Waiting& waiting, std::int64_t key);
     void change(Waiting& waiting, const Table& table, Row& row, const RowChange& change);
-    int write(Waiting& waiting, const Table& table);
-    int write(Waiting& waiting, const Table& table, Kind& kind);
-    int insert(Waiting& waiting, const Table& table, Kind& kind, std::size_t size, std::size_t first);
+    void write_table(std::size_t position);
+    void write(Waiting& waiting, const Table& table, Kind& kind);
+    void insert(Waiting& waiting, const Table& table, Kind& kind, std::size_t size, std::size_t first);
     SqliteStatement& statement(const Table& table, Kind& kind, std::size_t size, bool with_keys);
 
     SqliteDatabase& database_;
