@@ -95,7 +95,7 @@ void Company::start(Time now)
     task.kind = &*kind;
     task.accounts = accounts_.size();
     task.may_fail = server_.is_starved() || database_.is_in_trouble();
-    task.output = folder_ / std::to_string(started_ % 8);
+    task.output = folder_ / std::to_string(started_);
     task.began = now;
     ++started_;
     const auto words = (this->*kind->words)(task);
@@ -122,6 +122,7 @@ void Company::judge(const Task& task, int code)
     ++commands_;
     const auto& codes = task.kind->codes;
     const auto output = test::bytes_of(task.output);
+    std::filesystem::remove(task.output);
     const bool is_expected = std::find(codes.begin(), codes.end(), code) != codes.end();
     if (code < 0 || (!is_expected && !task.may_fail)) {
         truth_.fail(std::string(task.kind->name) + " ended with " + std::to_string(code) + ": " + output);
