@@ -11,17 +11,22 @@ namespace {
 /// What stands between two quotes as a text; nothing when one of its quotes is alone.
 std::optional<std::string> unquoted(std::string_view text)
 {
-    if (text.find('\'') == std::string_view::npos && text.find('\0') == std::string_view::npos) {
-        return std::string(text);
+    if (text.find('\0') != std::string_view::npos) {
+        return std::nullopt;
     }
     std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\0' || (text[i] == '\'' && (++i == text.size() || text[i] != '\''))) {
+    for (;;) {
+        const auto quote = text.find('\'');
+        result.append(text.substr(0, quote));
+        if (quote == std::string_view::npos) {
+            return result;
+        }
+        if (!text.substr(quote + 1).starts_with('\'')) {
             return std::nullopt;
         }
-        result += text[i];
+        result += '\'';
+        text.remove_prefix(quote + 2);
     }
-    return result;
 }
 
 /// A whole number of 64 bits, or a number with digits on both sides of its point; a sign may stand before.
