@@ -161,13 +161,15 @@ bool MessageQueue::send(QueueTable::Place place)
     if (careful && !delivery_.has_room(recipient)) {
         return false; // stays due: a connection that is given more than it takes would be closed
     }
+    const auto connections = table_.connections_of_recipient(place);
     // Before the attempt: a nested walk must not send the same message.
     table_.set_attempted(place, clock_.now());
     if (!send_to_socket(place, table_.at(place)) || table_.numbered(number) != place) {
         return false;
     }
-    if (careful && !delivery_.is_connected(recipient)) {
-        return false; // it broke while sending yielded
+    if (careful
+        && (table_.connections_of_recipient(place) != connections || !delivery_.is_connected(recipient))) {
+        return false; // while sending yielded, the connection broke, or another one took its place
     }
     return sent(place);
 }
@@ -384,6 +386,7 @@ void MessageQueue::load()
 
 bool MessageQueue::recipient_changed(const std::string& user)
 {
+    table_.count_connection(user);
     if (!rules_.deployment.keep_until_confirmed()) {
         return false;
     }

@@ -316,6 +316,13 @@ void QueueTable::set_unsent(Place place, DateTime now)
     set_progress(place, progress);
 }
 
+void QueueTable::count_connection(const std::string& recipient)
+{
+    if (auto* const found = find_in(recipients_, recipient)) {
+        ++found->connections;
+    }
+}
+
 void QueueTable::set_unsent(const std::string& recipient)
 {
     const auto* const found = find_recipient(recipient);

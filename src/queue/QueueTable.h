@@ -84,6 +84,9 @@ public:
     void set_resent(Place place, int resends, DateTime resend);
     /// It waits to be sent, as if it had been tried just now.
     void set_unsent(Place place, DateTime now);
+    /// The recipient has another connection, or none: counted as long as it has entries.
+    void count_connection(const std::string& recipient);
+    std::int64_t connections_of_recipient(Place place) const { return slots_[place].recipient->connections; }
     /// All that a recipient has been sent and has not confirmed waits to be sent, and none of its entries
     /// counts as tried before: the oldest entry for the recipient is due.
     void set_unsent(const std::string& recipient);
@@ -106,6 +109,7 @@ private:
         Numbers line;                    // what is not sent
         Numbers unconfirmed;             // what stands in to_resend_
         DateTime offline_logged{};
+        std::int64_t connections = 0; // counted since its first entry
     };
     /// A name that wrote entries in use.
     struct Sender {

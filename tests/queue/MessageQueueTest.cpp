@@ -475,6 +475,23 @@ TEST_F(MessageQueueTest, WhatIsNotStoredIsNeitherQueuedNorTold)
     }
 }
 
+TEST_F(MessageQueueTest, WhatWentToAConnectionThatIsReplacedMeanwhileIsSentAgain)
+{
+    switch_on("DurableQueue");
+    switch_on("KeepUntilConfirmed");
+    auto ben = log_on("ben");
+    host.settle();
+    ben.take();
+    put(1);
+    put(2);
+    host.machine.loop().set_events_slow(true);
+    host.machine.loop().post([&] { queue().recipient_changed("ben"); }); // runs while 1 is being sent
+    queue().QueueMessage_Send();
+    host.machine.loop().set_events_slow(false);
+    work();
+    EXPECT_EQ(texts(ben), (Texts{"1", "1", "2"}));
+}
+
 /// The notice that ben is off line ends a turn while ada's message is being handled.
 TEST_F(MessageQueueTest, AMessageIsAcceptedInOneTurnOrNotAtAll)
 {
