@@ -69,6 +69,24 @@ void check_key(HomeSettings& home, Findings& findings)
     }
 }
 
+/// A safeguard without an entry is off, as in a home that knows only the engine's own settings. After a
+/// mistake with the file nobody may have meant that.
+void check_safeguards(HomeSettings& home, Findings& findings)
+{
+    constexpr std::string_view kSafeguards = "Safeguards";
+    std::string missing;
+    for (const auto& row : qz::config::setting_table()) {
+        if (row.section == kSafeguards && !row.init.empty()
+            && home.ini.ReadIniValue(row.section, row.key).empty()) {
+            missing.append(missing.empty() ? "" : ", ").append(row.key);
+        }
+    }
+    if (!missing.empty()) {
+        findings.add(kWarning, kSafeguards, {},
+            "these have no entry, so they are off: " + missing + "; init of a new home writes them");
+    }
+}
+
 void check_values(HomeSettings& home, Findings& findings)
 {
     const bool right_key = is_there(home.key.path()) && home.has_right_key();
@@ -91,6 +109,7 @@ void check_values(HomeSettings& home, Findings& findings)
     for (const auto& fault : qz::config::faults_in(home.ini.document())) {
         findings.add(fault);
     }
+    check_safeguards(home, findings);
 }
 
 void check_administrator(HomeSettings& home, Findings& findings)
