@@ -31,6 +31,7 @@ expect us user
 expect user "" password
 expect user add --pass --password-file
 expect run --log-format j journal
+expect run --tr --trace-sql
 expect config get 'general\ setup/l' 'General\ SetUp/ListeningPort'
 expect config set '"Mail/' 'Mail/Port'
 expect call get_ServerI get_ServerIP

@@ -180,9 +180,12 @@ void CommandLine::add_run()
     auto* sub = subcommand(app_, "run", "Run the server in the foreground", R"(Examples:
   velto-server run --home /srv/velto           Ctrl-C or SIGTERM ends it gracefully, a second one at once
   velto-server run --log-format json 2>> velto.log
-  velto-server run --events | jq .event        every event as one JSON line on standard output)",
+  velto-server run --events | jq .event        every event as one JSON line on standard output
+  velto-server run --trace-sql 2> velto.log    when something is wrong: what the database is asked)",
         [this] { return run_server(home(), run_); });
     sub->add_flag("--events", run_.events, "Print every event as one JSON line");
+    sub->add_flag("--trace-sql", run_.trace_sql,
+        "Log each SQL statement with its values and its time; passwords and texts of messages are not shown");
     const std::map<std::string, LogFormat> formats{
         {"text", LogFormat::Text}, {"json", LogFormat::Json}, {"journal", LogFormat::Journal}};
     sub->add_option("--log-format", run_.log_format,

@@ -176,6 +176,7 @@ HostLog::~HostLog()
 
 void HostLog::begin_to_hold()
 {
+    const std::lock_guard lock(mutex_);
     if (held_) {
         held_->holds = true;
     }
@@ -183,6 +184,7 @@ void HostLog::begin_to_hold()
 
 void HostLog::flush()
 {
+    const std::lock_guard lock(mutex_);
     if (held_) {
         held_->write_out();
     }
@@ -190,6 +192,7 @@ void HostLog::flush()
 
 void HostLog::end_holding()
 {
+    const std::lock_guard lock(mutex_);
     if (held_) {
         held_->holds = false;
         held_->write_out();
@@ -198,6 +201,7 @@ void HostLog::end_holding()
 
 void HostLog::write(LogLevel level, const std::string& text, std::initializer_list<Field> fields)
 {
+    const std::lock_guard lock(mutex_);
     const auto& names = names_of(level);
     line_.clear();
     switch (format_) {

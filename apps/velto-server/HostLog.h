@@ -3,6 +3,7 @@
 
 #include <initializer_list>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -23,7 +24,8 @@ LogFormat natural_log_format();
 
 enum class LogLevel { Info, Warning, Error };
 
-/// Every event is one line. Texts may come from anywhere: nothing in them can end a line or steer a terminal.
+/// Every event is one line, also when several threads write. Texts may come from anywhere: nothing in them
+/// can end a line or steer a terminal.
 class HostLog {
 public:
     explicit HostLog(LogFormat format);
@@ -48,6 +50,7 @@ private:
     class HeldLines;
 
     LogFormat format_;
+    std::mutex mutex_;
     std::shared_ptr<HeldLines> held_; // none on a terminal
     std::shared_ptr<spdlog::logger> logger_;
     std::string line_; // kept for its memory

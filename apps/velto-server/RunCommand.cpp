@@ -6,6 +6,7 @@
 #include "HostEvents.h"
 #include "ServiceManager.h"
 #include "SignalWatcher.h"
+#include "SqlTrace.h"
 #include "StatusKeeper.h"
 #include "helpers/ServerCommandNames.h"
 #include "platform/asio/AsioMachine.h"
@@ -50,8 +51,8 @@ std::unique_ptr<RunEvents> make_events(const RunOptions& options, qz::platform::
 class ServerRun final : private qz::platform::TimerEvents, private qz::platform::TurnListener {
 public:
     ServerRun(const Home& home, const RunOptions& options, HostLog& log)
-        : home_(home), log_(log), machine_(home.folder()),
-          events_(make_events(options, machine_.loop(), log)),
+        : home_(home), log_(log), trace_(options.trace_sql ? std::make_shared<SqlTrace>(log) : nullptr),
+          machine_(home.folder(), trace_.trace), events_(make_events(options, machine_.loop(), log)),
           main_(std::make_unique<qz::server::Main>(machine_, *events_)),
           status_(std::make_unique<StatusKeeper>(home, machine_, *main_, log)),
           time_to_end_(machine_.create_timer(*this)),
@@ -63,7 +64,9 @@ public:
     {
         machine_.loop().post([this] { start(); });
         machine_.loop().add_listener(*this, qz::platform::TurnPhase::Commit);
-        log_.begin_to_hold();
+        if (!trace_.trace) { // of a server that hangs in a statement, the lines before it must be there
+            log_.begin_to_hold();
+        }
         machine_.loop().run();
         log_.end_holding();
         machine_.loop().remove_listener(*this);
@@ -137,6 +140,7 @@ private:
 
     const Home& home_;
     HostLog& log_;
+    SqlTraceEnd trace_; // outlives what runs statements
     qz::platform::AsioMachine machine_;
     std::unique_ptr<RunEvents> events_;
     std::unique_ptr<qz::server::Main> main_;

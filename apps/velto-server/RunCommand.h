@@ -12,6 +12,7 @@ namespace velto {
 struct RunOptions {
     bool events = false; // every event as a JSON line on standard output
     std::optional<LogFormat> log_format;
+    bool trace_sql = false; // every SQL statement as a line of the log
 };
 
 /// Returns when the server has shut down: by a signal, or by a command.

@@ -8,6 +8,7 @@
 #include "platform/Sockets.h"
 #include "platform/Timer.h"
 #include "platform/database/Connection.h"
+#include "platform/database/StatementTrace.h"
 
 #include <filesystem>
 #include <memory>
@@ -32,6 +33,7 @@ struct ConnectionOptions {
     std::filesystem::path database_file; // of the embedded provider
     DatabaseOverrides overrides;         // outlive the connection
     DatabaseAccess access = DatabaseAccess::ReadWrite;
+    std::shared_ptr<StatementTrace> trace = {}; // hears of each statement; null: nobody
 };
 
 /// Makes the components. What it makes must not outlive it; the interfaces passed in must outlive what is

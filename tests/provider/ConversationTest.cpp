@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,7 @@ protected:
         for (const auto* name : {"ada", "ben"}) {
             run({"user", "add", name, "--password-stdin"}, "secret");
         }
-        server.start();
+        server.start({"--trace-sql"}); // from the link's threads
     }
     void set(const char* setting, const std::string& value) { run({"config", "set", setting, value}); }
     void run(const std::vector<std::string>& arguments, const std::string& input = {})
@@ -112,9 +113,16 @@ TEST_F(ConversationOnServerTest, OutlivesItsDatabaseServer)
 
     server.send_signal(SIGTERM);
     EXPECT_EQ(server.wait(), 0);
-    EXPECT_EQ(logged("Database connection lost: "), 1U) << server.log();
-    EXPECT_EQ(logged("Database connection restored after "), 1U) << server.log();
+    EXPECT_EQ(logged(" info Database connection lost: "), 1U) << server.log();
+    EXPECT_EQ(logged(" info Database connection restored after "), 1U) << server.log();
     EXPECT_EQ(logged("CheckServerCommand"), 0U) << "an outage is told once";
+    EXPECT_GT(logged(" ms  INSERT INTO "), 0U);
+    EXPECT_EQ(logged("outage"), 0U) << "texts of messages";
+    std::istringstream lines(server.log());
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_TRUE(line.starts_with("20")) << "no line is broken by another one: " << line;
+        EXPECT_EQ(line.find(" info "), line.rfind(" info ")) << line;
+    }
     connect(false);
     EXPECT_THAT(rows(store::tables::kMessages, {1, 2, 5, 9}),
         ElementsAre("ada|ben|1|1", "ada|ben|1|1", "ada|ben|1|1"));

@@ -17,8 +17,11 @@
 using namespace std::chrono_literals;
 using namespace qz;
 using test::Person;
+using testing::AllOf;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -92,6 +95,26 @@ TEST_F(ChatTest, ThreePeopleTalkAndOneComesLater)
     EXPECT_THAT(messages(),
         ElementsAre("ada|ben|1|1|1", "ada|ben|1|1|0", "ben|ada|1|1|0", "ada|cleo|1|1|0", "ada|cleo|1|1|1",
             "ben|cleo|1|1|0"));
+}
+
+TEST_F(ChatTest, ATraceShowsStatementsAndNoSecrets)
+{
+    server.send_signal(SIGTERM);
+    ASSERT_EQ(server.wait(), 0);
+    EXPECT_THAT(server.log(), Not(HasSubstr("sql "))) << "nobody asked for it";
+    server.start({"--trace-sql"});
+    Person ada("ada", server.port());
+    ASSERT_TRUE(ada.sees("logged on"));
+    ada.write("ben", "Meet me at the oak");
+    ada.ask(client::requests::save_auto_reply(true, "Under the oak"));
+    server.send_signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
+    EXPECT_THAT(server.log(),
+        AllOf(ContainsRegex(" info sql [0-9.]+ ms  SELECT [^\n]* WHERE username = .  .'ada'.\n"),
+            ContainsRegex("INSERT INTO .messages. [^\n]*'ada', 'ben'"),
+            ContainsRegex("INSERT INTO .queue. [^\n]*<18 characters>"),
+            ContainsRegex(" info sql [0-9.]+ ms  COMMIT\n")));
+    EXPECT_THAT(server.log(), AllOf(Not(HasSubstr("oak")), Not(HasSubstr("secret")), Not(HasSubstr("{v1}"))));
 }
 
 TEST_F(ChatTest, TheShutdownCommandTellsUsersOnce)

@@ -31,10 +31,12 @@ std::unique_ptr<Mailer> AsioMachine::create_mailer(MailerEvents& events)
 
 std::unique_ptr<Connection> AsioMachine::create_connection(const ConnectionOptions& options)
 {
+    auto traced = options;
+    traced.trace = trace_;
     if (options.provider == Provider::Odbc) {
-        return make_odbc_connection(options);
+        return make_odbc_connection(traced);
     }
-    return make_sqlite_connection(options, clock_);
+    return make_sqlite_connection(traced, clock_);
 }
 
 } // namespace qz::platform

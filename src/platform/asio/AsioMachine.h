@@ -12,7 +12,11 @@ namespace qz::platform {
 
 class AsioMachine final : public Machine {
 public:
-    explicit AsioMachine(std::filesystem::path home) : home_(std::move(home)) { }
+    /// @param trace  hears of each statement on the connections that are made; null: nobody.
+    explicit AsioMachine(std::filesystem::path home, std::shared_ptr<StatementTrace> trace = {})
+        : home_(std::move(home)), trace_(std::move(trace))
+    {
+    }
 
     const std::filesystem::path& home() const override { return home_; }
     const Clock& clock() const override { return clock_; }
@@ -26,6 +30,7 @@ public:
 
 private:
     std::filesystem::path home_;
+    std::shared_ptr<StatementTrace> trace_;
     SystemClock clock_;
     SodiumCrypto crypto_;
     AsioEventLoop loop_;

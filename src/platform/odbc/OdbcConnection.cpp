@@ -76,7 +76,8 @@ std::unique_ptr<Connection> make_odbc_connection(const ConnectionOptions& option
 }
 
 OdbcConnection::OdbcConnection(const ConnectionOptions& options, const OdbcTimes& times)
-    : times_(times), overrides_(options.overrides), reconnector_(times), common_changes_(first_mark())
+    : times_(times), overrides_(options.overrides), trace_(options.trace), reconnector_(times, trace_),
+      common_changes_(first_mark())
 {
 }
 
@@ -87,7 +88,7 @@ void OdbcConnection::Open(const std::string& connection_string)
     }
     connection_string_ = connection_string;
     reconnector_.stop();
-    auto link = std::make_unique<OdbcLink>(connection_string, times_);
+    auto link = std::make_unique<OdbcLink>(connection_string, times_, std::string(), trace_);
     try {
         link->wait();
     } catch (const LinkLost& lost) {

@@ -130,6 +130,7 @@ private:
 
     OdbcTimes times_;
     DatabaseOverrides overrides_;
+    std::shared_ptr<StatementTrace> trace_;
     std::string connection_string_;
     const ServerDatabase* server_ = nullptr; // that was connected last; null before the first link
     Step log_insert_;                        // without rows

@@ -185,8 +185,9 @@ EngineError to_error(const OdbcFailure& failure)
     return database_error(failure.kind, description);
 }
 
-OdbcLink::OdbcLink(const std::string& connection_string, const OdbcTimes& times, const std::string& former)
-    : times_(times), worker_(connection_string),
+OdbcLink::OdbcLink(const std::string& connection_string, const OdbcTimes& times, const std::string& former,
+    std::shared_ptr<StatementTrace> trace)
+    : times_(times), worker_(connection_string, std::move(trace)),
       greeting_(
           worker_.start([times, former](OdbcSession& session) { return greet(session, times, former); }))
 {

@@ -59,8 +59,9 @@ public:
     /// Begins to connect and to find out the facts.
     /// @param former  name of the session that was lost before, if any: it is ended first, so that nothing it
     /// was committing is stored later than this link is open.
-    explicit OdbcLink(
-        const std::string& connection_string, const OdbcTimes& times, const std::string& former = {});
+    /// @param trace   see OdbcSession.
+    explicit OdbcLink(const std::string& connection_string, const OdbcTimes& times,
+        const std::string& former = {}, std::shared_ptr<StatementTrace> trace = {});
 
     /// Waits until the link is open.
     /// @throws LinkLost also when it never came about.

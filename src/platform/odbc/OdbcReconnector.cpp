@@ -33,7 +33,7 @@ std::unique_ptr<OdbcLink> OdbcReconnector::poll()
     }
     if (!attempt_) {
         if (SteadyClock::now() >= next_attempt_) {
-            attempt_ = std::make_unique<OdbcLink>(connection_string_, times_, former_);
+            attempt_ = std::make_unique<OdbcLink>(connection_string_, times_, former_, trace_);
         }
         return nullptr;
     }

@@ -11,7 +11,10 @@ namespace qz::platform {
 
 class OdbcReconnector {
 public:
-    explicit OdbcReconnector(const OdbcTimes& times) : times_(times) { }
+    explicit OdbcReconnector(const OdbcTimes& times, std::shared_ptr<StatementTrace> trace = {})
+        : times_(times), trace_(std::move(trace))
+    {
+    }
 
     /// The first attempt comes after a short time, later ones after longer and longer times.
     /// @param former  name of the session that was lost; empty when there was none.
@@ -30,6 +33,7 @@ private:
     using SteadyClock = std::chrono::steady_clock;
 
     OdbcTimes times_;
+    std::shared_ptr<StatementTrace> trace_;
     bool running_ = false;
     std::string connection_string_;
     std::string former_;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <string_view>
 #include <utility>
 
@@ -38,8 +39,9 @@ std::string text_for(const ManyRows& many, std::size_t rows)
 
 } // namespace
 
-OdbcSession::OdbcSession(const std::string& connection_string, std::shared_ptr<OdbcStop> stop)
-    : stop_(std::move(stop))
+OdbcSession::OdbcSession(const std::string& connection_string, std::shared_ptr<OdbcStop> stop,
+    std::shared_ptr<StatementTrace> trace)
+    : stop_(std::move(stop)), trace_(std::move(trace))
 {
     SQLHANDLE handle = SQL_NULL_HANDLE;
     SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &handle);
@@ -63,7 +65,11 @@ Outcome OdbcSession::run(const std::vector<Step>& steps)
     Outcome outcome;
     try {
         for (const auto& step : steps) {
-            run(step, outcome);
+            if (trace_) {
+                run_traced(step, outcome);
+            } else {
+                run(step, outcome);
+            }
             ++outcome.done;
         }
     } catch (const OdbcFailure& failure) {
@@ -76,6 +82,22 @@ Outcome OdbcSession::run(const std::vector<Step>& steps)
         }
     }
     return outcome;
+}
+
+void OdbcSession::run_traced(const Step& step, Outcome& outcome)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const auto tell = [&](std::string_view error) {
+        trace_->ran(
+            {step.sql, step.rows.front(), step.rows.size(), std::chrono::steady_clock::now() - start, error});
+    };
+    try {
+        run(step, outcome);
+    } catch (const OdbcFailure& failure) {
+        tell(failure.description);
+        throw;
+    }
+    tell({});
 }
 
 void OdbcSession::run(const Step& step, Outcome& outcome)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/database/Connection.h"
+#include "platform/database/StatementTrace.h"
 #include "platform/odbc/OdbcStatement.h"
 #include "platform/odbc/OdbcStop.h"
 
@@ -45,9 +46,11 @@ class OdbcSession {
 public:
     /// Connects.
     /// @param stop  by which another thread stops it.
+    /// @param trace  hears of each step; null: nobody.
     /// @throws OdbcFailure
-    explicit OdbcSession(
-        const std::string& connection_string, std::shared_ptr<OdbcStop> stop = std::make_shared<OdbcStop>());
+    explicit OdbcSession(const std::string& connection_string,
+        std::shared_ptr<OdbcStop> stop = std::make_shared<OdbcStop>(),
+        std::shared_ptr<StatementTrace> trace = {});
 
     Outcome run(const std::vector<Step>& steps);
     /// "PostgreSQL" and the like, and the server's version.
@@ -66,11 +69,13 @@ private:
         }
     };
     std::string information(SQLUSMALLINT what) const;
+    void run_traced(const Step& step, Outcome& outcome);
     void run(const Step& step, Outcome& outcome);
     void run_in_pieces(const Step& step, const ManyRows& many, Outcome& outcome);
     void run(const std::string& sql, const std::vector<std::vector<Value>>& rows, Outcome& outcome);
 
     std::shared_ptr<OdbcStop> stop_;
+    std::shared_ptr<StatementTrace> trace_;
     std::unique_ptr<void, EnvironmentCloser> environment_;
     std::unique_ptr<void, LinkCloser> link_;
     /// By text and types of the parameters: drivers settle the types when they prepare.

@@ -26,9 +26,11 @@ constexpr std::chrono::milliseconds kTimeToEnd(500);
 
 } // namespace
 
-OdbcWorker::OdbcWorker(std::string connection_string)
+OdbcWorker::OdbcWorker(std::string connection_string, std::shared_ptr<StatementTrace> trace)
     : shared_(std::make_shared<Shared>()),
-      thread_([shared = shared_, text = std::move(connection_string)] { serve(shared, text); })
+      thread_([shared = shared_, text = std::move(connection_string), trace = std::move(trace)] {
+          serve(shared, text, trace);
+      })
 {
 }
 
@@ -77,12 +79,13 @@ void OdbcWorker::post(Work work)
     shared_->given.notify_one();
 }
 
-void OdbcWorker::serve(const std::shared_ptr<Shared>& shared, const std::string& connection_string)
+void OdbcWorker::serve(const std::shared_ptr<Shared>& shared, const std::string& connection_string,
+    const std::shared_ptr<StatementTrace>& trace)
 {
     std::optional<OdbcSession> session;
     OdbcFailure failure;
     try {
-        session.emplace(connection_string, std::shared_ptr<OdbcStop>(shared, &shared->stop));
+        session.emplace(connection_string, std::shared_ptr<OdbcStop>(shared, &shared->stop), trace);
     } catch (const OdbcFailure& reason) {
         failure = reason;
     }

@@ -22,7 +22,7 @@ namespace qz::platform {
 class OdbcWorker {
 public:
     /// Begins to connect.
-    explicit OdbcWorker(std::string connection_string);
+    explicit OdbcWorker(std::string connection_string, std::shared_ptr<StatementTrace> trace = {});
     OdbcWorker(const OdbcWorker&) = delete;
     OdbcWorker& operator=(const OdbcWorker&) = delete;
     ~OdbcWorker();
@@ -55,7 +55,8 @@ private:
     using Work = std::function<void(OdbcSession*, const OdbcFailure&)>;
     void post(Work work);
     void give_up();
-    static void serve(const std::shared_ptr<Shared>& shared, const std::string& connection_string);
+    static void serve(const std::shared_ptr<Shared>& shared, const std::string& connection_string,
+        const std::shared_ptr<StatementTrace>& trace);
 
     std::shared_ptr<Shared> shared_;
     std::thread thread_;

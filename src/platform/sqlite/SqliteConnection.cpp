@@ -57,15 +57,17 @@ std::unique_ptr<Connection> make_sqlite_connection(const ConnectionOptions& opti
 
 SqliteConnection::SqliteConnection(const ConnectionOptions& options, const Clock& clock)
     : file_(options.database_file), durability_(options.durability), access_(options.access), clock_(clock),
-      overrides_(options.overrides.sqlite), common_changes_(first_mark())
+      overrides_(options.overrides.sqlite), trace_(options.trace), common_changes_(first_mark())
 {
 }
 
-SqliteConnection::Session::Session(const std::filesystem::path& file, DatabaseAccess access)
+SqliteConnection::Session::Session(
+    const std::filesystem::path& file, DatabaseAccess access, const std::shared_ptr<StatementTrace>& trace)
     : database(file,
         access == DatabaseAccess::Read ? SqliteDatabase::IfMissing::Fail : SqliteDatabase::IfMissing::Create,
         access == DatabaseAccess::Read ? SqliteDatabase::Access::Read : SqliteDatabase::Access::ReadWrite)
 {
+    database.set_trace(trace);
 }
 
 void SqliteConnection::Open(const std::string& /*connection_string*/)
@@ -73,7 +75,7 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     if (session_) {
         throw database_error(DatabaseError::Unspecified, "The connection is already open");
     }
-    auto opening = std::make_unique<Session>(file_, access_);
+    auto opening = std::make_unique<Session>(file_, access_, trace_);
     auto& database = opening->database;
     database.wait_for_locks(kLockPatience);
     check_schema_version(database); // before anything is written
@@ -89,6 +91,9 @@ void SqliteConnection::Open(const std::string& /*connection_string*/)
     opening->commit = std::make_unique<SqliteStatement>(database, "COMMIT");
     opening->data_version = std::make_unique<SqliteStatement>(database, "PRAGMA data_version");
     opening->schema_version = std::make_unique<SqliteStatement>(database, "PRAGMA schema_version");
+    for (auto* look : {&opening->data_version, &opening->schema_version}) {
+        (*look)->hide(); // before nearly every statement: a trace would be half of it
+    }
     session_ = std::move(opening);
     ++common_changes_; // other programs may have written while it was closed
 }

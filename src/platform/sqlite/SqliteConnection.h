@@ -55,7 +55,8 @@ public:
 private:
     /// What lives from Open to Close. Statements stand behind the database, so they go first.
     struct Session {
-        Session(const std::filesystem::path& file, DatabaseAccess access);
+        Session(const std::filesystem::path& file, DatabaseAccess access,
+            const std::shared_ptr<StatementTrace>& trace);
 
         SqliteDatabase database;
         SqliteTables tables{database};
@@ -114,6 +115,7 @@ private:
     DatabaseAccess access_;
     const Clock& clock_;
     StatementOverrides overrides_;
+    std::shared_ptr<StatementTrace> trace_;
     std::unique_ptr<Session> session_;
     /// Changes that cannot be told apart by table: by other connections, by lost turns, by opening.
     std::uint64_t common_changes_;

@@ -13,6 +13,8 @@ namespace qz::platform {
 
 namespace {
 
+using Now = std::chrono::steady_clock;
+
 constexpr std::string_view kMemory = ":memory:";
 
 std::string utf8(const std::filesystem::path& path)
@@ -188,7 +190,13 @@ void SqliteDatabase::Closer::operator()(sqlite3* handle) const
 // NOLINTNEXTLINE(readability-make-member-function-const): it changes what the handle stands for
 void SqliteDatabase::run(const std::string& sql)
 {
+    const auto start = trace_ ? Now::now() : Now::time_point();
     const int code = sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, nullptr);
+    if (trace_) {
+        trace_->ran({.sql = sql,
+            .time = Now::now() - start,
+            .error = code == SQLITE_OK ? std::string() : error(code).description()});
+    }
     if (code != SQLITE_OK) {
         throw error(code);
     }
@@ -237,12 +245,21 @@ EngineError SqliteDatabase::error(int code) const
     return unusable(name_, std::string(advice(primary)) + " (" + message + ")");
 }
 
-SqliteStatement::SqliteStatement(SqliteDatabase& database, std::string_view sql) : database_(database)
+SqliteStatement::SqliteStatement(SqliteDatabase& database, std::string_view sql, const Rows& rows)
+    : database_(database)
 {
     sqlite3_stmt* statement = nullptr;
-    check(sqlite3_prepare_v3(database.handle(), sql.data(), static_cast<int>(sql.size()),
-        SQLITE_PREPARE_PERSISTENT, &statement, nullptr));
+    const int code = sqlite3_prepare_v3(database.handle(), sql.data(), static_cast<int>(sql.size()),
+        SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     statement_.reset(statement);
+    if (auto* trace = database.trace()) {
+        if (code != SQLITE_OK) {
+            trace->ran({.sql = rows.sql, .rows = rows.count, .error = database.error(code).description()});
+        } else {
+            traced_ = std::make_unique<SqliteTracedRun>(*trace, rows.sql, rows.count, parameter_count());
+        }
+    }
+    check(code);
 }
 
 void SqliteStatement::Finalizer::operator()(sqlite3_stmt* statement) const
@@ -252,6 +269,9 @@ void SqliteStatement::Finalizer::operator()(sqlite3_stmt* statement) const
 
 void SqliteStatement::bind(int parameter, const Value& value)
 {
+    if (traced_) {
+        traced_->bind(parameter, value);
+    }
     const auto& held = value.held();
     if (const auto* text = std::get_if<std::string>(&held)) {
         bind(parameter, std::string_view(*text));
@@ -268,6 +288,9 @@ void SqliteStatement::bind(int parameter, const Value& value)
 
 void SqliteStatement::bind(int parameter, std::string_view text)
 {
+    if (traced_) {
+        traced_->bind(parameter, Value(std::string(text)));
+    }
     check(sqlite3_bind_text64(
         statement_.get(), parameter, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
 }
@@ -288,7 +311,20 @@ void SqliteStatement::bind_copy(int parameter, const std::string& text)
 
 int SqliteStatement::step()
 {
-    return sqlite3_step(statement_.get());
+    return traced_ ? traced_step() : sqlite3_step(statement_.get());
+}
+
+int SqliteStatement::traced_step()
+{
+    const auto start = Now::now();
+    const int code = sqlite3_step(statement_.get());
+    traced_->add(Now::now() - start);
+    if (code == SQLITE_DONE) {
+        traced_->end({});
+    } else if (code != SQLITE_ROW) {
+        traced_->end(database_.error(code).description());
+    }
+    return code;
 }
 
 void SqliteStatement::run()
@@ -314,6 +350,10 @@ void SqliteStatement::reset()
 {
     sqlite3_reset(statement_.get());
     sqlite3_clear_bindings(statement_.get());
+    if (traced_) {
+        traced_->end({});
+        traced_->forget_values();
+    }
 }
 
 std::size_t SqliteStatement::parameter_count() const

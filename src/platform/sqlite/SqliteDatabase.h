@@ -2,7 +2,9 @@
 #pragma once
 
 #include "base/EngineError.h"
+#include "platform/database/StatementTrace.h"
 #include "platform/database/Value.h"
+#include "platform/sqlite/SqliteTracedRun.h"
 
 #include <chrono>
 #include <cstddef>
@@ -12,6 +14,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 struct sqlite3;
@@ -46,6 +49,10 @@ public:
     const std::string& name() const { return name_; }
     bool is_in_memory() const { return name_ == ":memory:"; }
 
+    /// From here on, statements that are prepared or run tell it; null: nobody.
+    void set_trace(std::shared_ptr<StatementTrace> trace) { trace_ = std::move(trace); }
+    StatementTrace* trace() const { return trace_.get(); }
+
     /// Runs one or more statements without values.
     void run(const std::string& sql);
     /// The first column of the first row of a statement without values.
@@ -69,13 +76,26 @@ private:
     void require_database() const;
 
     std::string name_;
+    std::shared_ptr<StatementTrace> trace_;
     std::unique_ptr<sqlite3, Closer> handle_;
 };
 
 /// A statement that is prepared once and run many times. Must not outlive its database.
 class SqliteStatement {
 public:
-    SqliteStatement(SqliteDatabase& database, std::string_view sql);
+    /// How a trace shows a statement whose text repeats itself for many rows.
+    struct Rows {
+        std::string_view sql; // for one row
+        std::size_t count = 1;
+    };
+
+    SqliteStatement(SqliteDatabase& database, std::string_view sql) : SqliteStatement(database, sql, {sql, 1})
+    {
+    }
+    SqliteStatement(SqliteDatabase& database, std::string_view sql, const Rows& rows);
+
+    /// Keeps its runs out of a trace.
+    void hide() { traced_.reset(); }
 
     /// Parameters count from 1. What is bound must stay alive until the run is over.
     void bind(int parameter, const Value& value);
@@ -100,6 +120,7 @@ public:
 
 private:
     void bind_copy(int parameter, const std::string& text);
+    int traced_step();
     void check(int code) const;
 
     struct Finalizer {
@@ -107,6 +128,7 @@ private:
     };
     SqliteDatabase& database_;
     std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
+    std::unique_ptr<SqliteTracedRun> traced_; // none when nobody traces
 };
 
 /// Ends a statement's run on every way out, so that it holds no lock and no value of its caller.

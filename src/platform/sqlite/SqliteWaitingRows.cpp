@@ -379,11 +379,13 @@ SqliteStatement& SqliteWaitingRows::statement(
             names += (names.empty() ? "" : ", ") + bracketed(column);
             values += values.empty() ? "?" : ", ?";
         }
-        auto text = "INSERT INTO " + bracketed(table.name) + " (" + names + ") VALUES (" + values + ")";
+        const auto one = "INSERT INTO " + bracketed(table.name) + " (" + names + ") VALUES (" + values + ")";
+        auto text = one;
         for (std::size_t i = 1; i < kTogether.at(size); ++i) {
             text += ", (" + values + ")";
         }
-        statement = std::make_unique<SqliteStatement>(database_, text);
+        statement = std::make_unique<SqliteStatement>(
+            database_, text, SqliteStatement::Rows{one, kTogether.at(size)});
     }
     return *statement;
 }
